@@ -1,0 +1,266 @@
+// The reader of KVT documents: `parseKvt` reads a file and `parseString` a text into a scene.
+#pragma once
+
+#include <cstdarg>
+#include <cstdint>
+
+#include <ko/ds.h>
+#include <ko/foundation.h>
+#include <ko/math.h>
+#include <ko/scene.h>
+#include <ko/types.h>
+
+namespace ko::mirel_sdk::impl {
+
+// One lexical token.
+struct Token {
+    // The codes are fixed; the gaps are reserved and never produced.
+    enum Type : std::int32_t {
+        Eof = 0,
+        Invalid = 1,
+        Id = 2,
+        Integer = 3,
+        Real = 4,
+        Comment = 5,
+        Braces = 6,
+        Parens = 7,
+        Brackets = 8,
+        StringLiteral = 9,
+        Dot = 15,
+        Comma = 16,
+        Colon = 17,
+        Semicolon = 18,
+        Quote = 19,
+        Slash = 21,
+        Backslash = 22,
+        Equals = 29,
+        Plus = 30,
+        Star = 32,
+        Pipe = 33,
+        True = 35,
+        False = 36,
+        Null = 37,
+    };
+
+    Type type = Eof;
+    // As it stood in the input, the canonical spelling of a keyword, the normalised text of a
+    // group, or a finished message.
+    String text;
+    std::int32_t line = 0;
+    std::int32_t column = 0;
+};
+
+// Turns characters into tokens, one character of lookahead ahead of itself. Never throws for bad
+// text: problems are `Invalid` tokens and `Eof` tokens with a message.
+class Lexer {
+  public:
+    virtual ~Lexer() = default;
+    // Moves on by one character and returns it; -1 at the end of the input and from then on.
+    virtual signed char consume() = 0;
+
+    Token nextToken();
+    // The scanners behind `nextToken`; each begins at the lookahead.
+    Token id();
+    Token number();
+    Token parens();
+    Token braces();
+
+    // A token of the next character, at the position of the one before it.
+    Token token(Token::Type type);
+    // A token at the position of the character consumed last; consumes nothing.
+    Token token(Token::Type type, String text) const;
+    Token token(Token::Type type, const ds::Vector<char>& chars) const;
+    // `what` is "PAREN", "BRACE" or "BRACKET".
+    Token invalidListToken(const String& what) const;
+    // `what` is "PARENS", "BRACES", "BRACKETS", "STRING", "ID" or "NUMBER".
+    Token unexpectedEof(const String& what) const;
+
+    signed char c = 0;        // consumed last; 0 before the first
+    signed char la = 0;       // the next one; -1 at the end of the input
+    std::int32_t pos = 0;     // index of `la`; this and the next two stop at 2^31 - 1
+    std::int32_t line = 1;    // of `c`
+    std::int32_t column = 0;  // of `c`, from 1; 0 before the first
+
+  protected:
+    // Takes `la` as the current character; the source then brings the next one.
+    void advance() noexcept;
+
+  private:
+    void skipBlanks();
+    bool isAtBlank() const;
+    Token comment();
+    Token string();
+    Token brackets();
+    struct GroupRules;
+    Token group(const GroupRules& rules);
+};
+
+// Reads a file.
+class FileLexer final : public Lexer {
+  public:
+    explicit FileLexer(File file);
+    signed char consume() override;
+
+  private:
+    void fetch();
+
+    File file_;
+};
+
+// Reads a text.
+class StringLexer final : public Lexer {
+  public:
+    explicit StringLexer(String text);
+    signed char consume() override;
+
+  private:
+    String text_;
+    unsigned long index_ = 0;  // of `la`; texts may be longer than `pos` can count
+};
+
+// Reads one document into a scene: recursive descent over a ring of three lookahead tokens. The
+// entry points make one per document; the single operations are there to be driven one by one.
+class KvtParser {
+  public:
+    // One assignment statement. Copies share the payload of `data`.
+    struct AssignInfo {
+        ds::Vector<Token> path;     // the target
+        ds::Vector<Token> refPath;  // the referenced output
+        Token token0;               // the value, as messages show it
+        Token token1;               // a buffer's count
+        Token token2;               // a buffer's data
+        Token token3;               // the group of a math value
+        Token token4;               // an identifier value
+        bool gotScalar = false;
+        bool gotBuffer = false;
+        bool gotReference = false;
+        bool gotIdentifier = false;
+        AttrData data;
+
+        // The value for messages: at most 20 characters and "...", "[]" behind a buffer's type.
+        String valueString() const;
+    };
+
+    KvtParser() = default;
+    KvtParser(const KvtParser&) = delete;
+    KvtParser& operator=(const KvtParser&) = delete;
+
+    // Reads the document. True when it was read to its end; after an error, which is logged, what
+    // the scene was given stays. Throws std::runtime_error for an `Invalid` token among the first
+    // three.
+    bool parse(interfaces::IScene* scene, Lexer* lexer);
+    // The first step of `parse`: takes scene and lexer (both stay the caller's) and fills the ring.
+    void prime(interfaces::IScene* scene, Lexer* lexer);
+
+    // Lookahead. `i` runs from 1 to 3; before `prime` there is none.
+    Token::Type la(int i) const;
+    Token lt(int i) const;
+    // Takes the next token. Throws when an `Invalid` one enters the ring behind it.
+    Token consume();
+    // Takes the next token into `t` if it has `type`.
+    bool match(Token& t, Token::Type type);
+
+    // Statements: each takes one and returns true, or takes nothing and returns false.
+    bool parseDeclare();
+    bool parseWith();
+    bool parseAssign();
+    // Parts of an assignment, likewise.
+    bool path(ds::Vector<Token>& tokens);
+    bool connect(AssignInfo& info);
+    bool value(AssignInfo& info);
+    bool scalar(
+        AssignInfo& info);  // also false, after taking it, for a literal that does not convert
+    bool buffer(AssignInfo& info);
+    // Converts `text` to one number of the scalar type `type` at `dest`, of any alignment.
+    bool parseElem(const String& text, DataType type, unsigned char* dest);
+    // The texts of the tokens, put together.
+    static String collapse(const ds::Vector<Token>& tokens);
+
+    // The end of the document: connects what assignments referred to, sets the nodes they named.
+    void resolveConnections();
+    void resolveIdentifiers();
+
+    // Diagnostics. Those that do not return throw std::runtime_error with the finished message.
+    [[noreturn]] void tokenError(const Token& t);
+    [[noreturn]] void tokenError(const String& expected, const Token& found);
+    [[noreturn, gnu::format(printf, 3, 0)]] void internalError(const String& kind, const char* fmt,
+                                                               va_list args);
+    [[noreturn, gnu::format(printf, 2, 3)]] void bufferError(const char* fmt, ...);
+    [[noreturn, gnu::format(printf, 2, 3)]] void parseError(const char* fmt, ...);
+    [[noreturn]] void typeError(const String& value, interfaces::IInput* input, bool array);
+    // Logs a warning.
+    void narrowTypeWarning(const String& value, interfaces::IInput* input);
+    // Logs an error; the document goes on.
+    void wrongTypeWarning(const String& value, interfaces::IInput* input);
+
+    // The token taken last, whose position the messages carry.
+    const Token& lastToken() const { return lastToken_; }
+    // The node that relative paths begin at, or null.
+    Node* withNode() const { return withNode_; }
+    const ds::Vector<Node*>& definedNodes() const { return definedNodes_; }
+
+  private:
+    struct Walk;
+    struct Expected;
+    using PendingMap = ds::HashMap<interfaces::IInput*, AssignInfo>;
+
+    Scene& scene() const { return static_cast<Scene&>(*scene_); }
+
+    // Statements that only `parse` reads.
+    bool statement();
+    bool parseComment();
+    bool parseRemove();
+    bool parseDefine();
+    bool isNamed(const char* keyword, Token::Type end) const;
+    Token takeName();
+
+    // Values.
+    void identifier(AssignInfo& info);
+    bool mathValue(AssignInfo& info);
+    void allocateBuffer(AssignInfo& info, DataType type);
+    void readCompactBytes(AssignInfo& info);
+    void readComponents(AssignInfo& info);
+
+    // The steps of an assignment after its statement was read.
+    Node& assignedNode(const AssignInfo& info);
+    Input* reachTarget(Walk& walk);
+    Input* takeStep(Walk& walk, unsigned long i);
+    Input* takeIndexStep(Input& array, const String& name, const Token& token, AttrType expected);
+    void checkIntermediate(Input& input, const Expected& expected, const AttrData& data);
+    void postpone(PendingMap& pending, Input& target, const AssignInfo& info);
+    void storeValue(const Walk& walk, AssignInfo& info);
+    bool fit(AssignInfo& info, Input& target);
+    void checkEnumeration(Input& target);
+    void connectTo(interfaces::IInput& input, const String& path);
+
+    Lexer* lexer_ = nullptr;
+    int lookahead_ = 3;
+    int head_ = 0;
+    ds::Vector<Token> ring_;
+    Token lastToken_;
+    Token nextToken_;
+    String spare_;
+    interfaces::IScene* scene_ = nullptr;
+    Node* withNode_ = nullptr;
+    ds::Vector<Node*> definedNodes_;
+
+    // Keeps the inputs of the pending maps alive, one reference each.
+    ds::Vector<RefersTo<interfaces::IInput>> held_;
+
+  public:
+    // Assignments that wait for the end of the document, by target: to be connected to an output,
+    // to be given a node. The last assignment to an input wins.
+    ds::HashMap<interfaces::IInput*, AssignInfo> pendingConnections;
+    ds::HashMap<interfaces::IInput*, AssignInfo> pendingIdentifiers;
+};
+
+// Reads `text` into `scene`, which keeps its header. True when the document was read to its end,
+// false after an error, which is logged. Throws std::runtime_error when one of the first three
+// tokens is invalid, and std::bad_alloc; the scene stays usable.
+bool parseString(interfaces::IScene* scene, String text);
+
+// Reads `file` into `scene`, likewise. Unless `keepHeader`, the scene's comments, version and time
+// are reset first. A read error counts as the end of the file: ask `File::error()`.
+bool parseKvt(interfaces::IScene* scene, File file, bool keepHeader);
+
+}  // namespace ko::mirel_sdk::impl

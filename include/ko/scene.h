@@ -1,0 +1,704 @@
+// The scene model: nodes with typed inputs and outputs, values, connections, node types, renames.
+//
+// A scene belongs to one thread at a time. It owns its nodes; nodes own their inputs and outputs.
+// Pointers to nodes, inputs and outputs stay valid until the scene is destroyed, those of a removed
+// node until `Scene::purgeRemoved()`.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include <ko/foundation.h>
+#include <ko/types.h>
+
+namespace ko::mirel_sdk {
+
+namespace impl {
+class Enumeration;
+class Input;
+class Node;
+class NodeType;
+class Output;
+class Scene;
+
+// The version of the format that a new scene and a freshly read file start with.
+inline constexpr unsigned long KVX_FILE_VERSION_1 = 1;
+// Array elements that one scene holds at most, unless `Scene::setElementLimit` says otherwise.
+inline constexpr unsigned long defaultElementLimit = 4'194'304;
+
+// Numbers of a buffer, lent by the value or input that owns them.
+struct BufferView {
+    const void* data = nullptr;  // null when empty
+    unsigned long count = 0;     // elements
+    unsigned long bytes = 0;     // count * elementSize(type)
+    DataType type = DataType::Null;
+
+    // Numbers in the buffer: elements times the components of each.
+    unsigned long components() const { return count * componentCount(type); }
+    // The components as an array of T, where T is their type (float for Vec3f); null where it is
+    // not.
+    template <class T>
+    const T* as() const;
+};
+
+// One value and its type. A String or Buffer value carries a payload from malloc or calloc, which
+// plain copies share: `Input::assign` and `Scene::discard` take it over, a value that was read back
+// only lends it.
+struct AttrData {
+    AttrType type = AttrType::Null;
+    // By type: Bool in the first byte; Int, UInt and Real in the first word; vectors and matrices
+    // as doubles from the first word on; a String as a pointer to its NUL-terminated text. A Buffer
+    // as data pointer, count, byte size, element type and 0. An Array's element type is in the
+    // fourth word's low 32 bits, as is a Buffer's.
+    std::uint64_t value[16] = {};
+
+    // Values made in code. `ofText` (up to a NUL) and `ofBuffer` (zero-filled) own their payload
+    // until it is handed over; they throw std::bad_alloc.
+    static AttrData ofBool(bool value);
+    static AttrData ofInt(long value);
+    static AttrData ofUInt(unsigned long value);
+    static AttrData ofReal(double value);
+    static AttrData ofText(std::string_view text);
+    // A vector, point, quaternion, colour or matrix from componentCount(type) doubles.
+    static AttrData ofComponents(AttrType type, const double* components);
+    static AttrData ofBuffer(DataType elementType, unsigned long count);
+    // A type without a value, for `Input::set`.
+    static AttrData declareArray(AttrType elementType);
+    static AttrData declareBuffer(DataType elementType);
+    // What a new input of `type` holds; never a payload.
+    static AttrData defaultOf(AttrType type);
+
+    // The parts, read without a look at `type`.
+    bool boolean() const;
+    long integer() const;
+    unsigned long uinteger() const;
+    double real() const;
+    double component(int i) const;
+    const char* text() const;  // "" for none
+    void* payload() const;     // the text or the buffer's numbers
+    void setPayload(void* payload);
+    void setReal(double number) { setComponent(0, number); }
+    void setComponent(int i, double number);
+    BufferView buffer() const;
+    AttrType arrayType() const;
+    DataType bufferType() const;
+    void setElementType(AttrType type);
+    void setElementType(DataType type);
+
+    // Whether values of this type carry a payload.
+    bool hasPayload() const { return type == AttrType::String || type == AttrType::Buffer; }
+    // A copy with a payload of its own; throws std::bad_alloc.
+    AttrData clone() const;
+};
+
+// Frees the payload of a value that nothing has taken over.
+void freePayload(const AttrData& data) noexcept;
+
+// Objects that are linked by `Next`, to be walked; the chain must not change meanwhile.
+template <class T, T* (T::*Next)() const>
+class Chain {
+  public:
+    class Iterator {
+      public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = T*;
+        using difference_type = std::ptrdiff_t;
+        using pointer = T* const*;
+        using reference = T*;
+
+        explicit Iterator(T* at = nullptr) : at_(at) {}
+        T* operator*() const { return at_; }
+        Iterator& operator++() {
+            at_ = (at_->*Next)();
+            return *this;
+        }
+        Iterator operator++(int) {
+            Iterator before = *this;
+            ++*this;
+            return before;
+        }
+        bool operator==(Iterator other) const { return at_ == other.at_; }
+        bool operator!=(Iterator other) const { return at_ != other.at_; }
+
+      private:
+        T* at_;
+    };
+
+    explicit Chain(T* first) : first_(first) {}
+    Iterator begin() const { return Iterator(first_); }
+    Iterator end() const { return Iterator(); }
+    bool isEmpty() const { return !first_; }
+
+  private:
+    T* first_;
+};
+
+struct NameHash {
+    std::size_t operator()(std::string_view name) const noexcept { return hashText(name); }
+};
+template <class T>
+using NameIndex = std::unordered_map<std::string_view, T*, NameHash>;
+
+// Things with unique names in the order in which they were added; does not own them. Few are
+// compared one by one, many are found through an index.
+template <class T>
+class NamedList {
+  public:
+    T* find(std::string_view name) const;
+    void add(T* item);  // throws std::bad_alloc and is then unchanged
+    unsigned long size() const { return items_.size(); }
+    T* operator[](unsigned long i) const { return items_[i]; }
+    // Takes the last item out of the list; null when it is empty. From then on the list can only be
+    // taken apart.
+    T* takeLast() noexcept;
+
+  private:
+    static constexpr unsigned long longestScan = 8;
+
+    std::vector<T*> items_;
+    std::unique_ptr<NameIndex<T>> index_;
+};
+
+// The values that a String input may take.
+class Enumeration {
+  public:
+    explicit Enumeration(std::vector<String> values = {});
+    // True when it has at least one value.
+    bool isActive() const { return !values_.empty(); }
+    // The place of the value spelled `text`, or none.
+    std::optional<unsigned long> find(const String& text) const;
+    const std::vector<String>& values() const { return values_; }
+
+  private:
+    std::vector<String> values_;
+    std::unordered_map<std::string_view, unsigned long, NameHash> places_;
+};
+
+}  // namespace impl
+
+namespace interfaces {
+
+// The children of an object by name, or the elements of an array by position.
+class IInputContainer {
+  public:
+    // A new child; null when the name is empty, taken or begins with "[", or when children of this
+    // input have no names.
+    virtual impl::Input* createInput(const String& name, AttrType type) = 0;
+    // A new array whose elements have type `elementType`; null as above.
+    virtual impl::Input* createArray(const String& name, AttrType elementType) = 0;
+    // Whether there is a child `name` of type `type`; Null stands for any type.
+    virtual bool hasInput(const String& name, AttrType type) const = 0;
+    virtual unsigned long inputCount() const = 0;
+    // The child or element at position `i`, or null past the end.
+    virtual impl::Input* inputAt(unsigned long i) = 0;
+    // The child `name`, or null.
+    virtual impl::Input* input(const String& name) = 0;
+
+  protected:
+    ~IInputContainer() = default;
+};
+
+// An input as the reader sees it. Owned by its node; counted references keep it alive beyond that.
+class IInput {
+  public:
+    virtual AttrType type() const = 0;
+    // The name of `type()`, for arrays and buffers too.
+    virtual String typeName() const = 0;
+    // The path from the node on: "m.list[3].x".
+    virtual String fullName() const = 0;
+    // The flag of this and the other questions is reserved; it has no effect.
+    virtual bool isBuffer(bool reserved = false) const = 0;
+    // The values that a registered node type allows here, or null.
+    virtual const impl::Enumeration* enumeration() const = 0;
+    // An array's element type; Null while undeclared and for what is no array.
+    virtual AttrType arrayType() const = 0;
+    // A buffer's element type; Null while undeclared and for what is no buffer.
+    virtual DataType bufferType() const = 0;
+    // Adds a default element at the end of an array; nothing elsewhere. Throws std::runtime_error,
+    // "array too large: %s", at the scene's element limit.
+    virtual void appendElement() = 0;
+    virtual bool isArray(bool reserved = false) const = 0;
+    virtual bool isObject(bool reserved = false) const = 0;
+    // The container side of an Object, an Array, or a Null input (which becomes an Object when a
+    // child is created in it); null for any other type.
+    virtual IInputContainer* container() = 0;
+    // Takes the input's value from `output`, which replaces an earlier connection.
+    virtual void connect(impl::Output* output) = 0;
+    virtual void disconnect() = 0;
+    // Refers to `node`, or to none; a Null input that is given a node becomes a Node input.
+    virtual void setNode(impl::Node* node) = 0;
+    virtual void retain() noexcept = 0;
+    virtual void release() noexcept = 0;
+
+  protected:
+    ~IInput() = default;
+};
+
+// What a reader asks of a scene. The one implementation is impl::Scene, and the reader relies on
+// it.
+class IScene {
+  public:
+    virtual ~IScene() = default;
+    virtual void clearComments() = 0;
+    virtual void setFileVersion(unsigned long version) = 0;
+    virtual void setFileTime(String time) = 0;
+    virtual void pushFileComment(String comment) = 0;
+    // The node `name`, or null.
+    virtual impl::Node* findNode(const String& name) const = 0;
+    // A new node; null when type or name is empty or the name is taken.
+    virtual impl::Node* createNode(String type, String name, String label) = 0;
+    // A new node of type and name `name`, marked as a definition; null as above.
+    virtual impl::Node* defineNode(String name) = 0;
+    // Cuts every connection and reference from and to the node and takes it out of the scene. The
+    // object lives on until `Scene::purgeRemoved()`. An unknown name is ignored.
+    virtual void removeNode(const String& name) = 0;
+};
+
+}  // namespace interfaces
+
+namespace impl {
+
+// A typed place on a node, in an object or in an array: holds a value, a node reference and a
+// connection side by side.
+class Input final : public interfaces::IInput, public interfaces::IInputContainer {
+  public:
+    Input(const Input&) = delete;
+    Input& operator=(const Input&) = delete;
+
+    // Empty for the elements of an array.
+    const String& name() const { return name_; }
+    // The place among the inputs of the node, object or array that holds this one.
+    unsigned long position() const { return position_; }
+    // The node that owns this input; null once that node was destroyed.
+    Node* owner() const { return node_; }
+    // The object or array that holds this input; null at node level.
+    Input* parent() const { return parent_; }
+
+    AttrType type() const override { return type_; }
+    String typeName() const override;
+    String fullName() const override;
+    bool isBuffer(bool reserved = false) const override;
+    const Enumeration* enumeration() const override;
+    AttrType arrayType() const override;
+    DataType bufferType() const override;
+    void appendElement() override { appendElements(1); }
+    bool isArray(bool reserved = false) const override;
+    bool isObject(bool reserved = false) const override;
+    interfaces::IInputContainer* container() override;
+
+    Input* createInput(const String& name, AttrType type) override;
+    Input* createArray(const String& name, AttrType elementType) override;
+    bool hasInput(const String& name, AttrType type) const override;
+    unsigned long inputCount() const override;
+    Input* inputAt(unsigned long i) override;
+    Input* input(const String& name) override;
+    const Input* input(const String& name) const;
+    // The child or element at `i`; null past the end, and for an element that nothing has touched:
+    // it has `untouchedType(i)` and that type's default.
+    const Input* touchedAt(unsigned long i) const;
+    AttrType untouchedType(unsigned long i) const;
+    // The element type that an untouched element of type Buffer was declared with, else Null.
+    DataType untouchedBufferType(unsigned long i) const;
+    // Likewise for an untouched element of type Array.
+    AttrType untouchedArrayType(unsigned long i) const;
+
+    // Adds `count` default elements; as `appendElement`, and all or none.
+    void appendElements(unsigned long count);
+    // Declares the element type of an undeclared array or buffer from a value that carries just
+    // that; anything else changes nothing.
+    void set(const AttrData& declaration);
+    // Does `set` for every undeclared element of an array, those of type `declaration.type`.
+    void declareElements(const AttrData& declaration);
+    // Stores `data`, which has this input's type, and takes its payload over. A buffer declares its
+    // element type. False, and the payload is freed, for a value that does not fit.
+    bool assign(const AttrData& data);
+    // The value, its payload lent until the next assignment.
+    AttrData value() const;
+
+    // The value as what it is; std::invalid_argument when it is something else.
+    bool asBool() const;
+    long asInt() const;
+    unsigned long asUInt() const;
+    double asReal() const;
+    std::string_view asText() const;
+    // componentCount(type()) doubles of a vector, point, quaternion, colour or matrix.
+    const double* asComponents() const;
+    BufferView asBuffer() const;
+    // The elements of a buffer whose components are T: `asBuffer().as<float>()` and the check.
+    template <class T>
+    const T* asBufferOf() const;
+    // A Bool, Int, UInt or Real as a double, since documents write 2 where 2.0 is meant.
+    double asNumber() const;
+
+    void connect(Output* output) override;
+    void disconnect() override;
+    // The output that this input takes its value from, or null.
+    Output* connection() const;
+    void setNode(Node* node) override;
+    // The node that this input refers to, or null.
+    Node* nodeReference() const;
+
+    // The next input connected to the same output; the next one that refers to the same node.
+    Input* nextConnected() const;
+    Input* nextReferring() const;
+    // The next input of the node in depth-first order, elements that nothing has touched left out.
+    Input* nextInNode() const;
+
+    void retain() noexcept override;
+    void release() noexcept override;
+
+  private:
+    friend class Node;
+    struct Elements;
+    struct Links;
+    template <class Target>
+    struct Link;
+
+    // Which member is alive follows from the type.
+    union Value {
+        std::uint64_t words[4];  // Bool, Int, UInt
+        double reals[4];         // Real and the vector types
+        double* matrix;
+        struct {
+            char* chars;
+            unsigned long length;
+        } text;
+        struct {
+            void* data;
+            unsigned long count;
+            unsigned long bytes;
+        } buffer;
+        NamedList<Input>* children;  // of an object; null while it has none
+        Elements* elements;          // of an array; null while it has none
+    };
+
+    Input(Node* node, Input* parent, unsigned long position, String name, AttrType type,
+          std::uint32_t elementType);
+    ~Input();
+
+    Input* createChild(const String& name, AttrType type, std::uint32_t elementType);
+    Input* childAt(unsigned long i) const;
+    Input* touch(unsigned long i);
+    Input* nextSibling() const;
+    Input* firstTouched(unsigned long from) const;
+    void assignText(const AttrData& data) noexcept;
+    bool assignBuffer(const AttrData& data) noexcept;
+    void freeValue() noexcept;
+    void expect(AttrType wanted) const;
+    [[noreturn]] void throwMismatch(const char* expected) const;
+
+    Links& links();
+    template <class Target>
+    void attach(Link<Target> Links::*link, Target& target);
+    template <class Target>
+    void detach(Link<Target> Links::*link) noexcept;
+    // Cuts the connection and the node reference.
+    void cut() noexcept;
+
+    // Takes the tree below this input apart without recursion.
+    void dropChildren() noexcept;
+    Input* takeLastChild() noexcept;
+    // Ends the life of this input in its node; counted references may keep the object.
+    void leaveNode() noexcept;
+
+    std::atomic<std::uint32_t> references_{0};
+    AttrType type_;
+    std::uint32_t elementType_;  // an array's AttrType or a buffer's DataType
+    String name_;
+    unsigned long position_;
+    Node* node_;
+    Input* parent_;
+    Value value_;
+    std::unique_ptr<Links> links_;
+};
+
+// The inputs that are attached to one output or node, in the order in which they were.
+struct InputChain {
+    Input* first = nullptr;
+    Input* last = nullptr;
+};
+
+// A value that a node computes, by name.
+class Output {
+  public:
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+
+    const String& name() const { return name_; }
+    Node* node() const { return node_; }
+    // "node.output".
+    String fullName() const;
+    // The inputs that take their value from here, in the order in which they were connected.
+    Chain<Input, &Input::nextConnected> connected() const {
+        return Chain<Input, &Input::nextConnected>(attached_.first);
+    }
+
+  private:
+    friend class Input;
+    friend class Node;
+    Output(Node* node, String name) : node_(node), name_(std::move(name)) {}
+
+    Node* node_;
+    String name_;
+    InputChain attached_;
+};
+
+class Node {
+  public:
+    Node(const Node&) = delete;
+    Node& operator=(const Node&) = delete;
+
+    const String& name() const { return name_; }
+    const String& type() const { return type_; }
+    const String& label() const { return label_; }
+    bool isDefinition() const { return isDefinition_; }
+    // True from `Scene::removeNode` on.
+    bool isRemoved() const { return isRemoved_; }
+    Scene& scene() const { return scene_; }
+    // What was registered for this node's type when the node was made, or null.
+    const NodeType* nodeType() const { return nodeType_; }
+    // The next node in order of creation.
+    Node* next() const { return next_; }
+
+    // As the operations of interfaces::IInputContainer.
+    bool hasInput(const String& name, AttrType type) const;
+    Input* input(const String& name) { return inputs_.find(name.view()); }
+    const Input* input(const String& name) const { return inputs_.find(name.view()); }
+    Input* createInput(const String& name, AttrType type);
+    Input* createArray(const String& name, AttrType elementType);
+    unsigned long inputCount() const { return inputs_.size(); }
+    Input* inputAt(unsigned long i) { return i < inputCount() ? inputs_[i] : nullptr; }
+    const Input* inputAt(unsigned long i) const { return i < inputCount() ? inputs_[i] : nullptr; }
+
+    // The output `name`. A node without a registered type gets one when it is asked for it; null
+    // when the name is empty, or unknown to the registered type.
+    Output* output(const String& name);
+    // The output `name` if it is there already, or null.
+    const Output* findOutput(const String& name) const { return outputs_.find(name.view()); }
+    unsigned long outputCount() const { return outputs_.size(); }
+    const Output* outputAt(unsigned long i) const {
+        return i < outputCount() ? outputs_[i] : nullptr;
+    }
+    // The inputs that refer to this node, in the order in which they were given it.
+    Chain<Input, &Input::nextReferring> referring() const {
+        return Chain<Input, &Input::nextReferring>(attached_.first);
+    }
+
+  private:
+    friend class Input;
+    friend class Scene;
+    Node(Scene& scene, String type, String name, String label);
+    ~Node();
+
+    Input* add(const String& name, AttrType type, std::uint32_t elementType);
+    Output* addOutput(const String& name);
+    void addDeclared(const NodeType& type);
+    // Cuts every connection and reference from and to this node.
+    void cut() noexcept;
+
+    Scene& scene_;
+    String type_;
+    String name_;
+    String label_;
+    bool isDefinition_ = false;
+    bool isRemoved_ = false;
+    const NodeType* nodeType_ = nullptr;
+    NamedList<Input> inputs_;
+    NamedList<Output> outputs_;
+    InputChain attached_;
+    Node* previous_ = nullptr;
+    Node* next_ = nullptr;
+};
+
+// One input of a node type.
+struct InputDeclaration {
+    InputDeclaration() = default;
+    InputDeclaration(const InputDeclaration&) = delete;
+    InputDeclaration& operator=(const InputDeclaration&) = delete;
+    ~InputDeclaration();
+
+    String name;
+    AttrType type = AttrType::Null;
+    AttrType arrayType = AttrType::Null;   // of an Array
+    DataType bufferType = DataType::Null;  // of a Buffer
+    AttrData defaultValue;                 // owned; Null stands for the default of the type
+    Enumeration enumeration = Enumeration();
+};
+
+// What nodes of one type are made of. Put together call by call, then handed to
+// `Scene::registerType`:
+//
+//     NodeType type("sphere");
+//     type.input("radius", AttrData::ofReal(1)).output("surface").renameInput("r", "radius");
+//     scene.registerType(std::move(type));
+//
+// A second input or output of a name is ignored.
+class NodeType {
+  public:
+    explicit NodeType(String name);
+    NodeType& input(String name, AttrType type);
+    // With a default, whose payload the node type takes over.
+    NodeType& input(String name, const AttrData& defaultValue);
+    NodeType& array(String name, AttrType elementType);
+    NodeType& buffer(String name, DataType elementType);
+    // A String input that should hold one of `values`; it starts with the first.
+    NodeType& enumeration(String name, std::vector<String> values);
+    NodeType& output(String name);
+    // Older documents say `old` for what is `current` now.
+    NodeType& renameInput(String old, String current);
+    NodeType& renameOutput(String old, String current);
+
+    const String& name() const { return name_; }
+    unsigned long inputCount() const { return inputs_.size(); }
+    const InputDeclaration& inputAt(unsigned long i) const { return *inputs_[i]; }
+    // The declaration of input `name`, or null.
+    const InputDeclaration* findInput(const String& name) const;
+    const std::vector<String>& outputs() const { return outputs_; }
+
+  private:
+    friend class Scene;
+    using Rename = std::pair<String, String>;
+
+    NodeType& add(std::unique_ptr<InputDeclaration> declaration);
+
+    String name_;
+    std::vector<std::unique_ptr<InputDeclaration>> inputs_;
+    NameIndex<const InputDeclaration> inputIndex_;
+    std::vector<String> outputs_;
+    std::vector<Rename> inputRenames_;
+    std::vector<Rename> outputRenames_;
+};
+
+class Scene : public interfaces::IScene {
+  public:
+    // An empty scene of version 1, without time, comments and limits on buffers.
+    Scene() = default;
+    Scene(const Scene&) = delete;
+    Scene& operator=(const Scene&) = delete;
+    ~Scene() override;
+
+    void clearComments() override { comments_.clear(); }
+    void setFileVersion(unsigned long version) override { fileVersion_ = version; }
+    void setFileTime(String time) override { fileTime_ = std::move(time); }
+    void pushFileComment(String comment) override { comments_.push_back(std::move(comment)); }
+    Node* findNode(const String& name) const override;
+    Node* createNode(String type, String name, String label) override;
+    Node* defineNode(String name) override;
+    void removeNode(const String& name) override;
+
+    unsigned long fileVersion() const { return fileVersion_; }
+    const String& fileTime() const { return fileTime_; }
+    const std::vector<String>& comments() const { return comments_; }
+
+    // The nodes in order of creation; removed ones are not among them.
+    Chain<Node, &Node::next> nodes() const { return Chain<Node, &Node::next>(firstNode_); }
+    unsigned long nodeCount() const { return index_.size(); }
+    // Destroys the removed nodes, after cutting what was connected to them since. Not while a
+    // document is being read.
+    void purgeRemoved();
+
+    // Nodes of this type made from now on start with what it declares. Its renames enter the
+    // process-wide table. The result lives as long as the scene.
+    const NodeType* registerType(NodeType type);
+    // What is registered under `name`, or null.
+    const NodeType* nodeType(const String& name) const;
+
+    // Array elements in all; at the limit no element can be added.
+    unsigned long elementCount() const { return elementCount_; }
+    unsigned long elementLimit() const { return elementLimit_; }
+    void setElementLimit(unsigned long elements) { elementLimit_ = elements; }
+    // Bytes that one buffer of a document may ask for; all bits set when there is no limit.
+    unsigned long bufferLimit() const { return bufferLimit_; }
+    void setBufferLimit(unsigned long bytes) { bufferLimit_ = bytes; }
+
+    // Frees the payload of a value that no input takes.
+    void discard(const AttrData& data) noexcept { freePayload(data); }
+
+  private:
+    friend class Input;
+
+    void unlink(Node& node) noexcept;
+
+    unsigned long fileVersion_ = KVX_FILE_VERSION_1;
+    String fileTime_;
+    std::vector<String> comments_;
+    NameIndex<Node> index_;
+    Node* firstNode_ = nullptr;
+    Node* lastNode_ = nullptr;
+    Node* firstRemoved_ = nullptr;
+    std::vector<std::unique_ptr<const NodeType>> types_;  // replaced ones too: nodes refer to them
+    NameIndex<const NodeType> typeIndex_;
+    unsigned long elementCount_ = 0;
+    unsigned long elementLimit_ = defaultElementLimit;
+    unsigned long bufferLimit_ = ~0UL;
+};
+
+// The current name of an input or output of a node type that older documents may spell differently;
+// the name itself when nothing is known of it. Any thread may ask.
+String updateInputName(const String& nodeType, const String& name);
+String updateOutputName(const String& nodeType, const String& name);
+// The process-wide table behind them.
+void registerInputRename(const String& nodeType, const String& old, const String& current);
+void registerOutputRename(const String& nodeType, const String& old, const String& current);
+void clearRenames();
+
+template <class T>
+T* NamedList<T>::find(std::string_view name) const {
+    if (index_) {
+        const auto found = index_->find(name);
+        return found == index_->end() ? nullptr : found->second;
+    }
+    for (T* item : items_)
+        if (item->name().view() == name) return item;
+    return nullptr;
+}
+
+template <class T>
+void NamedList<T>::add(T* item) {
+    items_.push_back(item);
+    if (items_.size() <= longestScan) return;
+    try {
+        if (index_) {
+            index_->emplace(item->name().view(), item);
+        } else {
+            auto index = std::make_unique<NameIndex<T>>();
+            for (T* each : items_)
+                index->emplace(each->name().view(), each);
+            index_ = std::move(index);
+        }
+    } catch (...) {
+        items_.pop_back();
+        throw;
+    }
+}
+
+template <class T>
+T* NamedList<T>::takeLast() noexcept {
+    index_.reset();
+    if (items_.empty()) return nullptr;
+    T* const item = items_.back();
+    items_.pop_back();
+    return item;
+}
+
+template <class T>
+const T* BufferView::as() const {
+    constexpr DataType wanted = dataTypeOf<T>();
+    return componentType(type) == wanted ? static_cast<const T*>(data) : nullptr;
+}
+
+template <class T>
+const T* Input::asBufferOf() const {
+    const BufferView view = asBuffer();
+    if (view.count && !view.as<T>()) throwMismatch(dataTypeName(dataTypeOf<T>()));
+    return view.as<T>();
+}
+
+}  // namespace impl
+}  // namespace ko::mirel_sdk

@@ -1,0 +1,181 @@
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <system_error>
+
+#include <ko/foundation.h>
+
+namespace ko {
+
+// What the copies of a File share: the stream, one block of it, and how far reading has come.
+class FileSource {
+  public:
+    FileSource() noexcept : error_(File::CannotOpen) {}
+    // A block of memory that the caller keeps.
+    FileSource(const void* bytes, unsigned long size) noexcept
+        : next_(static_cast<const char*>(bytes)), end_(next_ + size), size_(size) {
+        skipByteOrderMark();
+    }
+    FileSource(std::FILE* stream, bool owned, unsigned long size)
+        : stream_(stream), owned_(owned), block_(new char[blockSize]), size_(size) {}
+    FileSource(File::Error error, int reason) noexcept : error_(error), reason_(reason) {}
+    FileSource(const FileSource&) = delete;
+    FileSource& operator=(const FileSource&) = delete;
+    ~FileSource() {
+        if (owned_) std::fclose(stream_);
+    }
+
+    static FileSource* open(const char* path);
+
+    void retain() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
+    void release() noexcept {
+        if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+    }
+
+    bool read(signed char& c) {
+        if (next_ == end_ && !fill()) return false;
+        c = static_cast<signed char>(*next_++);
+        advancePosition(1);
+        return true;
+    }
+
+    File::Error error() const noexcept { return error_; }
+    int reason() const noexcept { return reason_; }
+    unsigned long size() const noexcept { return size_; }
+    unsigned long position() const noexcept { return position_.load(std::memory_order_relaxed); }
+
+  private:
+    static constexpr unsigned long blockSize = 64 * 1024;
+
+    bool fill();
+    unsigned long readBlock();
+    void skipByteOrderMark() noexcept;
+    // Only the reading thread writes the position; others just look.
+    void advancePosition(unsigned long count) noexcept {
+        position_.store(position() + count, std::memory_order_relaxed);
+    }
+
+    std::atomic<unsigned long> references_{0};
+    std::FILE* stream_ = nullptr;
+    bool owned_ = false;
+    bool atStart_ = true;
+    std::unique_ptr<char[]> block_;
+    const char* next_ = nullptr;
+    const char* end_ = nullptr;
+    unsigned long size_ = 0;
+    std::atomic<unsigned long> position_{0};
+    File::Error error_ = File::None;
+    int reason_ = 0;  // errno of the error
+};
+
+FileSource* FileSource::open(const char* path) {
+    std::error_code ignored;
+    if (std::filesystem::is_directory(path, ignored)) {
+        return new FileSource(File::IsDirectory, EISDIR);
+    }
+    std::FILE* const stream = std::fopen(path, "rb");
+    if (!stream) return new FileSource(File::CannotOpen, errno);
+    try {
+        const bool isRegular = std::filesystem::is_regular_file(path, ignored);
+        const auto size = isRegular ? std::filesystem::file_size(path, ignored) : 0;
+        std::setvbuf(stream, nullptr, _IONBF, 0);  // the block here is the only one
+        return new FileSource(stream, true, ignored ? 0 : size);
+    } catch (...) {
+        std::fclose(stream);
+        throw;
+    }
+}
+
+// Reads until the block is full, the file ends or an error stops it; signals only interrupt.
+unsigned long FileSource::readBlock() {
+    unsigned long count = 0;
+    while (count < blockSize) {
+        errno = 0;
+        count += std::fread(block_.get() + count, 1, blockSize - count, stream_);
+        if (!std::ferror(stream_)) break;
+        if (errno != EINTR) {
+            error_ = File::CannotRead;
+            reason_ = errno;
+            break;
+        }
+        std::clearerr(stream_);
+    }
+    return count;
+}
+
+bool FileSource::fill() {
+    if (!stream_ || error_ != File::None || std::feof(stream_)) return false;
+    const unsigned long count = readBlock();
+    next_ = block_.get();
+    end_ = next_ + count;
+    skipByteOrderMark();
+    return next_ != end_;
+}
+
+void FileSource::skipByteOrderMark() noexcept {
+    constexpr unsigned long length = 3;
+    const bool isMark = atStart_ && end_ - next_ >= static_cast<std::ptrdiff_t>(length) &&
+                        std::memcmp(next_, "\xEF\xBB\xBF", length) == 0;
+    atStart_ = false;
+    if (!isMark) return;
+    next_ += length;
+    advancePosition(length);
+}
+
+// --- The handle ---------------------------------------------------------------------------------
+
+File::File() noexcept = default;
+File::File(const File&) noexcept = default;
+File::File(File&&) noexcept = default;
+File& File::operator=(const File&) noexcept = default;
+File& File::operator=(File&&) noexcept = default;
+File::~File() = default;
+File::File(FileSource* source) noexcept : RefersTo(source) {}
+
+File File::open(const char* path) {
+    return File(FileSource::open(path));
+}
+
+File File::standardInput() {
+    return File(new FileSource(stdin, false, 0));
+}
+
+File File::memory(const void* bytes, unsigned long size) {
+    return File(new FileSource(bytes, size));
+}
+
+bool File::read(signed char& c) {
+    return get() && get()->read(c);
+}
+
+File::Error File::error() const noexcept {
+    return get() ? get()->error() : CannotOpen;
+}
+
+String File::errorText() const {
+    const int reason = get() ? get()->reason() : 0;
+    switch (error()) {
+        case None:
+            return {};
+        case IsDirectory:
+            return {"is a directory"};
+        case CannotOpen:
+            return reason ? String::format("cannot open: %s", std::strerror(reason))
+                          : String("no file is open");
+        case CannotRead:
+            break;
+    }
+    return String::format("cannot read: %s", std::strerror(reason));
+}
+
+unsigned long File::size() const noexcept {
+    return get() ? get()->size() : 0;
+}
+unsigned long File::position() const noexcept {
+    return get() ? get()->position() : 0;
+}
+
+}  // namespace ko

@@ -1,0 +1,1225 @@
+// The reader of KVT documents.
+//
+// A Lexer turns characters into tokens with one character of lookahead; comments, strings and
+// bracketed groups are single tokens. KvtParser is a recursive-descent parser over a ring of three
+// tokens, LL(3), and reads a document in one pass: each routine stands under the line of grammar
+// that it reads. An assignment is read whole before anything is looked up in the scene; its value
+// is stored at once. References to outputs and nodes wait in two maps, keyed by the input they
+// belong to, until the end of the document, so that they may name nodes further down.
+//
+// The first error ends the document: diagnostics throw, `KvtParser::parse` catches and logs. What
+// the scene was given until then stays; what waits in the maps is dropped.
+#include <ko/kvtparser.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace ko::mirel_sdk::impl {
+
+using interfaces::IInput;
+using interfaces::IInputContainer;
+using interfaces::IScene;
+
+// === Lexer sources
+// ================================================================================
+
+namespace {
+
+// Not distinguished from the byte 0xFF, which therefore ends a document.
+constexpr signed char endOfInput = -1;
+
+void count(std::int32_t& counter) noexcept {
+    if (counter < std::numeric_limits<std::int32_t>::max()) ++counter;
+}
+
+}  // namespace
+
+// A line break ends its line: the line moves on with the character behind it.
+void Lexer::advance() noexcept {
+    if (c == '\n') {
+        count(line);
+        column = 1;
+    } else {
+        count(column);
+    }
+    c = la;
+    count(pos);
+}
+
+FileLexer::FileLexer(File file) : file_(std::move(file)) {
+    fetch();
+}
+
+void FileLexer::fetch() {
+    if (!file_.read(la)) la = endOfInput;
+}
+
+signed char FileLexer::consume() {
+    advance();
+    if (la != endOfInput) fetch();
+    return c;
+}
+
+// The lookahead of an empty text is its terminator, which is skipped as a blank.
+StringLexer::StringLexer(String text) : text_(std::move(text)) {
+    la = static_cast<signed char>(text_[0]);
+}
+
+signed char StringLexer::consume() {
+    advance();
+    if (la == endOfInput) return c;
+    ++index_;
+    la = index_ < text_.len() ? static_cast<signed char>(text_[index_]) : endOfInput;
+    return c;
+}
+
+// === Tokens
+// =======================================================================================
+
+Token Lexer::token(Token::Type type) {
+    Token t{type, String(), line, column};
+    t.text = String(static_cast<char>(consume()));
+    return t;
+}
+
+Token Lexer::token(Token::Type type, String text) const {
+    return {type, std::move(text), line, column};
+}
+
+Token Lexer::token(Token::Type type, const ds::Vector<char>& chars) const {
+    return token(type, String(std::string_view(chars.data(), chars.size())));
+}
+
+Token Lexer::invalidListToken(const String& what) const {
+    return token(Token::Invalid, String::format("INVALID %s LIST TOKEN (%d,%d): '%c'", what.buf(),
+                                                line, column, la));
+}
+
+Token Lexer::unexpectedEof(const String& what) const {
+    return token(Token::Eof, String::format("UNEXPECTED EOF while parsing %s", what.buf()));
+}
+
+// === Lexer
+// ========================================================================================
+
+namespace {
+
+bool isBlank(char ch) {
+    return String::isSpace(ch) || !String::isPrintable(ch);
+}
+
+bool isOneOf(char ch, std::string_view set) {
+    return set.find(ch) != std::string_view::npos;
+}
+
+}  // namespace
+
+bool Lexer::isAtBlank() const {
+    return la != endOfInput && isBlank(la);
+}
+
+void Lexer::skipBlanks() {
+    while (isAtBlank())
+        consume();
+}
+
+Token Lexer::nextToken() {
+    skipBlanks();
+    if (la == endOfInput) return token(Token::Eof, "EOF");
+    switch (la) {
+        case '"':
+            return string();
+        case '#':
+            return comment();
+        case '\'':
+            return token(Token::Quote);
+        case '(':
+            return parens();
+        case '*':
+            return token(Token::Star);
+        case '+':
+            return token(Token::Plus);
+        case ',':
+            return token(Token::Comma);
+        case '.':
+            return token(Token::Dot);
+        case '/':
+            return token(Token::Slash);
+        case ':':
+            return token(Token::Colon);
+        case ';':
+            return token(Token::Semicolon);
+        case '=':
+            return token(Token::Equals);
+        case '[':
+            return brackets();
+        case '\\':
+            return token(Token::Backslash);
+        case '{':
+            return braces();
+        case '|':
+            return token(Token::Pipe);
+        default:
+            break;
+    }
+    if (String::isLetter(la) || la == '_') return id();
+    if (la == '-' || String::isHexDigit(la)) return number();
+    return token(Token::Invalid, String::format("INVALID TOKEN (%d,%d): '%c'", line, column, la));
+}
+
+// id = ( letter | "_" ) { letter | "_" | digit }
+Token Lexer::id() {
+    if (la == endOfInput) return unexpectedEof("ID");
+    ds::Vector<char> chars;
+    do {
+        chars.push_back(static_cast<char>(consume()));
+    } while (la != endOfInput && (String::isLetter(la) || la == '_' || String::isDigit(la)));
+    const String text(std::string_view(chars.data(), chars.size()));
+    if (text.compareNoCase("true") == 0) return token(Token::True, "true");
+    if (text.compareNoCase("false") == 0) return token(Token::False, "false");
+    if (text.compareNoCase("null") == 0) return token(Token::Null, "null");
+    return token(Token::Id, text);
+}
+
+// number = ( "-" | digit ) { hex digit | "+" | "-" | "." | "I" | "i" | "N" | "n" | "U" | "u" }
+//
+// What is real follows from letters alone. An `a` counts, for `nan`; an `e` does not, so `1e5` is
+// an integer.
+Token Lexer::number() {
+    if (la == endOfInput) return unexpectedEof("NUMBER");
+    ds::Vector<char> chars;
+    bool isReal = false;
+    do {
+        isReal = isReal || isOneOf(la, ".fFnNaAiI");
+        chars.push_back(static_cast<char>(consume()));
+    } while (String::isHexDigit(la) || isOneOf(la, "+-.IiNnUu"));
+    return token(isReal ? Token::Real : Token::Integer, chars);
+}
+
+// comment = "#" { any character but a line break }
+Token Lexer::comment() {
+    ds::Vector<char> chars;
+    do {
+        chars.push_back(static_cast<char>(consume()));
+    } while (la != '\n' && la != '\r' && la != endOfInput);
+    return token(Token::Comment, chars);
+}
+
+// string = '"' { any character but '"' and '\' | '\' | '\"' | '\\' } '"'
+//
+// Kept as written; whoever takes the value resolves the escapes.
+Token Lexer::string() {
+    ds::Vector<char> chars;
+    chars.push_back(static_cast<char>(consume()));
+    for (;;) {
+        if (c == '\\' && (la == '"' || la == '\\')) chars.push_back(static_cast<char>(consume()));
+        if (la == endOfInput) return unexpectedEof("STRING");
+        const bool isEnd = la == '"';
+        chars.push_back(static_cast<char>(consume()));
+        if (isEnd) return token(Token::StringLiteral, chars);
+    }
+}
+
+// brackets = "[" { digit | "*" | "[" | blank } "]"
+Token Lexer::brackets() {
+    ds::Vector<char> chars;
+    do {
+        const bool isAllowed = isBlank(la) || String::isDigit(la) || isOneOf(la, "[]*");
+        if (!isAllowed) return invalidListToken("BRACKET");
+        chars.push_back(static_cast<char>(consume()));
+        if (la == endOfInput) return unexpectedEof("BRACKETS");
+    } while (la != ']');
+    chars.push_back(static_cast<char>(consume()));
+    return token(Token::Brackets, chars);
+}
+
+// What tells parenthesised from braced groups.
+struct Lexer::GroupRules {
+    Token::Type type;
+    char open;
+    char close;
+    std::string_view separators;
+    const char* name;    // in messages about a character
+    const char* plural;  // in messages about the end
+};
+
+Token Lexer::parens() {
+    return group({Token::Parens, '(', ')', ",[]{}", "PAREN", "PARENS"});
+}
+
+Token Lexer::braces() {
+    return group({Token::Braces, '{', '}', ",()[]", "BRACE", "BRACES"});
+}
+
+// parens = "(" { character of a number | separator | blank | parens } ")", braces likewise
+//
+// The text keeps the outermost delimiters only; a run of blanks or a separator becomes one space,
+// with none behind the opening delimiter. Groups of a million numbers are read here, and their
+// readers find pieces with a space between them and nothing else.
+Token Lexer::group(const GroupRules& rules) {
+    ds::Vector<char> chars;
+    unsigned long depth = 0;
+    do {
+        const char ch = la;
+        if (la == endOfInput) return unexpectedEof(rules.plural);
+        if (!isBlank(ch) && !String::isHexDigit(ch) && !isOneOf(ch, "+,-.()[]{}INUinu")) {
+            return invalidListToken(rules.name);
+        }
+        if (ch == rules.open && !chars.isEmpty()) {
+            ++depth;
+            consume();
+        } else if (ch == rules.close && depth > 0) {
+            --depth;
+            consume();
+        } else if (isBlank(ch) || isOneOf(ch, rules.separators)) {
+            consume();
+            if (isBlank(ch)) skipBlanks();
+            const char last = chars[chars.size() - 1];
+            if (last != ' ' && last != rules.open && la != rules.close) chars.push_back(' ');
+        } else {
+            chars.push_back(static_cast<char>(consume()));
+        }
+    } while (depth > 0 || la != rules.close);
+    chars.push_back(static_cast<char>(consume()));
+    return token(rules.type, chars);
+}
+
+// === Diagnostics
+// ==================================================================================
+
+namespace {
+
+[[noreturn]] void raise(const String& message) {
+    throw std::runtime_error(std::string(message.view()));
+}
+
+}  // namespace
+
+void KvtParser::tokenError(const Token& t) {
+    raise(t.text);
+}
+
+void KvtParser::tokenError(const String& expected, const Token& found) {
+    raise(String::format("BAD TOKEN (%d,%d): expected '%s', found '%s'.", found.line, found.column,
+                         expected.buf(), found.text.buf()));
+}
+
+void KvtParser::internalError(const String& kind, const char* fmt, va_list args) {
+    const String detail = String::formatv(fmt, args);
+    raise(String::format("%s (%d,%d): %s.", kind.buf(), lastToken_.line, lastToken_.column,
+                         detail.buf()));
+}
+
+void KvtParser::bufferError(const char* fmt, ...) {
+    va_list args;
+    va_start(args, fmt);
+    internalError("BUFFER ERROR", fmt, args);
+}
+
+void KvtParser::parseError(const char* fmt, ...) {
+    va_list args;
+    va_start(args, fmt);
+    internalError("PARSE ERROR", fmt, args);
+}
+
+void KvtParser::typeError(const String& value, IInput* input, bool array) {
+    const String detail =
+        String::format("cannot assign %s%s to %s @ %s", value.buf(), array ? "[]" : "",
+                       input->typeName().buf(), input->fullName().buf());
+    raise(String::format("TYPE ERROR (%d,%d): %s.", lastToken_.line, lastToken_.column,
+                         detail.buf()));
+}
+
+void KvtParser::narrowTypeWarning(const String& value, IInput* input) {
+    const String detail = String::format("narrowing %s to %s @ %s", value.buf(),
+                                         input->typeName().buf(), input->fullName().buf());
+    logWarning("TYPE WARNING (%d,%d): %s.", lastToken_.line, lastToken_.column, detail.buf());
+}
+
+void KvtParser::wrongTypeWarning(const String& value, IInput* input) {
+    const String detail = String::format("expected %s @ %s but found %s", input->typeName().buf(),
+                                         input->fullName().buf(), value.buf());
+    logError("TYPE ERROR (%d,%d): %s.", lastToken_.line, lastToken_.column, detail.buf());
+}
+
+// === Lookahead
+// ====================================================================================
+
+void KvtParser::prime(IScene* scene, Lexer* lexer) {
+    scene_ = scene;
+    lexer_ = lexer;
+    for (int i = 0; i < lookahead_; ++i) {
+        ring_.push_back(Token());
+        consume();
+    }
+}
+
+Token::Type KvtParser::la(int i) const {
+    return ring_[static_cast<unsigned long>((head_ + i - 1) % lookahead_)].type;
+}
+
+Token KvtParser::lt(int i) const {
+    return ring_[static_cast<unsigned long>((head_ + i - 1) % lookahead_)];
+}
+
+Token KvtParser::consume() {
+    Token& slot = ring_[static_cast<unsigned long>(head_)];
+    lastToken_ = slot;
+    nextToken_ = lexer_->nextToken();
+    if (nextToken_.type == Token::Invalid) tokenError(nextToken_);
+    slot = nextToken_;
+    head_ = (head_ + 1) % lookahead_;
+    return lastToken_;
+}
+
+bool KvtParser::match(Token& t, Token::Type type) {
+    if (la(1) != type) return false;
+    t = consume();
+    return true;
+}
+
+// === Statements
+// ===================================================================================
+
+// document = { statement }
+bool KvtParser::parse(IScene* scene, Lexer* lexer) {
+    prime(scene, lexer);
+    try {
+        while (la(1) != Token::Eof && la(1) != Token::Invalid) {
+            if (!scene_) parseError("no scene to read into");
+            if (!statement()) parseError("unrecognized token '%s'.", lt(1).text.buf());
+        }
+        resolveConnections();
+        resolveIdentifiers();
+        return true;
+    } catch (const std::runtime_error& error) {
+        logError("%s", error.what());
+        return false;
+    }
+}
+
+// statement = comment | remove | define | declare | with | assign
+//
+// A `with` looks like a declaration and is taken as one, of type `with` if the node is not there.
+bool KvtParser::statement() {
+    return parseComment() || parseRemove() || parseDefine() || parseDeclare() || parseWith() ||
+           parseAssign();
+}
+
+// comment = Comment; one with "version:" or "time:" also sets the scene's version or time
+bool KvtParser::parseComment() {
+    Token comment;
+    if (!match(comment, Token::Comment)) return false;
+    const String field = comment.text.fromFirst(':', false).trim(true, true);
+    if (comment.text.contains("version:", false)) {
+        unsigned long version = 0;
+        if (String::parse(field, version, String::Auto)) {
+            scene().setFileVersion(version);
+        } else {
+            logWarning("Failed to parse KVT version comment: %s", comment.text.buf());
+        }
+    } else if (comment.text.contains("time:", false) && !field.isEmpty()) {
+        scene().setFileTime(field);
+    }
+    scene().pushFileComment(comment.text);
+    return true;
+}
+
+// Whether the next tokens are the keyword, a name and `end`.
+bool KvtParser::isNamed(const char* keyword, Token::Type end) const {
+    return la(1) == Token::Id && la(2) == Token::Id && la(3) == end &&
+           lt(1).text.compareNoCase(keyword) == 0;
+}
+
+// Takes keyword, name and end, and returns the name.
+Token KvtParser::takeName() {
+    consume();
+    Token name = consume();
+    consume();
+    return name;
+}
+
+// remove = "remove" Id ";"
+bool KvtParser::parseRemove() {
+    if (!isNamed("remove", Token::Semicolon)) return false;
+    scene().removeNode(takeName().text);
+    return true;
+}
+
+// define = "define" Id ";"
+bool KvtParser::parseDefine() {
+    if (!isNamed("define", Token::Semicolon)) return false;
+    const String name = takeName().text;
+    Node* node = scene().findNode(name);
+    if (!node) node = scene().defineNode(name);
+    definedNodes_.push_back(node);
+    return true;
+}
+
+// declare = Id Id ( ";" | ":" ), the type and the name; with ":" assignments to the node follow
+bool KvtParser::parseDeclare() {
+    const bool isBlock = la(3) == Token::Colon;
+    if (la(1) != Token::Id || la(2) != Token::Id) return false;
+    if (!isBlock && la(3) != Token::Semicolon) return false;
+    const Token type = consume();
+    const Token name = consume();
+    consume();
+    Node* node = scene().findNode(name.text);
+    if (!node) node = scene().createNode(type.text, name.text, "");
+    if (isBlock) withNode_ = node;
+    return true;
+}
+
+// with = "with" Id ":", the name of a node or the type of a defined one
+bool KvtParser::parseWith() {
+    if (!isNamed("with", Token::Colon)) return false;
+    const String name = takeName().text;
+    withNode_ = scene().findNode(name);
+    if (withNode_) return true;
+    for (Node* const node : definedNodes_)
+        if (node && node->type() == name) withNode_ = node;
+    return true;
+}
+
+// path = ( Id "." Id | "." Id ) { Brackets | "." Id }
+bool KvtParser::path(ds::Vector<Token>& tokens) {
+    const bool isAbsolute = la(1) == Token::Id;
+    if (isAbsolute && (la(2) != Token::Dot || la(3) != Token::Id)) return false;
+    if (!isAbsolute && (la(1) != Token::Dot || la(2) != Token::Id)) return false;
+    if (isAbsolute) tokens.push_back(consume());
+    tokens.push_back(consume());
+    tokens.push_back(consume());
+    for (;;) {
+        if (la(1) == Token::Brackets) {
+            tokens.push_back(consume());
+        } else if (la(1) == Token::Dot && la(2) == Token::Id) {
+            tokens.push_back(consume());
+            tokens.push_back(consume());
+        } else {
+            return true;
+        }
+    }
+}
+
+String KvtParser::collapse(const ds::Vector<Token>& tokens) {
+    std::string text;
+    for (const Token& t : tokens)
+        text += t.text.view();
+    return String(text);
+}
+
+// reference = "|" "=" ( "null" | path ) ";"
+bool KvtParser::connect(AssignInfo& info) {
+    Token t;
+    if (!match(t, Token::Pipe)) return false;
+    if (!match(t, Token::Equals)) tokenError("=", lt(1));
+    if (match(t, Token::Null)) {
+        info.refPath.push_back(t);
+    } else if (!path(info.refPath)) {
+        tokenError("(null|path)", lt(1));
+    }
+    info.token0 = info.refPath[0];
+    if (!match(t, Token::Semicolon)) tokenError(";", lt(1));
+    info.gotReference = true;
+    return true;
+}
+
+// === Values
+// =======================================================================================
+
+// value = "=" ( scalar | buffer | Id | "null" ) ";"
+bool KvtParser::value(AssignInfo& info) {
+    Token t;
+    if (!match(t, Token::Equals)) return false;
+    if (scalar(info)) {
+        info.gotScalar = true;
+    } else if (buffer(info)) {
+        info.gotBuffer = true;
+    } else {
+        identifier(info);
+    }
+    if (!match(t, Token::Semicolon)) tokenError(";", lt(1));
+    return true;
+}
+
+void KvtParser::identifier(AssignInfo& info) {
+    const bool isIdentifier = la(1) == Token::Id || la(1) == Token::Null;
+    if (!isIdentifier) tokenError("(scalar|buffer|reference)", lt(1));
+    info.gotIdentifier = true;
+    info.token4 = consume();
+    info.token0 = info.token4;
+}
+
+// --- Scalars
+// --------------------------------------------------------------------------------------
+
+namespace {
+
+bool readBool(const String& text, AttrData& data) {
+    data.type = AttrType::Bool;
+    bool value = false;
+    if (!String::parse(text, value)) return false;
+    data.value[0] = 0;
+    std::memcpy(data.value, &value, sizeof value);
+    return true;
+}
+
+// Unsigned integers too go through the signed parser; they end at 2^63 - 1.
+bool readInteger(const String& text, AttrData& data) {
+    data.type = text.endsWith("u", false) ? AttrType::UInt : AttrType::Int;
+    long value = 0;
+    if (!String::parse(text, value, String::Auto)) return false;
+    data.value[0] = static_cast<std::uint64_t>(value);
+    return true;
+}
+
+bool readReal(const String& text, AttrData& data) {
+    data.type = AttrType::Real;
+    double value = 0;
+    if (!String::parse(text, value)) return false;
+    data.setReal(value);
+    return true;
+}
+
+template <class Math>
+bool readMath(const String& text, AttrData& data) {
+    static_assert(sizeof(Math) <= sizeof data.value);
+    Math value;
+    std::memcpy(&value, data.value, sizeof value);
+    const bool isRead = String::parse(text, value);
+    std::memcpy(data.value, &value, sizeof value);
+    return isRead;
+}
+
+bool readMath(const String& text, AttrType type, AttrData& data) {
+    data.type = type;
+    switch (type) {
+        case AttrType::Vec2:
+            return readMath<math::VecT<2, double>>(text, data);
+        case AttrType::Vec3:
+            return readMath<math::VecT<3, double>>(text, data);
+        case AttrType::Vec4:
+            return readMath<math::VecT<4, double>>(text, data);
+        case AttrType::Pos2:
+            return readMath<math::PosT<2, double>>(text, data);
+        case AttrType::Pos3:
+            return readMath<math::PosT<3, double>>(text, data);
+        case AttrType::Quat:
+            return readMath<math::QuatT<double>>(text, data);
+        case AttrType::Rgba:
+            return readMath<math::RgbaT<double>>(text, data);
+        case AttrType::Mat3:
+            return readMath<math::MatT<3, double>>(text, data);
+        default:
+            return readMath<math::MatT<4, double>>(text, data);
+    }
+}
+
+}  // namespace
+
+// scalar = "true" | "false" | Integer | Real | String | Braces | Brackets | math value
+//
+// A literal that does not convert is taken all the same, so that what stands behind it, a ";" as a
+// rule, ends the statement with an error.
+bool KvtParser::scalar(AssignInfo& info) {
+    Token& t = info.token0;
+    if (match(t, Token::True) || match(t, Token::False)) return readBool(t.text, info.data);
+    if (match(t, Token::Integer)) return readInteger(t.text, info.data);
+    if (match(t, Token::Real)) return readReal(t.text, info.data);
+    if (match(t, Token::StringLiteral)) {
+        const String text = t.text.substring(1, t.text.len() - 2).unescape();
+        info.data = AttrData::ofText(text.view());
+        return true;
+    }
+    if (match(t, Token::Braces)) {
+        info.data.type = AttrType::Object;
+        return true;
+    }
+    if (match(t, Token::Brackets)) {
+        info.data.type = AttrType::Array;
+        return true;
+    }
+    return mathValue(info);
+}
+
+// math value = Id Parens, the identifier a type: vec3(1 0 0)
+bool KvtParser::mathValue(AssignInfo& info) {
+    if (la(1) != Token::Id || la(2) != Token::Parens) return false;
+    const auto* const type = scalarTypes().findNode(lt(1).text.toLower(true));
+    if (!type) return false;
+    info.token0 = consume();
+    info.token3 = consume();
+    return readMath(info.token3.text.trimChars("()", ""), type->value, info.data);
+}
+
+// --- Buffers
+// --------------------------------------------------------------------------------------
+
+namespace {
+
+// The element type that `keyword` names, or Null.
+DataType bufferType(const String& keyword) {
+    if (const auto* const scalar = scalarBufferTypes().findNode(keyword)) return scalar->value;
+    if (const auto* const vector = vectorBufferTypes().findNode(keyword)) return vector->value;
+    return DataType::Null;
+}
+
+template <class Integer>
+bool readInteger(std::string_view text, unsigned char* dest) {
+    Integer value = 0;
+    if (!parseInteger(text, value, String::Auto)) return false;
+    std::memcpy(dest, &value, sizeof value);
+    return true;
+}
+
+template <class Real>
+bool readReal(std::string_view text, unsigned char* dest) {
+    Real value = 0;
+    if (!parseNumber(text, value)) return false;
+    std::memcpy(dest, &value, sizeof value);
+    return true;
+}
+
+bool readElement(std::string_view text, DataType type, unsigned char* dest) {
+    switch (type) {
+        case DataType::Char:
+            return readInteger<signed char>(text, dest);
+        case DataType::Byte:
+            return readInteger<unsigned char>(text, dest);
+        case DataType::Int16:
+            return readInteger<short>(text, dest);
+        case DataType::Int32:
+            return readInteger<int>(text, dest);
+        case DataType::Int64:
+            return readInteger<long>(text, dest);
+        case DataType::UInt16:
+            return readInteger<unsigned short>(text, dest);
+        case DataType::UInt32:
+            return readInteger<unsigned int>(text, dest);
+        case DataType::UInt64:
+            return readInteger<unsigned long>(text, dest);
+        case DataType::Float:
+            return readReal<float>(text, dest);
+        case DataType::Double:
+            return readReal<double>(text, dest);
+        default:
+            return false;
+    }
+}
+
+// The text of a group without its delimiters.
+std::string_view inside(const Token& group) {
+    return group.text.view().substr(1, group.text.len() - 2);
+}
+
+}  // namespace
+
+bool KvtParser::parseElem(const String& text, DataType type, unsigned char* dest) {
+    return readElement(text.view(), type, dest);
+}
+
+// buffer = Id Brackets Braces, the identifier an element type: vec3f[2] {0 0 0 1 1 1}
+bool KvtParser::buffer(AssignInfo& info) {
+    if (la(1) != Token::Id || la(2) != Token::Brackets || la(3) != Token::Braces) return false;
+    const DataType type = bufferType(lt(1).text.toLower(true));
+    if (type == DataType::Null) return false;
+    info.token0 = consume();
+    info.token1 = consume();
+    info.token2 = consume();
+    allocateBuffer(info, type);
+    if (!info.data.payload()) return true;  // of no elements, whatever the group says
+    const std::string_view data = inside(info.token2);
+    if (componentSize(type) == 1 && !data.empty() && data.front() == '.') {
+        readCompactBytes(info);
+    } else {
+        readComponents(info);
+    }
+    return true;
+}
+
+// Takes zeroed memory for the count that the statement gives; none for a count of 0.
+void KvtParser::allocateBuffer(AssignInfo& info, DataType type) {
+    const char* const invalidCount = "invalid buffer element count: %s";
+    const char* const written = info.token1.text.buf();
+    unsigned long elements = 0;
+    if (!String::parse(info.token1.text.trimChars("[]", ""), elements, String::Auto)) {
+        parseError(invalidCount, written);
+    }
+    info.data = AttrData::declareBuffer(type);
+    info.data.value[1] = elements;
+    const unsigned long limit = scene_ ? scene().bufferLimit() : String::npos;
+    if (elements > limit / elementSize(type)) parseError(invalidCount, written);
+    const unsigned long bytes = elements * elementSize(type);
+    info.data.value[2] = bytes;
+    if (bytes == 0) return;
+    info.data.setPayload(std::calloc(bytes, 1));
+    if (!info.data.payload()) parseError(invalidCount, written);
+}
+
+// Bytes that the text does not give stay zero.
+void KvtParser::readCompactBytes(AssignInfo& info) {
+    const std::string_view text = inside(info.token2);
+    const BufferView buffer = info.data.buffer();
+    String error;
+    const ByteArray bytes = decompress(reinterpret_cast<const unsigned char*>(text.data()),
+                                       text.size(), error, buffer.bytes);
+    const std::unique_ptr<unsigned char[]> owner(bytes.data);
+    if (bytes.size == 0) parseError("%s", error.buf());
+    std::memcpy(info.data.payload(), bytes.data, bytes.size);
+}
+
+// Numbers one after the other, whatever the element; those that the text does not give stay zero.
+void KvtParser::readComponents(AssignInfo& info) {
+    const BufferView buffer = info.data.buffer();
+    const DataType component = componentType(buffer.type);
+    const unsigned long size = componentSize(buffer.type);
+    const char* const keyword = info.token0.text.buf();
+    auto* const dest = static_cast<unsigned char*>(info.data.payload());
+    bool allRead = true;
+    unsigned long offset = 0;
+    for (std::string_view rest = inside(info.token2); !rest.empty();) {
+        const std::string_view piece = rest.substr(0, rest.find(' '));
+        rest.remove_prefix(std::min(piece.size() + 1, rest.size()));
+        if (piece.empty()) continue;
+        if (buffer.bytes - size < offset) {
+            bufferError("Cannot add %s @ index %lu of %s[%lu].", String(piece).buf(), offset / size,
+                        keyword, buffer.count);
+        }
+        allRead = readElement(piece, component, dest + offset) && allRead;
+        offset += size;
+    }
+    if (offset < buffer.bytes) {
+        logWarning("Too few elements (%lu) for %s[%lu] buffer, remainder set to zero.",
+                   offset / elementSize(buffer.type), keyword, buffer.count);
+    }
+    if (!allRead) parseError("Failed to read '%s' buffer.", keyword);
+}
+
+// === Assignment
+// ===================================================================================
+
+namespace {
+
+// Hands the payload of a statement's value to the scene to be freed, unless an input has taken it.
+class PayloadGuard {
+  public:
+    PayloadGuard(Scene& scene, const AttrData& data) : scene_(scene), data_(data) {}
+    PayloadGuard(const PayloadGuard&) = delete;
+    PayloadGuard& operator=(const PayloadGuard&) = delete;
+    ~PayloadGuard() {
+        if (data_.hasPayload()) scene_.discard(data_);
+    }
+
+  private:
+    Scene& scene_;
+    const AttrData& data_;
+};
+
+// The path as messages show it: a relative one begins with the name of its node.
+String shownPath(const ds::Vector<Token>& path, const Node* node) {
+    const String written = KvtParser::collapse(path);
+    return node && written.startsWith(".", false) ? node->name() + written : written;
+}
+
+}  // namespace
+
+String KvtParser::AssignInfo::valueString() const {
+    constexpr unsigned long longest = 20;
+    String text = token0.text;
+    if (token1.type > Token::Invalid) text = text + "[]";
+    return text.len() > longest ? text.substring(0, longest) + "..." : text;
+}
+
+// A walk along the target path of an assignment.
+struct KvtParser::Walk {
+    Node& node;
+    const AssignInfo& info;
+    ds::Vector<const Token*> steps;  // names and indices, without the dots
+    Input* input = nullptr;          // reached so far
+    Input* parent = nullptr;         // the one before it
+};
+
+// What a step should lead to.
+struct KvtParser::Expected {
+    AttrType type;
+    AttrType elementType;
+};
+
+// assign = path ( reference | value )
+bool KvtParser::parseAssign() {
+    AssignInfo info;
+    if (!path(info.path)) return false;
+    const PayloadGuard guard(scene(), info.data);
+    if (!connect(info) && !value(info)) return false;
+    Walk walk{assignedNode(info), info, {}};
+    Input* const target = reachTarget(walk);
+    if (!target) {
+        parseError("input '%s' not found.", shownPath(info.path, &walk.node).buf());
+    }
+    if (info.gotReference) {
+        postpone(pendingConnections, *target, info);
+    } else if (info.gotIdentifier) {
+        postpone(pendingIdentifiers, *target, info);
+    } else {
+        storeValue(walk, info);
+    }
+    return true;
+}
+
+Node& KvtParser::assignedNode(const AssignInfo& info) {
+    const Token& first = info.path[0];
+    const bool isRelative = first.type == Token::Dot;
+    Node* const node = isRelative ? withNode_ : scene().findNode(first.text);
+    if (node) return *node;
+    const String shown = shownPath(info.path, nullptr);
+    if (isRelative) parseError("'with' node not set (input: %s)", shown.buf());
+    parseError("node '%s' not found ", shown.buf());
+}
+
+// --- The walk to the target
+// -----------------------------------------------------------------------
+
+namespace {
+
+// What step `i` should lead to: the value itself at the end, else what the next steps lead into.
+template <class Expected>
+Expected expectedAt(const ds::Vector<const Token*>& steps, unsigned long i, AttrType valueType) {
+    const auto isIndex = [&steps](unsigned long k) { return steps[k]->type == Token::Brackets; };
+    if (i + 1 == steps.size()) return {valueType, AttrType::Null};
+    if (!isIndex(i + 1)) return {AttrType::Object, AttrType::Null};
+    if (i + 2 == steps.size()) return {AttrType::Array, valueType};
+    return {AttrType::Array, isIndex(i + 2) ? AttrType::Array : AttrType::Object};
+}
+
+template <class Holder>
+Input* create(Holder& holder, const String& name, AttrType type, AttrType elementType) {
+    return type == AttrType::Array ? holder.createArray(name, elementType)
+                                   : holder.createInput(name, type);
+}
+
+}  // namespace
+
+Input* KvtParser::reachTarget(Walk& walk) {
+    const ds::Vector<Token>& path = walk.info.path;
+    for (unsigned long i = 1; i < path.size(); ++i)
+        if (path[i].type != Token::Dot) walk.steps.push_back(&path[i]);
+    for (unsigned long i = 0; i < walk.steps.size(); ++i) {
+        Input* const next = takeStep(walk, i);
+        if (!next) return nullptr;
+        walk.parent = std::exchange(walk.input, next);
+    }
+    return walk.input;
+}
+
+// Finds or creates the input that step `i` names; null when there can be none.
+Input* KvtParser::takeStep(Walk& walk, unsigned long i) {
+    const Token& token = *walk.steps[i];
+    const String name = updateInputName(walk.node.type(), token.text);
+    const AttrData& data = walk.info.data;
+    const auto expected = expectedAt<Expected>(walk.steps, i, data.type);
+    IInputContainer* const container = walk.input ? walk.input->container() : nullptr;
+    if (walk.input && !container) return nullptr;
+    if (Input* const found = container ? container->input(name) : walk.node.input(name)) {
+        const bool isLast = i + 1 == walk.steps.size();
+        if (!isLast) checkIntermediate(*found, expected, data);
+        return found;
+    }
+    if (!container) return create(walk.node, name, expected.type, expected.elementType);
+    if (walk.input->isArray()) return takeIndexStep(*walk.input, name, token, expected.type);
+    return create(*container, name, expected.type, expected.elementType);
+}
+
+// index = "[" ( number | "*" ) "]"; the array grows to hold it, "*" is the place behind its end
+Input* KvtParser::takeIndexStep(Input& array, const String& name, const Token& token,
+                                AttrType expected) {
+    if (array.arrayType() == AttrType::Null) array.set(AttrData::declareArray(expected));
+    if (expected != AttrType::Null && expected != array.arrayType()) {
+        typeError(attrTypeName(expected), &array, false);
+    }
+    const unsigned long size = array.inputCount();
+    const String text = name.trimChars("[]", "");
+    unsigned long index = size;
+    if (text != "*" && !String::parse(text, index, String::Auto)) {
+        parseError("invalid input array index: %s", token.text.buf());
+    }
+    if (index >= size) {
+        const unsigned long missing = index - size;
+        array.appendElements(missing == String::npos ? missing : missing + 1);
+    }
+    return array.inputAt(index);
+}
+
+// An input that was there before must be what the steps behind it need.
+void KvtParser::checkIntermediate(Input& input, const Expected& expected, const AttrData& data) {
+    if (input.type() == AttrType::Null) return;
+    if (input.isBuffer()) {
+        if (expected.type != AttrType::Buffer) {
+            typeError(attrTypeName(expected.type), &input, false);
+        }
+        if (input.bufferType() != DataType::Null && input.bufferType() != data.bufferType()) {
+            typeError(dataTypeName(data.bufferType()), &input, true);
+        }
+    } else if (input.isArray()) {
+        if (expected.type != AttrType::Array) {
+            typeError(attrTypeName(expected.type), &input, false);
+        }
+        if (expected.elementType != AttrType::Null && expected.elementType != input.arrayType()) {
+            typeError(attrTypeName(expected.elementType), &input, true);
+        }
+    } else if (expected.type != AttrType::Null && expected.type != input.type()) {
+        bool narrowing = false;
+        if (!canConvert(expected.type, input.type(), &narrowing)) {
+            typeError(attrTypeName(expected.type), &input, false);
+        }
+        if (narrowing) narrowTypeWarning(attrTypeName(expected.type), &input);
+    }
+}
+
+// --- Storing
+// --------------------------------------------------------------------------------------
+
+namespace {
+
+// To the nearest whole number, half away from zero. What is added lies just below one half, so that
+// the largest number below one half is not carried up to 1.
+double rounded(double number) {
+    constexpr double almostHalf = 0.49999999999999994;
+    return std::trunc(number + std::copysign(almostHalf, number));
+}
+
+constexpr double twoTo63 = 9223372036854775808.0;
+constexpr double twoTo64 = 18446744073709551616.0;
+
+long toInt(double number) {
+    const double whole = rounded(number);
+    if (std::isnan(whole)) return 0;
+    if (whole >= twoTo63) return std::numeric_limits<long>::max();
+    if (whole < -twoTo63) return std::numeric_limits<long>::min();
+    return static_cast<long>(whole);
+}
+
+unsigned long toUInt(double number) {
+    const double whole = rounded(number);
+    if (std::isnan(whole) || whole <= 0) return 0;
+    if (whole >= twoTo64) return std::numeric_limits<unsigned long>::max();
+    return static_cast<unsigned long>(whole);
+}
+
+bool isWhole(AttrType type) {
+    return type == AttrType::Int || type == AttrType::UInt;
+}
+
+bool convertToBool(const AttrData& from, AttrData& to) {
+    if (!isWhole(from.type) && from.type != AttrType::Real) return false;
+    const bool isSet =
+        from.type == AttrType::Real ? rounded(from.real()) != 0 : from.integer() != 0;
+    to = AttrData::ofBool(isSet);
+    return true;
+}
+
+// Between Int and UInt the 64 bits stay as they are.
+bool convertToWhole(const AttrData& from, AttrData& to) {
+    if (from.type == AttrType::Bool) {
+        to.value[0] = from.boolean() ? 1 : 0;
+    } else if (isWhole(from.type)) {
+        to.value[0] = from.value[0];
+    } else if (from.type == AttrType::Real) {
+        to.value[0] = to.type == AttrType::UInt ? toUInt(from.real())
+                                                : static_cast<std::uint64_t>(toInt(from.real()));
+    } else {
+        return false;
+    }
+    return true;
+}
+
+bool convertToReal(const AttrData& from, AttrData& to) {
+    if (!isWhole(from.type)) return false;
+    to.setReal(from.type == AttrType::Int ? static_cast<double>(from.integer())
+                                          : static_cast<double>(from.uinteger()));
+    return true;
+}
+
+// A real goes into all four components, whatever the type uses of them.
+bool convertToVector(const AttrData& from, AttrData& to) {
+    if (from.type == AttrType::Real) {
+        for (int i = 0; i < 4; ++i)
+            to.setComponent(i, from.real());
+        return true;
+    }
+    if (!isVectorType(from.type)) return false;
+    const unsigned long shared = std::min(componentCount(from.type), componentCount(to.type));
+    std::copy_n(from.value, shared, to.value);
+    return true;
+}
+
+// The upper-left 3x3 is what both matrices share; a larger one is the identity beyond it.
+bool convertToMatrix(const AttrData& from, AttrData& to) {
+    const int fromSize = from.type == AttrType::Mat4 ? 4 : 3;
+    const int toSize = to.type == AttrType::Mat4 ? 4 : 3;
+    if (from.type != AttrType::Mat3 && from.type != AttrType::Mat4) return false;
+    if (toSize == 4) to.setComponent(15, 1);
+    for (int row = 0; row < 3; ++row)
+        std::copy_n(from.value + row * fromSize, 3, to.value + row * toSize);
+    return true;
+}
+
+// The value as one of another type; false where there is no such conversion. A Bool fits no Real.
+bool convert(const AttrData& from, AttrType type, AttrData& to) {
+    to = AttrData();
+    to.type = type;
+    switch (type) {
+        case AttrType::Bool:
+            return convertToBool(from, to);
+        case AttrType::Int:
+        case AttrType::UInt:
+            return convertToWhole(from, to);
+        case AttrType::Real:
+            return convertToReal(from, to);
+        case AttrType::Mat3:
+        case AttrType::Mat4:
+            return convertToMatrix(from, to);
+        default:
+            return isVectorType(type) && convertToVector(from, to);
+    }
+}
+
+// The first value in an array of buffers or arrays tells what all its undeclared elements hold.
+void declareSiblings(Input* parent, const AttrData& data) {
+    if (!parent) return;
+    const AttrType elements = parent->arrayType();
+    if (elements != AttrType::Buffer && elements != AttrType::Array) return;
+    AttrData declaration;
+    declaration.type = elements;
+    declaration.setElementType(data.bufferType());
+    parent->declareElements(declaration);
+}
+
+}  // namespace
+
+// The last assignment to an input wins.
+void KvtParser::postpone(PendingMap& pending, Input& target, const AssignInfo& info) {
+    if (!pending.findNode(&target)) held_.push_back(RefersTo<IInput>(&target));
+    pending.find(&target) = info;
+}
+
+void KvtParser::storeValue(const Walk& walk, AssignInfo& info) {
+    Input& target = *walk.input;
+    if (!fit(info, target)) return;
+    declareSiblings(walk.parent, info.data);
+    target.assign(std::exchange(info.data, AttrData()));
+    checkEnumeration(target);
+}
+
+// Makes the value one that the target takes, or says why it takes none.
+bool KvtParser::fit(AssignInfo& info, Input& target) {
+    AttrData& data = info.data;
+    if (target.isArray() || target.isObject()) {
+        wrongTypeWarning(info.valueString(), &target);
+        return false;
+    }
+    if (target.isBuffer() && data.type == AttrType::Buffer) {
+        const DataType declared = target.bufferType();
+        if (declared == DataType::Null || declared == data.bufferType()) return true;
+        wrongTypeWarning(dataTypeName(data.bufferType()), &target);
+        return false;
+    }
+    if (target.type() == data.type) return true;
+    bool narrowing = false;
+    AttrData converted;
+    if (!canConvert(data.type, target.type(), &narrowing) ||
+        !convert(data, target.type(), converted)) {
+        wrongTypeWarning(attrTypeName(data.type), &target);
+        return false;
+    }
+    if (narrowing) narrowTypeWarning(attrTypeName(data.type), &target);
+    data = converted;
+    return true;
+}
+
+void KvtParser::checkEnumeration(Input& target) {
+    const Enumeration* const values = target.enumeration();
+    if (target.type() != AttrType::String || !values || !values->isActive()) return;
+    const String text(target.asText());
+    if (values->find(text)) return;
+    const String message = String::format("setting non-existent enum value '%s' @ %s", text.buf(),
+                                          target.fullName().buf());
+    logWarning("ENUM WARNING (%d,%d): %s.", lastToken_.line, lastToken_.column, message.buf());
+}
+
+// === Resolution
+// ===================================================================================
+
+void KvtParser::resolveConnections() {
+    for (IInput* const input : pendingConnections.keys())
+        connectTo(*input, collapse(pendingConnections.find(input).refPath));
+}
+
+// output = node "." name, the only shape of a path that names one
+void KvtParser::connectTo(IInput& input, const String& path) {
+    if (path.toLower(true).trim(true, true) == "null") {
+        input.disconnect();
+        return;
+    }
+    const StringVector parts = path.split('.', true, false);
+    if (parts.size() != 2) {
+        logWarning("Invalid output: %s.", path.buf());
+        return;
+    }
+    Node* const node = scene().findNode(parts[0]);
+    if (!node) {
+        logWarning("Cannot connect nonexistent node %s to %s.", parts[0].buf(),
+                   input.fullName().buf());
+        return;
+    }
+    Output* const output = node->output(updateOutputName(node->type(), parts[1]));
+    if (!output) {
+        logWarning("Cannot connect nonexistent output %s to %s.", path.buf(),
+                   input.fullName().buf());
+        return;
+    }
+    input.connect(output);
+}
+
+void KvtParser::resolveIdentifiers() {
+    for (IInput* const input : pendingIdentifiers.keys()) {
+        const Token reference = pendingIdentifiers.find(input).token4;
+        const bool isNull = reference.type == Token::Null;
+        Node* const node = isNull ? nullptr : scene().findNode(reference.text);
+        if (isNull || node) {
+            input->setNode(node);
+        } else {
+            logWarning("Cannot assign nonexistent node %s to %s.", reference.text.buf(),
+                       input->fullName().buf());
+        }
+    }
+}
+
+// === Entry points
+// =================================================================================
+
+bool parseString(IScene* scene, String text) {
+    KvtParser parser;
+    StringLexer lexer(std::move(text));
+    return parser.parse(scene, &lexer);
+}
+
+bool parseKvt(IScene* scene, File file, bool keepHeader) {
+    if (scene && !keepHeader) {
+        scene->clearComments();
+        scene->setFileVersion(KVX_FILE_VERSION_1);
+        scene->setFileTime("");
+    }
+    KvtParser parser;
+    FileLexer lexer(std::move(file));
+    return parser.parse(scene, &lexer);
+}
+
+}  // namespace ko::mirel_sdk::impl

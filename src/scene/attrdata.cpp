@@ -1,0 +1,186 @@
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include <ko/math.h>
+#include <ko/scene.h>
+
+namespace ko::mirel_sdk::impl {
+
+namespace {
+
+constexpr int elementTypeWord = 3;
+
+// Memory for a payload; the scene frees it.
+void* allocate(void* memory) {
+    if (!memory) throw std::bad_alloc();
+    return memory;
+}
+
+std::uint64_t bitsOf(double number) {
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &number, sizeof bits);
+    return bits;
+}
+
+}  // namespace
+
+AttrData AttrData::ofBool(bool value) {
+    AttrData data;
+    data.type = AttrType::Bool;
+    std::memcpy(data.value, &value, sizeof value);
+    return data;
+}
+
+AttrData AttrData::ofInt(long value) {
+    AttrData data;
+    data.type = AttrType::Int;
+    data.value[0] = static_cast<std::uint64_t>(value);
+    return data;
+}
+
+AttrData AttrData::ofUInt(unsigned long value) {
+    AttrData data;
+    data.type = AttrType::UInt;
+    data.value[0] = value;
+    return data;
+}
+
+AttrData AttrData::ofReal(double value) {
+    AttrData data;
+    data.type = AttrType::Real;
+    data.setReal(value);
+    return data;
+}
+
+AttrData AttrData::ofText(std::string_view text) {
+    text = text.substr(0, text.find('\0'));
+    auto* const chars = static_cast<char*>(allocate(std::malloc(text.size() + 1)));
+    if (!text.empty()) std::memcpy(chars, text.data(), text.size());
+    chars[text.size()] = '\0';
+    AttrData data;
+    data.type = AttrType::String;
+    data.setPayload(chars);
+    return data;
+}
+
+AttrData AttrData::ofComponents(AttrType type, const double* components) {
+    AttrData data;
+    data.type = type;
+    std::transform(components, components + componentCount(type), data.value, bitsOf);
+    return data;
+}
+
+AttrData AttrData::ofBuffer(DataType elementType, unsigned long count) {
+    AttrData data = declareBuffer(elementType);
+    const unsigned long size = elementSize(elementType);
+    if (count == 0 || size == 0) return data;
+    data.setPayload(allocate(std::calloc(count, size)));
+    data.value[1] = count;
+    data.value[2] = count * size;
+    return data;
+}
+
+AttrData AttrData::declareArray(AttrType elementType) {
+    AttrData data;
+    data.type = AttrType::Array;
+    data.setElementType(elementType);
+    return data;
+}
+
+AttrData AttrData::declareBuffer(DataType elementType) {
+    AttrData data;
+    data.type = AttrType::Buffer;
+    data.setElementType(elementType);
+    return data;
+}
+
+AttrData AttrData::defaultOf(AttrType type) {
+    AttrData data;
+    switch (type) {
+        case AttrType::Quat:
+            return ofComponents(type, math::QuatT<double>::identity.c);
+        case AttrType::Rgba:
+            return ofComponents(type, math::RgbaT<double>::black.c);
+        case AttrType::Mat3:
+            return ofComponents(type, math::MatT<3, double>::identity.c);
+        case AttrType::Mat4:
+            return ofComponents(type, math::MatT<4, double>::identity.c);
+        default:
+            data.type = type;
+            return data;  // zeros
+    }
+}
+
+bool AttrData::boolean() const {
+    bool result = false;
+    std::memcpy(&result, value, sizeof result);
+    return result;
+}
+
+long AttrData::integer() const {
+    return static_cast<long>(value[0]);
+}
+unsigned long AttrData::uinteger() const {
+    return value[0];
+}
+double AttrData::real() const {
+    return component(0);
+}
+
+double AttrData::component(int i) const {
+    double number = 0;
+    std::memcpy(&number, &value[i], sizeof number);
+    return number;
+}
+
+void AttrData::setComponent(int i, double number) {
+    value[i] = bitsOf(number);
+}
+
+const char* AttrData::text() const {
+    return payload() ? static_cast<const char*>(payload()) : "";
+}
+
+void* AttrData::payload() const {
+    return reinterpret_cast<void*>(value[0]);
+}
+
+void AttrData::setPayload(void* payload) {
+    value[0] = reinterpret_cast<std::uint64_t>(payload);
+}
+
+BufferView AttrData::buffer() const {
+    return {payload(), value[1], value[2], bufferType()};
+}
+
+AttrType AttrData::arrayType() const {
+    return static_cast<AttrType>(static_cast<std::uint32_t>(value[elementTypeWord]));
+}
+
+DataType AttrData::bufferType() const {
+    return static_cast<DataType>(static_cast<std::uint32_t>(value[elementTypeWord]));
+}
+
+void AttrData::setElementType(AttrType elementType) {
+    value[elementTypeWord] = static_cast<std::uint32_t>(elementType);
+}
+
+void AttrData::setElementType(DataType elementType) {
+    value[elementTypeWord] = static_cast<std::uint32_t>(elementType);
+}
+
+AttrData AttrData::clone() const {
+    if (!hasPayload() || !payload()) return *this;
+    if (type == AttrType::String) return ofText(text());
+    AttrData copy = ofBuffer(bufferType(), value[1]);
+    if (copy.payload()) std::memcpy(copy.payload(), payload(), value[2]);
+    return copy;
+}
+
+void freePayload(const AttrData& data) noexcept {
+    if (data.hasPayload()) std::free(data.payload());
+}
+
+}  // namespace ko::mirel_sdk::impl

@@ -1,0 +1,555 @@
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include <ko/scene.h>
+
+namespace ko::mirel_sdk::impl {
+
+// --- Storage ------------------------------------------------------------------------------------
+
+namespace {
+
+constexpr std::uint32_t codeOf(AttrType type) {
+    return static_cast<std::uint32_t>(type);
+}
+
+bool isMatrix(AttrType type) {
+    return type == AttrType::Mat3 || type == AttrType::Mat4;
+}
+
+// One element of an array in one word: the input, once something has touched it; before that what
+// the input would be, its type and the element type it was declared with.
+class ElementSlot {
+  public:
+    ElementSlot(AttrType type, std::uint32_t elementType)
+        : bits_(untouchedMark | codeOf(type) << typeShift |
+                std::uint64_t(elementType) << elementTypeShift) {}
+
+    void touch(Input* input) { bits_ = reinterpret_cast<std::uintptr_t>(input); }
+    // Null for an untouched element.
+    Input* input() const {
+        return (bits_ & untouchedMark) ? nullptr : reinterpret_cast<Input*>(bits_);
+    }
+    AttrType type() const { return static_cast<AttrType>((bits_ >> typeShift) & 0xFF); }
+    std::uint32_t elementType() const {
+        return static_cast<std::uint32_t>(bits_ >> elementTypeShift);
+    }
+
+  private:
+    static constexpr std::uint64_t untouchedMark = 1;  // no address of an input is odd
+    static constexpr int typeShift = 8;
+    static constexpr int elementTypeShift = 32;
+
+    std::uint64_t bits_;
+};
+
+}  // namespace
+
+struct Input::Elements {
+    std::vector<ElementSlot> slots;
+    // Elements before this one have been declared as far as they can be.
+    unsigned long declared = 0;
+};
+
+Input::Input(Node* node, Input* parent, unsigned long position, String name, AttrType type,
+             std::uint32_t elementType)
+    : type_(type),
+      elementType_(elementType),
+      name_(std::move(name)),
+      position_(position),
+      node_(node),
+      parent_(parent),
+      value_{} {
+    const AttrData initial = AttrData::defaultOf(type);
+    if (isMatrix(type)) {
+        value_.matrix = new double[componentCount(type)];
+        std::memcpy(value_.matrix, initial.value, componentCount(type) * sizeof(double));
+    } else {
+        std::memcpy(value_.words, initial.value, sizeof value_.words);
+    }
+}
+
+Input::~Input() {
+    cut();
+    freeValue();
+}
+
+void Input::freeValue() noexcept {
+    if (type_ == AttrType::String) std::free(value_.text.chars);
+    if (type_ == AttrType::Buffer) std::free(value_.buffer.data);
+    if (isMatrix(type_)) delete[] value_.matrix;
+}
+
+void Input::retain() noexcept {
+    references_.fetch_add(1, std::memory_order_relaxed);
+}
+
+void Input::release() noexcept {
+    if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+}
+
+// --- What it is
+// -----------------------------------------------------------------------------------
+
+String Input::typeName() const {
+    return {attrTypeName(type_)};
+}
+
+String Input::fullName() const {
+    std::vector<const Input*> steps;
+    for (const Input* at = this; at; at = at->parent_)
+        steps.push_back(at);
+    std::string path(node_ ? node_->name().view() : std::string_view());
+    std::for_each(steps.rbegin(), steps.rend(), [&path](const Input* step) {
+        if (step->parent_ && step->parent_->isArray()) {
+            path += '[' + std::to_string(step->position_) + ']';
+        } else {
+            path += '.';
+            path += step->name_.view();
+        }
+    });
+    return String(path);
+}
+
+bool Input::isBuffer(bool /*reserved*/) const {
+    return type_ == AttrType::Buffer;
+}
+bool Input::isArray(bool /*reserved*/) const {
+    return type_ == AttrType::Array;
+}
+bool Input::isObject(bool /*reserved*/) const {
+    return type_ == AttrType::Object;
+}
+
+const Enumeration* Input::enumeration() const {
+    if (parent_ || !node_ || !node_->nodeType()) return nullptr;
+    const InputDeclaration* const declaration = node_->nodeType()->findInput(name_);
+    return declaration ? &declaration->enumeration : nullptr;
+}
+
+AttrType Input::arrayType() const {
+    return isArray() ? static_cast<AttrType>(elementType_) : AttrType::Null;
+}
+
+DataType Input::bufferType() const {
+    return isBuffer() ? static_cast<DataType>(elementType_) : DataType::Null;
+}
+
+// --- Children and elements
+// ------------------------------------------------------------------------
+
+interfaces::IInputContainer* Input::container() {
+    const bool canHold = isObject() || isArray() || type_ == AttrType::Null;
+    return canHold ? this : nullptr;
+}
+
+Input* Input::createInput(const String& name, AttrType type) {
+    return createChild(name, type, 0);
+}
+
+Input* Input::createArray(const String& name, AttrType elementType) {
+    return createChild(name, AttrType::Array, codeOf(elementType));
+}
+
+Input* Input::createChild(const String& name, AttrType type, std::uint32_t elementType) {
+    const bool canHold = node_ && (isObject() || type_ == AttrType::Null);
+    if (!canHold || name.isEmpty() || name[0] == '[' || input(name)) return nullptr;
+    std::unique_ptr<NamedList<Input>> created;
+    NamedList<Input>* children = isObject() ? value_.children : nullptr;
+    if (!children) {
+        created = std::make_unique<NamedList<Input>>();
+        children = created.get();
+    }
+    RefersTo<Input> child(new Input(node_, this, children->size(), name, type, elementType));
+    children->add(child.get());
+    child->retain();  // for the list
+    type_ = AttrType::Object;
+    value_.children = children;
+    created.release();
+    return child.get();
+}
+
+bool Input::hasInput(const String& name, AttrType type) const {
+    const Input* const child = input(name);
+    return child && (type == AttrType::Null || child->type_ == type);
+}
+
+unsigned long Input::inputCount() const {
+    if (isArray()) return value_.elements ? value_.elements->slots.size() : 0;
+    return isObject() && value_.children ? value_.children->size() : 0;
+}
+
+Input* Input::inputAt(unsigned long i) {
+    if (i >= inputCount()) return nullptr;
+    return isArray() ? touch(i) : childAt(i);
+}
+
+Input* Input::input(const String& name) {
+    return isObject() && value_.children ? value_.children->find(name.view()) : nullptr;
+}
+
+const Input* Input::input(const String& name) const {
+    return const_cast<Input*>(this)->input(name);
+}
+
+const Input* Input::touchedAt(unsigned long i) const {
+    return i < inputCount() ? childAt(i) : nullptr;
+}
+
+// The child or element at `i`, null for an untouched element.
+Input* Input::childAt(unsigned long i) const {
+    return isArray() ? value_.elements->slots[i].input() : (*value_.children)[i];
+}
+
+AttrType Input::untouchedType(unsigned long i) const {
+    const bool isUntouched = isArray() && i < inputCount() && !childAt(i);
+    return isUntouched ? value_.elements->slots[i].type() : AttrType::Null;
+}
+
+DataType Input::untouchedBufferType(unsigned long i) const {
+    if (untouchedType(i) != AttrType::Buffer) return DataType::Null;
+    return static_cast<DataType>(value_.elements->slots[i].elementType());
+}
+
+AttrType Input::untouchedArrayType(unsigned long i) const {
+    if (untouchedType(i) != AttrType::Array) return AttrType::Null;
+    return static_cast<AttrType>(value_.elements->slots[i].elementType());
+}
+
+Input* Input::touch(unsigned long i) {
+    ElementSlot& slot = value_.elements->slots[i];
+    if (!slot.input()) {
+        auto* const element = new Input(node_, this, i, String(), slot.type(), slot.elementType());
+        element->retain();  // for the array
+        slot.touch(element);
+    }
+    return slot.input();
+}
+
+void Input::appendElements(unsigned long count) {
+    if (!isArray() || !node_ || count == 0) return;
+    Scene& scene = node_->scene();
+    const unsigned long held = scene.elementCount_;
+    if (held >= scene.elementLimit_ || count > scene.elementLimit_ - held) {
+        throw std::runtime_error(String::format("array too large: %s", fullName().buf()).buf());
+    }
+    if (!value_.elements) value_.elements = new Elements;
+    std::vector<ElementSlot>& slots = value_.elements->slots;
+    slots.resize(slots.size() + count, ElementSlot(arrayType(), 0));
+    scene.elementCount_ += count;
+}
+
+Input* Input::firstTouched(unsigned long from) const {
+    const unsigned long count = inputCount();
+    for (unsigned long i = from; i < count; ++i)
+        if (Input* const child = childAt(i)) return child;
+    return nullptr;
+}
+
+Input* Input::nextSibling() const {
+    if (parent_) return parent_->firstTouched(position_ + 1);
+    return node_ ? node_->inputAt(position_ + 1) : nullptr;
+}
+
+Input* Input::nextInNode() const {
+    if (Input* const child = firstTouched(0)) return child;
+    for (const Input* at = this; at; at = at->parent_)
+        if (Input* const sibling = at->nextSibling()) return sibling;
+    return nullptr;
+}
+
+// --- Declared element types
+// -----------------------------------------------------------------------
+
+void Input::set(const AttrData& declaration) {
+    const bool canDeclare = (isArray() || isBuffer()) && declaration.type == type_;
+    if (canDeclare && elementType_ == 0) elementType_ = codeOf(declaration.arrayType());
+}
+
+void Input::declareElements(const AttrData& declaration) {
+    const std::uint32_t elementType = codeOf(declaration.arrayType());
+    if (arrayType() != declaration.type || !value_.elements || elementType == 0) return;
+    std::vector<ElementSlot>& slots = value_.elements->slots;
+    // An element never loses its declaration, so each is looked at once however often this is
+    // asked.
+    for (unsigned long& i = value_.elements->declared; i < slots.size(); ++i) {
+        if (Input* const element = slots[i].input()) {
+            element->set(declaration);
+        } else if (slots[i].type() == declaration.type && slots[i].elementType() == 0) {
+            slots[i] = ElementSlot(declaration.type, elementType);
+        }
+    }
+}
+
+// --- The value
+// ------------------------------------------------------------------------------------
+
+bool Input::assign(const AttrData& data) {
+    if (data.type != type_) {
+        freePayload(data);
+        return false;
+    }
+    switch (type_) {
+        case AttrType::String:
+            assignText(data);
+            return true;
+        case AttrType::Buffer:
+            return assignBuffer(data);
+        case AttrType::Mat3:
+        case AttrType::Mat4:
+            std::memcpy(value_.matrix, data.value, componentCount(type_) * sizeof(double));
+            return true;
+        case AttrType::Null:
+        case AttrType::Node:
+        case AttrType::Array:
+        case AttrType::Object:
+            return true;  // their values carry nothing
+        default:
+            std::memcpy(value_.words, data.value, sizeof value_.words);
+            return true;
+    }
+}
+
+void Input::assignText(const AttrData& data) noexcept {
+    auto* const chars = static_cast<char*>(data.payload());
+    if (chars != value_.text.chars) std::free(value_.text.chars);
+    value_.text = {chars, chars ? std::strlen(chars) : 0};
+}
+
+bool Input::assignBuffer(const AttrData& data) noexcept {
+    const BufferView buffer = data.buffer();
+    const unsigned long size = elementSize(buffer.type);
+    const bool isDeclaredType = elementType_ == 0 || data.bufferType() == bufferType();
+    const bool isConsistent =
+        buffer.count == 0 || (buffer.data && size != 0 && buffer.bytes / size == buffer.count &&
+                              buffer.bytes % size == 0 && buffer.type != DataType::Null);
+    const bool isOwn = data.payload() == value_.buffer.data;
+    if (!isDeclaredType || !isConsistent) {
+        if (!isOwn) freePayload(data);
+        return false;
+    }
+    if (!isOwn) std::free(value_.buffer.data);
+    value_.buffer = {data.payload(), buffer.count, buffer.bytes};
+    elementType_ = codeOf(data.arrayType());
+    return true;
+}
+
+AttrData Input::value() const {
+    AttrData data;
+    data.type = type_;
+    switch (type_) {
+        case AttrType::String:
+            data.setPayload(value_.text.chars);
+            break;
+        case AttrType::Buffer:
+            data.setPayload(value_.buffer.data);
+            data.value[1] = value_.buffer.count;
+            data.value[2] = value_.buffer.bytes;
+            data.setElementType(bufferType());
+            break;
+        case AttrType::Array:
+            data.setElementType(arrayType());
+            break;
+        case AttrType::Mat3:
+        case AttrType::Mat4:
+            return AttrData::ofComponents(type_, value_.matrix);
+        case AttrType::Null:
+        case AttrType::Node:
+        case AttrType::Object:
+            break;
+        default:
+            std::memcpy(data.value, value_.words, sizeof value_.words);
+    }
+    return data;
+}
+
+void Input::throwMismatch(const char* expected) const {
+    const String found = isBuffer() ? String(dataTypeName(bufferType())) + "[]" : typeName();
+    throw std::invalid_argument(
+        String::format("expected %s @ %s but found %s", expected, fullName().buf(), found.buf())
+            .buf());
+}
+
+void Input::expect(AttrType wanted) const {
+    if (type_ != wanted) throwMismatch(attrTypeName(wanted));
+}
+
+bool Input::asBool() const {
+    expect(AttrType::Bool);
+    return value().boolean();
+}
+
+long Input::asInt() const {
+    expect(AttrType::Int);
+    return static_cast<long>(value_.words[0]);
+}
+
+unsigned long Input::asUInt() const {
+    expect(AttrType::UInt);
+    return value_.words[0];
+}
+
+double Input::asReal() const {
+    expect(AttrType::Real);
+    return value_.reals[0];
+}
+
+std::string_view Input::asText() const {
+    expect(AttrType::String);
+    return {value_.text.chars ? value_.text.chars : "", value_.text.length};
+}
+
+const double* Input::asComponents() const {
+    if (isMatrix(type_)) return value_.matrix;
+    if (!isVectorType(type_)) throwMismatch("a vector or matrix");
+    return value_.reals;
+}
+
+BufferView Input::asBuffer() const {
+    expect(AttrType::Buffer);
+    return {value_.buffer.data, value_.buffer.count, value_.buffer.bytes, bufferType()};
+}
+
+double Input::asNumber() const {
+    switch (type_) {
+        case AttrType::Bool:
+            return asBool() ? 1 : 0;
+        case AttrType::Int:
+            return static_cast<double>(asInt());
+        case AttrType::UInt:
+            return static_cast<double>(asUInt());
+        case AttrType::Real:
+            return asReal();
+        default:
+            throwMismatch("a number");
+    }
+}
+
+// --- Connections and node references
+// --------------------------------------------------------------
+
+// The place of an input in the chain of those that share its target.
+template <class Target>
+struct Input::Link {
+    Target* target = nullptr;
+    Input* previous = nullptr;
+    Input* next = nullptr;
+};
+
+// Kept apart, since most inputs have none.
+struct Input::Links {
+    Link<Output> connection;
+    Link<Node> reference;
+};
+
+Input::Links& Input::links() {
+    if (!links_) links_ = std::make_unique<Links>();
+    return *links_;
+}
+
+template <class Target>
+void Input::attach(Link<Target> Links::*link, Target& target) {
+    InputChain& chain = target.attached_;
+    links().*link = {&target, chain.last, nullptr};
+    (chain.last ? ((*chain.last->links_).*link).next : chain.first) = this;
+    chain.last = this;
+}
+
+template <class Target>
+void Input::detach(Link<Target> Links::*link) noexcept {
+    if (!links_) return;
+    Link<Target>& own = (*links_).*link;
+    if (!own.target) return;
+    InputChain& chain = own.target->attached_;
+    (own.previous ? ((*own.previous->links_).*link).next : chain.first) = own.next;
+    (own.next ? ((*own.next->links_).*link).previous : chain.last) = own.previous;
+    own = {};
+    if (!links_->connection.target && !links_->reference.target) links_.reset();
+}
+
+void Input::connect(Output* output) {
+    if (output) links();  // first, so that a failure leaves the earlier connection
+    disconnect();
+    if (output) attach(&Links::connection, *output);
+}
+
+void Input::disconnect() {
+    detach(&Links::connection);
+}
+
+Output* Input::connection() const {
+    return links_ ? links_->connection.target : nullptr;
+}
+
+void Input::setNode(Node* node) {
+    if (node) links();
+    detach(&Links::reference);
+    if (!node) return;
+    attach(&Links::reference, *node);
+    if (type_ == AttrType::Null) type_ = AttrType::Node;
+}
+
+Node* Input::nodeReference() const {
+    return links_ ? links_->reference.target : nullptr;
+}
+
+Input* Input::nextConnected() const {
+    return links_ ? links_->connection.next : nullptr;
+}
+Input* Input::nextReferring() const {
+    return links_ ? links_->reference.next : nullptr;
+}
+
+void Input::cut() noexcept {
+    detach(&Links::connection);
+    detach(&Links::reference);
+}
+
+// --- The end
+// --------------------------------------------------------------------------------------
+
+void Input::leaveNode() noexcept {
+    cut();
+    node_ = nullptr;
+    parent_ = nullptr;
+    release();
+}
+
+Input* Input::takeLastChild() noexcept {
+    if (isObject() && value_.children) {
+        if (Input* const child = value_.children->takeLast()) return child;
+        delete value_.children;
+        value_.children = nullptr;
+    }
+    if (!isArray() || !value_.elements) return nullptr;
+    std::vector<ElementSlot>& slots = value_.elements->slots;
+    while (!slots.empty()) {
+        Input* const element = slots.back().input();
+        slots.pop_back();
+        --node_->scene().elementCount_;
+        if (element) return element;
+    }
+    delete value_.elements;
+    value_.elements = nullptr;
+    return nullptr;
+}
+
+void Input::dropChildren() noexcept {
+    for (Input* at = this;;) {
+        if (Input* const child = at->takeLastChild()) {
+            at = child;
+        } else if (at == this) {
+            return;
+        } else {
+            Input* const parent = at->parent_;
+            at->leaveNode();
+            at = parent;
+        }
+    }
+}
+
+}  // namespace ko::mirel_sdk::impl

@@ -1,0 +1,169 @@
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include <ko/scene.h>
+
+namespace ko::mirel_sdk::impl {
+
+Node::Node(Scene& scene, String type, String name, String label)
+    : scene_(scene), type_(std::move(type)), name_(std::move(name)), label_(std::move(label)) {}
+
+Node::~Node() {
+    cut();
+    while (Input* const input = inputs_.takeLast()) {
+        input->dropChildren();
+        input->leaveNode();
+    }
+    while (Output* const output = outputs_.takeLast())
+        delete output;
+}
+
+bool Node::hasInput(const String& name, AttrType type) const {
+    const Input* const found = input(name);
+    return found && (type == AttrType::Null || found->type() == type);
+}
+
+Input* Node::createInput(const String& name, AttrType type) {
+    return add(name, type, 0);
+}
+
+Input* Node::createArray(const String& name, AttrType elementType) {
+    return add(name, AttrType::Array, static_cast<std::uint32_t>(elementType));
+}
+
+Input* Node::add(const String& name, AttrType type, std::uint32_t elementType) {
+    if (name.isEmpty() || name[0] == '[' || input(name)) return nullptr;
+    RefersTo<Input> created(new Input(this, nullptr, inputs_.size(), name, type, elementType));
+    inputs_.add(created.get());
+    created->retain();  // for the list
+    return created.get();
+}
+
+Output* Node::output(const String& name) {
+    if (Output* const known = outputs_.find(name.view())) return known;
+    return nodeType_ || name.isEmpty() ? nullptr : addOutput(name);
+}
+
+Output* Node::addOutput(const String& name) {
+    std::unique_ptr<Output> output(new Output(this, name));
+    outputs_.add(output.get());
+    return output.release();
+}
+
+void Node::addDeclared(const NodeType& type) {
+    for (unsigned long i = 0; i < type.inputCount(); ++i) {
+        const InputDeclaration& declared = type.inputAt(i);
+        const bool isArray = declared.type == AttrType::Array;
+        const auto elementType = isArray ? static_cast<std::uint32_t>(declared.arrayType)
+                                         : static_cast<std::uint32_t>(declared.bufferType);
+        Input* const created = add(declared.name, declared.type, elementType);
+        if (created && declared.defaultValue.type != AttrType::Null) {
+            created->assign(declared.defaultValue.clone());
+        }
+    }
+    for (const String& name : type.outputs())
+        addOutput(name);
+    nodeType_ = &type;
+}
+
+void Node::cut() noexcept {
+    for (Input* at = inputAt(0); at; at = at->nextInNode())
+        at->cut();
+    for (unsigned long i = 0; i < outputs_.size(); ++i)
+        while (Input* const connected = outputs_[i]->attached_.first)
+            connected->disconnect();
+    while (Input* const referring = attached_.first)
+        referring->setNode(nullptr);
+}
+
+String Output::fullName() const {
+    return node_->name() + "." + name_;
+}
+
+// --- Node types
+// -----------------------------------------------------------------------------------
+
+Enumeration::Enumeration(std::vector<String> values) : values_(std::move(values)) {
+    for (unsigned long i = 0; i < values_.size(); ++i)
+        places_.emplace(values_[i].view(), i);
+}
+
+std::optional<unsigned long> Enumeration::find(const String& text) const {
+    const auto found = places_.find(text.view());
+    if (found == places_.end()) return std::nullopt;
+    return found->second;
+}
+
+InputDeclaration::~InputDeclaration() {
+    freePayload(defaultValue);
+}
+
+NodeType::NodeType(String name) : name_(std::move(name)) {}
+
+NodeType& NodeType::add(std::unique_ptr<InputDeclaration> declaration) {
+    const bool isTaken = findInput(declaration->name) != nullptr;
+    if (isTaken || declaration->name.isEmpty()) return *this;
+    inputs_.push_back(std::move(declaration));
+    const InputDeclaration* const added = inputs_.back().get();
+    inputIndex_.emplace(added->name.view(), added);
+    return *this;
+}
+
+NodeType& NodeType::input(String name, AttrType type) {
+    auto declaration = std::make_unique<InputDeclaration>();
+    declaration->name = std::move(name);
+    declaration->type = type;
+    return add(std::move(declaration));
+}
+
+NodeType& NodeType::input(String name, const AttrData& defaultValue) {
+    auto declaration = std::make_unique<InputDeclaration>();
+    declaration->name = std::move(name);
+    declaration->type = defaultValue.type;
+    declaration->defaultValue = defaultValue;
+    if (defaultValue.type == AttrType::Array) declaration->arrayType = defaultValue.arrayType();
+    if (defaultValue.type == AttrType::Buffer) declaration->bufferType = defaultValue.bufferType();
+    return add(std::move(declaration));
+}
+
+NodeType& NodeType::array(String name, AttrType elementType) {
+    return input(std::move(name), AttrData::declareArray(elementType));
+}
+
+NodeType& NodeType::buffer(String name, DataType elementType) {
+    return input(std::move(name), AttrData::declareBuffer(elementType));
+}
+
+NodeType& NodeType::enumeration(String name, std::vector<String> values) {
+    auto declaration = std::make_unique<InputDeclaration>();
+    declaration->name = std::move(name);
+    declaration->type = AttrType::String;
+    if (!values.empty()) declaration->defaultValue = AttrData::ofText(values.front().view());
+    declaration->enumeration = Enumeration(std::move(values));
+    return add(std::move(declaration));
+}
+
+NodeType& NodeType::output(String name) {
+    const bool isNew = std::find(outputs_.begin(), outputs_.end(), name) == outputs_.end();
+    if (isNew && !name.isEmpty()) outputs_.push_back(std::move(name));
+    return *this;
+}
+
+NodeType& NodeType::renameInput(String old, String current) {
+    inputRenames_.emplace_back(std::move(old), std::move(current));
+    return *this;
+}
+
+NodeType& NodeType::renameOutput(String old, String current) {
+    outputRenames_.emplace_back(std::move(old), std::move(current));
+    return *this;
+}
+
+const InputDeclaration* NodeType::findInput(const String& name) const {
+    const auto found = inputIndex_.find(name.view());
+    return found == inputIndex_.end() ? nullptr : found->second;
+}
+
+}  // namespace ko::mirel_sdk::impl

@@ -1,0 +1,80 @@
+#include <mutex>
+#include <shared_mutex>
+
+#include <ko/scene.h>
+
+namespace ko::mirel_sdk::impl {
+
+namespace {
+
+struct StringHash {
+    std::size_t operator()(const String& text) const noexcept { return text.hash(); }
+};
+
+template <class V>
+using StringMap = std::unordered_map<String, V, StringHash>;
+
+// Old name to current name, by node type.
+class RenameTable {
+  public:
+    void add(const String& nodeType, const String& old, const String& current) {
+        const std::unique_lock lock(mutex_);
+        renames_[nodeType][old] = current;
+        isEmpty_.store(false, std::memory_order_release);
+    }
+
+    void clear() {
+        const std::unique_lock lock(mutex_);
+        renames_.clear();
+        isEmpty_.store(true, std::memory_order_release);
+    }
+
+    String current(const String& nodeType, const String& name) const {
+        if (isEmpty_.load(std::memory_order_acquire)) return name;  // most programs rename nothing
+        const std::shared_lock lock(mutex_);
+        const auto ofType = renames_.find(nodeType);
+        if (ofType == renames_.end()) return name;
+        const auto rename = ofType->second.find(name);
+        return rename == ofType->second.end() ? name : rename->second;
+    }
+
+  private:
+    mutable std::shared_mutex mutex_;
+    std::atomic<bool> isEmpty_{true};
+    StringMap<StringMap<String>> renames_;
+};
+
+RenameTable& inputRenames() {
+    static RenameTable table;
+    return table;
+}
+
+RenameTable& outputRenames() {
+    static RenameTable table;
+    return table;
+}
+
+}  // namespace
+
+String updateInputName(const String& nodeType, const String& name) {
+    return inputRenames().current(nodeType, name);
+}
+
+String updateOutputName(const String& nodeType, const String& name) {
+    return outputRenames().current(nodeType, name);
+}
+
+void registerInputRename(const String& nodeType, const String& old, const String& current) {
+    inputRenames().add(nodeType, old, current);
+}
+
+void registerOutputRename(const String& nodeType, const String& old, const String& current) {
+    outputRenames().add(nodeType, old, current);
+}
+
+void clearRenames() {
+    inputRenames().clear();
+    outputRenames().clear();
+}
+
+}  // namespace ko::mirel_sdk::impl

@@ -1,0 +1,86 @@
+#include <ko/scene.h>
+
+#include <memory>
+#include <utility>
+
+namespace ko::mirel_sdk::impl {
+
+Scene::~Scene() {
+    while (Node* const node = firstNode_) {
+        firstNode_ = node->next_;
+        delete node;
+    }
+    purgeRemoved();
+}
+
+Node* Scene::findNode(const String& name) const {
+    const auto found = index_.find(name.view());
+    return found == index_.end() ? nullptr : found->second;
+}
+
+Node* Scene::createNode(String type, String name, String label) {
+    if (type.isEmpty() || name.isEmpty() || findNode(name)) return nullptr;
+    const NodeType* const declared = nodeType(type);
+    Node* const node = new Node(*this, std::move(type), std::move(name), std::move(label));
+    try {
+        if (declared) node->addDeclared(*declared);
+        index_.emplace(node->name_.view(), node);
+    } catch (...) {
+        delete node;
+        throw;
+    }
+    node->previous_ = lastNode_;
+    (lastNode_ ? lastNode_->next_ : firstNode_) = node;
+    lastNode_ = node;
+    return node;
+}
+
+Node* Scene::defineNode(String name) {
+    Node* const node = createNode(name, name, String());
+    if (node) node->isDefinition_ = true;
+    return node;
+}
+
+void Scene::removeNode(const String& name) {
+    const auto found = index_.find(name.view());
+    if (found == index_.end()) return;
+    Node& node = *found->second;
+    node.cut();
+    index_.erase(found);
+    unlink(node);
+    node.isRemoved_ = true;
+    node.next_ = firstRemoved_;
+    firstRemoved_ = &node;
+}
+
+void Scene::unlink(Node& node) noexcept {
+    (node.previous_ ? node.previous_->next_ : firstNode_) = node.next_;
+    (node.next_ ? node.next_->previous_ : lastNode_) = node.previous_;
+    node.previous_ = nullptr;
+}
+
+void Scene::purgeRemoved() {
+    while (Node* const node = firstRemoved_) {
+        firstRemoved_ = node->next_;
+        delete node;
+    }
+}
+
+const NodeType* Scene::registerType(NodeType type) {
+    types_.push_back(std::make_unique<const NodeType>(std::move(type)));
+    const NodeType* const registered = types_.back().get();
+    typeIndex_.erase(registered->name().view());
+    typeIndex_.emplace(registered->name().view(), registered);
+    for (const auto& [old, current] : registered->inputRenames_)
+        registerInputRename(registered->name(), old, current);
+    for (const auto& [old, current] : registered->outputRenames_)
+        registerOutputRename(registered->name(), old, current);
+    return registered;
+}
+
+const NodeType* Scene::nodeType(const String& name) const {
+    const auto found = typeIndex_.find(name.view());
+    return found == typeIndex_.end() ? nullptr : found->second;
+}
+
+}  // namespace ko::mirel_sdk::impl
