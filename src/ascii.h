@@ -12,9 +12,7 @@ constexpr char lower(char c) noexcept {
 }
 
 // The value of a hexadecimal digit.
-constexpr int hexValue(char c) noexcept {
-    return c <= '9' ? c - '0' : lower(c) - 'a' + 10;
-}
+constexpr int hexValue(char c) noexcept { return c <= '9' ? c - '0' : lower(c) - 'a' + 10; }
 
 inline bool equalNoCase(std::string_view a, std::string_view b) noexcept {
     if (a.size() != b.size()) return false;

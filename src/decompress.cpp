@@ -17,8 +17,7 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-// --- Hexadecimal text
-// -----------------------------------------------------------------------------
+// --- Hexadecimal text ---------------------------------------------------------------------------
 
 // Reads the digit pairs of `text` from `start` on, at most `limit` of them; positions in messages
 // count from the leading ".".
@@ -35,7 +34,7 @@ bool readHex(std::string_view text, unsigned long start, unsigned long limit, By
             return false;
         }
         const auto value = static_cast<unsigned char>(ascii::hexValue(c));
-        if (digits == 2 * limit) {
+        if (digits % 2 == 0 && bytes.size() == limit) {
             error = String::format(
                 "compact bytes: more than the expected %lu bytes at character %lu", limit, i);
             return false;
@@ -55,8 +54,7 @@ bool readHex(std::string_view text, unsigned long start, unsigned long limit, By
     return error.isEmpty();
 }
 
-// --- LZ4 blocks
-// -----------------------------------------------------------------------------------
+// --- LZ4 blocks ---------------------------------------------------------------------------------
 //
 // block    = { sequence } last
 // sequence = token, [ literal length ], literals, offset (2 bytes), [ match length ]
@@ -176,7 +174,7 @@ ByteArray decompress(const unsigned char* data, unsigned long size, String& erro
     const bool isBlock = text.size() > 1 && text[1] == '+';
     Bytes bytes;
     if (!isBlock) return readHex(text, 1, expected, bytes, error) ? copyBytes(bytes) : ByteArray();
-    if (!readHex(text, 2, String::npos / 2, bytes, error)) return {};
+    if (!readHex(text, 2, String::npos, bytes, error)) return {};
     return expandBlock(bytes, expected, error);
 }
 

@@ -48,7 +48,7 @@ class FileSource {
     unsigned long position() const noexcept { return position_.load(std::memory_order_relaxed); }
 
   private:
-    static constexpr unsigned long blockSize = 64 * 1024;
+    static constexpr unsigned long blockSize = 64UL * 1024;
 
     bool fill();
     unsigned long readBlock();
@@ -77,7 +77,8 @@ FileSource* FileSource::open(const char* path) {
         return new FileSource(File::IsDirectory, EISDIR);
     }
     std::FILE* const stream = std::fopen(path, "rb");
-    if (!stream) return new FileSource(File::CannotOpen, errno);
+    const int reason = errno;
+    if (!stream) return new FileSource(File::CannotOpen, reason);
     try {
         const bool isRegular = std::filesystem::is_regular_file(path, ignored);
         const auto size = isRegular ? std::filesystem::file_size(path, ignored) : 0;
@@ -125,6 +126,47 @@ void FileSource::skipByteOrderMark() noexcept {
     advancePosition(length);
 }
 
+// --- Reasons
+// --------------------------------------------------------------------------------------
+
+namespace {
+
+struct Reason {
+    int code;
+    const char* text;
+};
+
+// The system's own texts follow the locale.
+constexpr Reason reasons[] = {
+    {EACCES, "permission denied"},
+    {EBADF, "bad file descriptor"},
+    {EFBIG, "file too large"},
+    {EINVAL, "invalid argument"},
+    {EIO, "input/output error"},
+    {EISDIR, "is a directory"},
+    {ELOOP, "too many levels of symbolic links"},
+    {EMFILE, "too many open files"},
+    {ENAMETOOLONG, "file name too long"},
+    {ENFILE, "too many open files in system"},
+    {ENODEV, "no such device"},
+    {ENOENT, "no such file or directory"},
+    {ENOMEM, "out of memory"},
+    {ENOTDIR, "not a directory"},
+    {ENXIO, "no such device or address"},
+    {EOVERFLOW, "file too large"},
+    {EPERM, "operation not permitted"},
+    {ESTALE, "stale file handle"},
+    {ETIMEDOUT, "timed out"},
+};
+
+String reasonText(int code) {
+    for (const Reason& reason : reasons)
+        if (reason.code == code) return {reason.text};
+    return String::format("system error %d", code);
+}
+
+}  // namespace
+
 // --- The handle ---------------------------------------------------------------------------------
 
 File::File() noexcept = default;
@@ -135,47 +177,32 @@ File& File::operator=(File&&) noexcept = default;
 File::~File() = default;
 File::File(FileSource* source) noexcept : RefersTo(source) {}
 
-File File::open(const char* path) {
-    return File(FileSource::open(path));
-}
+File File::open(const char* path) { return File(FileSource::open(path)); }
 
-File File::standardInput() {
-    return File(new FileSource(stdin, false, 0));
-}
+File File::standardInput() { return File(new FileSource(stdin, false, 0)); }
 
 File File::memory(const void* bytes, unsigned long size) {
     return File(new FileSource(bytes, size));
 }
 
-bool File::read(signed char& c) {
-    return get() && get()->read(c);
-}
+bool File::read(signed char& c) { return get() && get()->read(c); }
 
-File::Error File::error() const noexcept {
-    return get() ? get()->error() : CannotOpen;
-}
+File::Error File::error() const noexcept { return get() ? get()->error() : CannotOpen; }
 
 String File::errorText() const {
     const int reason = get() ? get()->reason() : 0;
     switch (error()) {
-        case None:
-            return {};
-        case IsDirectory:
-            return {"is a directory"};
+        case None: return {};
+        case IsDirectory: return {"is a directory"};
         case CannotOpen:
-            return reason ? String::format("cannot open: %s", std::strerror(reason))
+            return reason ? String("cannot open: ") + reasonText(reason)
                           : String("no file is open");
-        case CannotRead:
-            break;
+        case CannotRead: break;
     }
-    return String::format("cannot read: %s", std::strerror(reason));
+    return String("cannot read: ") + reasonText(reason);
 }
 
-unsigned long File::size() const noexcept {
-    return get() ? get()->size() : 0;
-}
-unsigned long File::position() const noexcept {
-    return get() ? get()->position() : 0;
-}
+unsigned long File::size() const noexcept { return get() ? get()->size() : 0; }
+unsigned long File::position() const noexcept { return get() ? get()->position() : 0; }
 
 }  // namespace ko

@@ -1,7 +1,7 @@
 // printf-style formatting. Each conversion is handed to the C library on its own; plain `%s` is
 // copied here, so that text of any length passes and its bytes are never looked at by a locale.
 #include <clocale>
-#include <cstdint>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
@@ -30,8 +30,15 @@ struct Arguments {
     va_list list;
 };
 
+// A negative precision counts as none.
 void appendStar(Conversion& conversion, Arguments& args) {
-    conversion.text += std::to_string(va_arg(args.list, int));
+    const int number = va_arg(args.list, int);
+    const bool isPrecision = conversion.text.back() == '.';
+    if (isPrecision && number < 0) {
+        conversion.text.pop_back();
+    } else {
+        conversion.text += std::to_string(number);
+    }
 }
 
 // Reads the conversion at `at`, just behind its percent sign.
@@ -87,9 +94,7 @@ void appendInteger(std::string& out, const Conversion& conversion, Arguments& ar
         appendPrinted(out, conversion, va_arg(args.list, long));
     } else if (conversion.length == "ll") {
         appendPrinted(out, conversion, va_arg(args.list, long long));
-    } else if (conversion.length == "j") {
-        appendPrinted(out, conversion, va_arg(args.list, std::intmax_t));
-    } else if (conversion.length == "z" || conversion.length == "t") {
+    } else if (conversion.length == "j" || conversion.length == "z" || conversion.length == "t") {
         appendPrinted(out, conversion, va_arg(args.list, std::ptrdiff_t));
     } else {
         appendPrinted(out, conversion, va_arg(args.list, int));
@@ -107,24 +112,16 @@ void appendText(std::string& out, const Conversion& conversion, const char* text
 
 void appendConversion(std::string& out, const Conversion& conversion, Arguments& args) {
     switch (conversion.kind) {
-        case '%':
-            out += '%';
-            break;
-        case 's':
-            appendText(out, conversion, va_arg(args.list, const char*));
-            break;
-        case 'p':
-            appendPrinted(out, conversion, va_arg(args.list, void*));
-            break;
+        case '%': out += '%'; break;
+        case 's': appendText(out, conversion, va_arg(args.list, const char*)); break;
+        case 'p': appendPrinted(out, conversion, va_arg(args.list, void*)); break;
         case 'd':
         case 'i':
         case 'u':
         case 'o':
         case 'x':
         case 'X':
-        case 'c':
-            appendInteger(out, conversion, args);
-            break;
+        case 'c': appendInteger(out, conversion, args); break;
         case 'e':
         case 'E':
         case 'f':
@@ -132,11 +129,8 @@ void appendConversion(std::string& out, const Conversion& conversion, Arguments&
         case 'g':
         case 'G':
         case 'a':
-        case 'A':
-            appendReal(out, conversion, args);
-            break;
-        default:
-            throw std::invalid_argument("unknown conversion " + conversion.text);
+        case 'A': appendReal(out, conversion, args); break;
+        default: throw std::invalid_argument("unknown conversion " + conversion.text);
     }
 }
 

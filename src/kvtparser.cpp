@@ -22,21 +22,22 @@
 #include <string_view>
 #include <utility>
 
+#include "ascii.h"
+
 namespace ko::mirel_sdk::impl {
 
 using interfaces::IInput;
 using interfaces::IInputContainer;
 using interfaces::IScene;
 
-// === Lexer sources
-// ================================================================================
+// === Lexer sources ==============================================================================
 
 namespace {
 
 // Not distinguished from the byte 0xFF, which therefore ends a document.
 constexpr signed char endOfInput = -1;
 
-void count(std::int32_t& counter) noexcept {
+void increment(std::int32_t& counter) noexcept {
     if (counter < std::numeric_limits<std::int32_t>::max()) ++counter;
 }
 
@@ -45,18 +46,16 @@ void count(std::int32_t& counter) noexcept {
 // A line break ends its line: the line moves on with the character behind it.
 void Lexer::advance() noexcept {
     if (c == '\n') {
-        count(line);
+        increment(line);
         column = 1;
     } else {
-        count(column);
+        increment(column);
     }
     c = la;
-    count(pos);
+    increment(pos);
 }
 
-FileLexer::FileLexer(File file) : file_(std::move(file)) {
-    fetch();
-}
+FileLexer::FileLexer(File file) : file_(std::move(file)) { fetch(); }
 
 void FileLexer::fetch() {
     if (!file_.read(la)) la = endOfInput;
@@ -81,8 +80,7 @@ signed char StringLexer::consume() {
     return c;
 }
 
-// === Tokens
-// =======================================================================================
+// === Tokens =====================================================================================
 
 Token Lexer::token(Token::Type type) {
     Token t{type, String(), line, column};
@@ -107,24 +105,17 @@ Token Lexer::unexpectedEof(const String& what) const {
     return token(Token::Eof, String::format("UNEXPECTED EOF while parsing %s", what.buf()));
 }
 
-// === Lexer
-// ========================================================================================
+// === Lexer ======================================================================================
 
 namespace {
 
-bool isBlank(char ch) {
-    return String::isSpace(ch) || !String::isPrintable(ch);
-}
+bool isBlank(char ch) { return String::isSpace(ch) || !String::isPrintable(ch); }
 
-bool isOneOf(char ch, std::string_view set) {
-    return set.find(ch) != std::string_view::npos;
-}
+bool isOneOf(char ch, std::string_view set) { return set.find(ch) != std::string_view::npos; }
 
 }  // namespace
 
-bool Lexer::isAtBlank() const {
-    return la != endOfInput && isBlank(la);
-}
+bool Lexer::isAtBlank() const { return la != endOfInput && isBlank(la); }
 
 void Lexer::skipBlanks() {
     while (isAtBlank())
@@ -135,40 +126,23 @@ Token Lexer::nextToken() {
     skipBlanks();
     if (la == endOfInput) return token(Token::Eof, "EOF");
     switch (la) {
-        case '"':
-            return string();
-        case '#':
-            return comment();
-        case '\'':
-            return token(Token::Quote);
-        case '(':
-            return parens();
-        case '*':
-            return token(Token::Star);
-        case '+':
-            return token(Token::Plus);
-        case ',':
-            return token(Token::Comma);
-        case '.':
-            return token(Token::Dot);
-        case '/':
-            return token(Token::Slash);
-        case ':':
-            return token(Token::Colon);
-        case ';':
-            return token(Token::Semicolon);
-        case '=':
-            return token(Token::Equals);
-        case '[':
-            return brackets();
-        case '\\':
-            return token(Token::Backslash);
-        case '{':
-            return braces();
-        case '|':
-            return token(Token::Pipe);
-        default:
-            break;
+        case '"': return string();
+        case '#': return comment();
+        case '\'': return token(Token::Quote);
+        case '(': return parens();
+        case '*': return token(Token::Star);
+        case '+': return token(Token::Plus);
+        case ',': return token(Token::Comma);
+        case '.': return token(Token::Dot);
+        case '/': return token(Token::Slash);
+        case ':': return token(Token::Colon);
+        case ';': return token(Token::Semicolon);
+        case '=': return token(Token::Equals);
+        case '[': return brackets();
+        case '\\': return token(Token::Backslash);
+        case '{': return braces();
+        case '|': return token(Token::Pipe);
+        default: break;
     }
     if (String::isLetter(la) || la == '_') return id();
     if (la == '-' || String::isHexDigit(la)) return number();
@@ -182,11 +156,11 @@ Token Lexer::id() {
     do {
         chars.push_back(static_cast<char>(consume()));
     } while (la != endOfInput && (String::isLetter(la) || la == '_' || String::isDigit(la)));
-    const String text(std::string_view(chars.data(), chars.size()));
-    if (text.compareNoCase("true") == 0) return token(Token::True, "true");
-    if (text.compareNoCase("false") == 0) return token(Token::False, "false");
-    if (text.compareNoCase("null") == 0) return token(Token::Null, "null");
-    return token(Token::Id, text);
+    const std::string_view text(chars.data(), chars.size());
+    if (ascii::equalNoCase(text, "true")) return token(Token::True, "true");
+    if (ascii::equalNoCase(text, "false")) return token(Token::False, "false");
+    if (ascii::equalNoCase(text, "null")) return token(Token::Null, "null");
+    return token(Token::Id, chars);
 }
 
 // number = ( "-" | digit ) { hex digit | "+" | "-" | "." | "I" | "i" | "N" | "n" | "U" | "u" }
@@ -251,19 +225,15 @@ struct Lexer::GroupRules {
     const char* plural;  // in messages about the end
 };
 
-Token Lexer::parens() {
-    return group({Token::Parens, '(', ')', ",[]{}", "PAREN", "PARENS"});
-}
+Token Lexer::parens() { return group({Token::Parens, '(', ')', ",[]{}", "PAREN", "PARENS"}); }
 
-Token Lexer::braces() {
-    return group({Token::Braces, '{', '}', ",()[]", "BRACE", "BRACES"});
-}
+Token Lexer::braces() { return group({Token::Braces, '{', '}', ",()[]", "BRACE", "BRACES"}); }
 
 // parens = "(" { character of a number | separator | blank | parens } ")", braces likewise
 //
 // The text keeps the outermost delimiters only; a run of blanks or a separator becomes one space,
-// with none behind the opening delimiter. Groups of a million numbers are read here, and their
-// readers find pieces with a space between them and nothing else.
+// with none behind the opening delimiter or before a closing one. Groups of a million numbers are
+// read here, and their readers find pieces with a space between them and nothing else.
 Token Lexer::group(const GroupRules& rules) {
     ds::Vector<char> chars;
     unsigned long depth = 0;
@@ -292,8 +262,7 @@ Token Lexer::group(const GroupRules& rules) {
     return token(rules.type, chars);
 }
 
-// === Diagnostics
-// ==================================================================================
+// === Diagnostics ================================================================================
 
 namespace {
 
@@ -303,19 +272,21 @@ namespace {
 
 }  // namespace
 
-void KvtParser::tokenError(const Token& t) {
-    raise(t.text);
-}
+void KvtParser::tokenError(const Token& t) { raise(t.text); }
 
 void KvtParser::tokenError(const String& expected, const Token& found) {
     raise(String::format("BAD TOKEN (%d,%d): expected '%s', found '%s'.", found.line, found.column,
                          expected.buf(), found.text.buf()));
 }
 
+// The detail at the place of the token taken last.
+String KvtParser::framed(const char* kind, const String& detail) const {
+    return String::format("%s (%d,%d): %s.", kind, lastToken_.line, lastToken_.column,
+                          detail.buf());
+}
+
 void KvtParser::internalError(const String& kind, const char* fmt, va_list args) {
-    const String detail = String::formatv(fmt, args);
-    raise(String::format("%s (%d,%d): %s.", kind.buf(), lastToken_.line, lastToken_.column,
-                         detail.buf()));
+    raise(framed(kind.buf(), String::formatv(fmt, args)));
 }
 
 void KvtParser::bufferError(const char* fmt, ...) {
@@ -334,28 +305,28 @@ void KvtParser::typeError(const String& value, IInput* input, bool array) {
     const String detail =
         String::format("cannot assign %s%s to %s @ %s", value.buf(), array ? "[]" : "",
                        input->typeName().buf(), input->fullName().buf());
-    raise(String::format("TYPE ERROR (%d,%d): %s.", lastToken_.line, lastToken_.column,
-                         detail.buf()));
+    raise(framed("TYPE ERROR", detail));
 }
 
 void KvtParser::narrowTypeWarning(const String& value, IInput* input) {
     const String detail = String::format("narrowing %s to %s @ %s", value.buf(),
                                          input->typeName().buf(), input->fullName().buf());
-    logWarning("TYPE WARNING (%d,%d): %s.", lastToken_.line, lastToken_.column, detail.buf());
+    logWarning("%s", framed("TYPE WARNING", detail).buf());
 }
 
 void KvtParser::wrongTypeWarning(const String& value, IInput* input) {
     const String detail = String::format("expected %s @ %s but found %s", input->typeName().buf(),
                                          input->fullName().buf(), value.buf());
-    logError("TYPE ERROR (%d,%d): %s.", lastToken_.line, lastToken_.column, detail.buf());
+    logError("%s", framed("TYPE ERROR", detail).buf());
 }
 
-// === Lookahead
-// ====================================================================================
+// === Lookahead ==================================================================================
 
 void KvtParser::prime(IScene* scene, Lexer* lexer) {
     scene_ = scene;
     lexer_ = lexer;
+    ring_ = {};
+    head_ = 0;
     for (int i = 0; i < lookahead_; ++i) {
         ring_.push_back(Token());
         consume();
@@ -386,8 +357,7 @@ bool KvtParser::match(Token& t, Token::Type type) {
     return true;
 }
 
-// === Statements
-// ===================================================================================
+// === Statements =================================================================================
 
 // document = { statement }
 bool KvtParser::parse(IScene* scene, Lexer* lexer) {
@@ -532,8 +502,7 @@ bool KvtParser::connect(AssignInfo& info) {
     return true;
 }
 
-// === Values
-// =======================================================================================
+// === Values =====================================================================================
 
 // value = "=" ( scalar | buffer | Id | "null" ) ";"
 bool KvtParser::value(AssignInfo& info) {
@@ -558,8 +527,7 @@ void KvtParser::identifier(AssignInfo& info) {
     info.token0 = info.token4;
 }
 
-// --- Scalars
-// --------------------------------------------------------------------------------------
+// --- Scalars ------------------------------------------------------------------------------------
 
 namespace {
 
@@ -602,24 +570,15 @@ bool readMath(const String& text, AttrData& data) {
 bool readMath(const String& text, AttrType type, AttrData& data) {
     data.type = type;
     switch (type) {
-        case AttrType::Vec2:
-            return readMath<math::VecT<2, double>>(text, data);
-        case AttrType::Vec3:
-            return readMath<math::VecT<3, double>>(text, data);
-        case AttrType::Vec4:
-            return readMath<math::VecT<4, double>>(text, data);
-        case AttrType::Pos2:
-            return readMath<math::PosT<2, double>>(text, data);
-        case AttrType::Pos3:
-            return readMath<math::PosT<3, double>>(text, data);
-        case AttrType::Quat:
-            return readMath<math::QuatT<double>>(text, data);
-        case AttrType::Rgba:
-            return readMath<math::RgbaT<double>>(text, data);
-        case AttrType::Mat3:
-            return readMath<math::MatT<3, double>>(text, data);
-        default:
-            return readMath<math::MatT<4, double>>(text, data);
+        case AttrType::Vec2: return readMath<math::VecT<2, double>>(text, data);
+        case AttrType::Vec3: return readMath<math::VecT<3, double>>(text, data);
+        case AttrType::Vec4: return readMath<math::VecT<4, double>>(text, data);
+        case AttrType::Pos2: return readMath<math::PosT<2, double>>(text, data);
+        case AttrType::Pos3: return readMath<math::PosT<3, double>>(text, data);
+        case AttrType::Quat: return readMath<math::QuatT<double>>(text, data);
+        case AttrType::Rgba: return readMath<math::RgbaT<double>>(text, data);
+        case AttrType::Mat3: return readMath<math::MatT<3, double>>(text, data);
+        default: return readMath<math::MatT<4, double>>(text, data);
     }
 }
 
@@ -660,20 +619,19 @@ bool KvtParser::mathValue(AssignInfo& info) {
     return readMath(info.token3.text.trimChars("()", ""), type->value, info.data);
 }
 
-// --- Buffers
-// --------------------------------------------------------------------------------------
+// --- Buffers ------------------------------------------------------------------------------------
 
 namespace {
 
 // The element type that `keyword` names, or Null.
-DataType bufferType(const String& keyword) {
+DataType elementTypeNamed(const String& keyword) {
     if (const auto* const scalar = scalarBufferTypes().findNode(keyword)) return scalar->value;
     if (const auto* const vector = vectorBufferTypes().findNode(keyword)) return vector->value;
     return DataType::Null;
 }
 
 template <class Integer>
-bool readInteger(std::string_view text, unsigned char* dest) {
+bool integerElement(std::string_view text, unsigned char* dest) {
     Integer value = 0;
     if (!parseInteger(text, value, String::Auto)) return false;
     std::memcpy(dest, &value, sizeof value);
@@ -681,7 +639,7 @@ bool readInteger(std::string_view text, unsigned char* dest) {
 }
 
 template <class Real>
-bool readReal(std::string_view text, unsigned char* dest) {
+bool realElement(std::string_view text, unsigned char* dest) {
     Real value = 0;
     if (!parseNumber(text, value)) return false;
     std::memcpy(dest, &value, sizeof value);
@@ -690,28 +648,17 @@ bool readReal(std::string_view text, unsigned char* dest) {
 
 bool readElement(std::string_view text, DataType type, unsigned char* dest) {
     switch (type) {
-        case DataType::Char:
-            return readInteger<signed char>(text, dest);
-        case DataType::Byte:
-            return readInteger<unsigned char>(text, dest);
-        case DataType::Int16:
-            return readInteger<short>(text, dest);
-        case DataType::Int32:
-            return readInteger<int>(text, dest);
-        case DataType::Int64:
-            return readInteger<long>(text, dest);
-        case DataType::UInt16:
-            return readInteger<unsigned short>(text, dest);
-        case DataType::UInt32:
-            return readInteger<unsigned int>(text, dest);
-        case DataType::UInt64:
-            return readInteger<unsigned long>(text, dest);
-        case DataType::Float:
-            return readReal<float>(text, dest);
-        case DataType::Double:
-            return readReal<double>(text, dest);
-        default:
-            return false;
+        case DataType::Char: return integerElement<signed char>(text, dest);
+        case DataType::Byte: return integerElement<unsigned char>(text, dest);
+        case DataType::Int16: return integerElement<short>(text, dest);
+        case DataType::Int32: return integerElement<int>(text, dest);
+        case DataType::Int64: return integerElement<long>(text, dest);
+        case DataType::UInt16: return integerElement<unsigned short>(text, dest);
+        case DataType::UInt32: return integerElement<unsigned int>(text, dest);
+        case DataType::UInt64: return integerElement<unsigned long>(text, dest);
+        case DataType::Float: return realElement<float>(text, dest);
+        case DataType::Double: return realElement<double>(text, dest);
+        default: return false;
     }
 }
 
@@ -729,7 +676,7 @@ bool KvtParser::parseElem(const String& text, DataType type, unsigned char* dest
 // buffer = Id Brackets Braces, the identifier an element type: vec3f[2] {0 0 0 1 1 1}
 bool KvtParser::buffer(AssignInfo& info) {
     if (la(1) != Token::Id || la(2) != Token::Brackets || la(3) != Token::Braces) return false;
-    const DataType type = bufferType(lt(1).text.toLower(true));
+    const DataType type = elementTypeNamed(lt(1).text.toLower(true));
     if (type == DataType::Null) return false;
     info.token0 = consume();
     info.token1 = consume();
@@ -803,8 +750,7 @@ void KvtParser::readComponents(AssignInfo& info) {
     if (!allRead) parseError("Failed to read '%s' buffer.", keyword);
 }
 
-// === Assignment
-// ===================================================================================
+// === Assignment =================================================================================
 
 namespace {
 
@@ -865,9 +811,9 @@ bool KvtParser::parseAssign() {
         parseError("input '%s' not found.", shownPath(info.path, &walk.node).buf());
     }
     if (info.gotReference) {
-        postpone(pendingConnections, *target, info);
+        postpone(pendingConnections, *target, std::move(info));
     } else if (info.gotIdentifier) {
-        postpone(pendingIdentifiers, *target, info);
+        postpone(pendingIdentifiers, *target, std::move(info));
     } else {
         storeValue(walk, info);
     }
@@ -884,20 +830,9 @@ Node& KvtParser::assignedNode(const AssignInfo& info) {
     parseError("node '%s' not found ", shown.buf());
 }
 
-// --- The walk to the target
-// -----------------------------------------------------------------------
+// --- The walk to the target ---------------------------------------------------------------------
 
 namespace {
-
-// What step `i` should lead to: the value itself at the end, else what the next steps lead into.
-template <class Expected>
-Expected expectedAt(const ds::Vector<const Token*>& steps, unsigned long i, AttrType valueType) {
-    const auto isIndex = [&steps](unsigned long k) { return steps[k]->type == Token::Brackets; };
-    if (i + 1 == steps.size()) return {valueType, AttrType::Null};
-    if (!isIndex(i + 1)) return {AttrType::Object, AttrType::Null};
-    if (i + 2 == steps.size()) return {AttrType::Array, valueType};
-    return {AttrType::Array, isIndex(i + 2) ? AttrType::Array : AttrType::Object};
-}
 
 template <class Holder>
 Input* create(Holder& holder, const String& name, AttrType type, AttrType elementType) {
@@ -919,17 +854,27 @@ Input* KvtParser::reachTarget(Walk& walk) {
     return walk.input;
 }
 
+// What step `i` should lead to: the value itself at the end, else what the next steps lead into.
+KvtParser::Expected KvtParser::expectedAt(const Walk& walk, unsigned long i) {
+    const ds::Vector<const Token*>& steps = walk.steps;
+    const AttrType valueType = walk.info.data.type;
+    const auto isIndex = [&steps](unsigned long k) { return steps[k]->type == Token::Brackets; };
+    if (i + 1 == steps.size()) return {valueType, AttrType::Null};
+    if (!isIndex(i + 1)) return {AttrType::Object, AttrType::Null};
+    if (i + 2 == steps.size()) return {AttrType::Array, valueType};
+    return {AttrType::Array, isIndex(i + 2) ? AttrType::Array : AttrType::Object};
+}
+
 // Finds or creates the input that step `i` names; null when there can be none.
 Input* KvtParser::takeStep(Walk& walk, unsigned long i) {
     const Token& token = *walk.steps[i];
     const String name = updateInputName(walk.node.type(), token.text);
-    const AttrData& data = walk.info.data;
-    const auto expected = expectedAt<Expected>(walk.steps, i, data.type);
+    const Expected expected = expectedAt(walk, i);
     IInputContainer* const container = walk.input ? walk.input->container() : nullptr;
     if (walk.input && !container) return nullptr;
     if (Input* const found = container ? container->input(name) : walk.node.input(name)) {
         const bool isLast = i + 1 == walk.steps.size();
-        if (!isLast) checkIntermediate(*found, expected, data);
+        if (!isLast) checkIntermediate(*found, expected, walk.info.data);
         return found;
     }
     if (!container) return create(walk.node, name, expected.type, expected.elementType);
@@ -983,8 +928,7 @@ void KvtParser::checkIntermediate(Input& input, const Expected& expected, const 
     }
 }
 
-// --- Storing
-// --------------------------------------------------------------------------------------
+// --- Storing ------------------------------------------------------------------------------------
 
 namespace {
 
@@ -1013,9 +957,7 @@ unsigned long toUInt(double number) {
     return static_cast<unsigned long>(whole);
 }
 
-bool isWhole(AttrType type) {
-    return type == AttrType::Int || type == AttrType::UInt;
-}
+bool isWhole(AttrType type) { return type == AttrType::Int || type == AttrType::UInt; }
 
 bool convertToBool(const AttrData& from, AttrData& to) {
     if (!isWhole(from.type) && from.type != AttrType::Real) return false;
@@ -1062,11 +1004,11 @@ bool convertToVector(const AttrData& from, AttrData& to) {
 
 // The upper-left 3x3 is what both matrices share; a larger one is the identity beyond it.
 bool convertToMatrix(const AttrData& from, AttrData& to) {
-    const int fromSize = from.type == AttrType::Mat4 ? 4 : 3;
-    const int toSize = to.type == AttrType::Mat4 ? 4 : 3;
+    const unsigned long fromSize = from.type == AttrType::Mat4 ? 4 : 3;
+    const unsigned long toSize = to.type == AttrType::Mat4 ? 4 : 3;
     if (from.type != AttrType::Mat3 && from.type != AttrType::Mat4) return false;
     if (toSize == 4) to.setComponent(15, 1);
-    for (int row = 0; row < 3; ++row)
+    for (unsigned long row = 0; row < 3; ++row)
         std::copy_n(from.value + row * fromSize, 3, to.value + row * toSize);
     return true;
 }
@@ -1076,18 +1018,13 @@ bool convert(const AttrData& from, AttrType type, AttrData& to) {
     to = AttrData();
     to.type = type;
     switch (type) {
-        case AttrType::Bool:
-            return convertToBool(from, to);
+        case AttrType::Bool: return convertToBool(from, to);
         case AttrType::Int:
-        case AttrType::UInt:
-            return convertToWhole(from, to);
-        case AttrType::Real:
-            return convertToReal(from, to);
+        case AttrType::UInt: return convertToWhole(from, to);
+        case AttrType::Real: return convertToReal(from, to);
         case AttrType::Mat3:
-        case AttrType::Mat4:
-            return convertToMatrix(from, to);
-        default:
-            return isVectorType(type) && convertToVector(from, to);
+        case AttrType::Mat4: return convertToMatrix(from, to);
+        default: return isVectorType(type) && convertToVector(from, to);
     }
 }
 
@@ -1105,9 +1042,9 @@ void declareSiblings(Input* parent, const AttrData& data) {
 }  // namespace
 
 // The last assignment to an input wins.
-void KvtParser::postpone(PendingMap& pending, Input& target, const AssignInfo& info) {
+void KvtParser::postpone(PendingMap& pending, Input& target, AssignInfo&& info) {
     if (!pending.findNode(&target)) held_.push_back(RefersTo<IInput>(&target));
-    pending.find(&target) = info;
+    pending.find(&target) = std::move(info);
 }
 
 void KvtParser::storeValue(const Walk& walk, AssignInfo& info) {
@@ -1144,18 +1081,17 @@ bool KvtParser::fit(AssignInfo& info, Input& target) {
     return true;
 }
 
-void KvtParser::checkEnumeration(Input& target) {
+void KvtParser::checkEnumeration(const Input& target) {
     const Enumeration* const values = target.enumeration();
     if (target.type() != AttrType::String || !values || !values->isActive()) return;
     const String text(target.asText());
     if (values->find(text)) return;
-    const String message = String::format("setting non-existent enum value '%s' @ %s", text.buf(),
-                                          target.fullName().buf());
-    logWarning("ENUM WARNING (%d,%d): %s.", lastToken_.line, lastToken_.column, message.buf());
+    const String detail = String::format("setting non-existent enum value '%s' @ %s", text.buf(),
+                                         target.fullName().buf());
+    logWarning("%s", framed("ENUM WARNING", detail).buf());
 }
 
-// === Resolution
-// ===================================================================================
+// === Resolution =================================================================================
 
 void KvtParser::resolveConnections() {
     for (IInput* const input : pendingConnections.keys())
@@ -1202,8 +1138,7 @@ void KvtParser::resolveIdentifiers() {
     }
 }
 
-// === Entry points
-// =================================================================================
+// === Entry points ===============================================================================
 
 bool parseString(IScene* scene, String text) {
     KvtParser parser;

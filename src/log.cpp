@@ -3,6 +3,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include <ko/foundation.h>
 
@@ -12,8 +13,7 @@ namespace ko {
 
 namespace {
 
-// --- The frame of a message: KIND (line,column): ...
-// ----------------------------------------------
+// --- The frame of a message: KIND (line,column): ... --------------------------------------------
 
 bool skip(std::string_view& text, std::string_view expected) noexcept {
     if (text.substr(0, expected.size()) != expected) return false;
@@ -97,18 +97,34 @@ LogSink setLogSink(LogSink sink) {
     return replacement ? *replacement : LogSink();
 }
 
+namespace {
+
+// While a capture's sink runs, messages go to the capture around it.
+class InnermostCapture {
+  public:
+    explicit InnermostCapture(LogCapture* capture)
+        : before_(std::exchange(innermostCapture, capture)) {}
+    InnermostCapture(const InnermostCapture&) = delete;
+    InnermostCapture& operator=(const InnermostCapture&) = delete;
+    ~InnermostCapture() { innermostCapture = before_; }
+
+  private:
+    LogCapture* before_;
+};
+
+}  // namespace
+
 LogCapture::LogCapture() : outer_(std::exchange(innermostCapture, this)) {}
 
 LogCapture::LogCapture(LogSink sink)
     : sink_(std::move(sink)), outer_(std::exchange(innermostCapture, this)) {}
 
-LogCapture::~LogCapture() {
-    innermostCapture = outer_;
-}
+LogCapture::~LogCapture() { innermostCapture = outer_; }
 
 void report(const LogRecord& record) {
     LogCapture* const capture = innermostCapture;
     if (capture && capture->sink_) {
+        const InnermostCapture outer(capture->outer_);
         capture->sink_(record);
     } else if (capture) {
         capture->records_.push_back(record);

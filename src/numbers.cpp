@@ -160,12 +160,8 @@ bool readReal(std::string_view text, Real& out) noexcept {
 
 }  // namespace
 
-bool parseNumber(std::string_view text, float& out) noexcept {
-    return readReal(text, out);
-}
-bool parseNumber(std::string_view text, double& out) noexcept {
-    return readReal(text, out);
-}
+bool parseNumber(std::string_view text, float& out) noexcept { return readReal(text, out); }
+bool parseNumber(std::string_view text, double& out) noexcept { return readReal(text, out); }
 
 // --- One text -----------------------------------------------------------------------------------
 
@@ -177,12 +173,8 @@ bool String::parse(const String& text, bool& out) noexcept {
     return true;
 }
 
-bool String::parse(const String& text, float& out) noexcept {
-    return readReal(text.view(), out);
-}
-bool String::parse(const String& text, double& out) noexcept {
-    return readReal(text.view(), out);
-}
+bool String::parse(const String& text, float& out) noexcept { return readReal(text.view(), out); }
+bool String::parse(const String& text, double& out) noexcept { return readReal(text.view(), out); }
 
 bool String::parse(const String& text, signed char& out, Radix radix) noexcept {
     return parseInteger(text.view(), out, radix);

@@ -2,6 +2,7 @@
 #include <array>
 #include <chrono>
 #include <cstring>
+#include <exception>
 #include <new>
 #include <random>
 #include <string>
@@ -98,9 +99,16 @@ unsigned long hashText(std::string_view text) noexcept {
     return spreadBits(multiplyModPrime(hash, key));
 }
 
-unsigned long String::hash() const noexcept {
-    return hashText(view());
+unsigned long TextBuffer::hash() noexcept {
+    unsigned long hash = hash_.load(std::memory_order_relaxed);
+    if (hash == 0) {
+        hash = hashText({chars(), length_});
+        hash_.store(hash, std::memory_order_relaxed);
+    }
+    return hash;
 }
+
+unsigned long String::hash() const noexcept { return get() ? get()->hash() : hashText({}); }
 
 // --- Comparison and search ----------------------------------------------------------------------
 
@@ -154,28 +162,18 @@ std::array<bool, 256> members(std::string_view set) noexcept {
 // What a backslash and `c` stand for, or -1 when the pair is no simple escape.
 int simpleEscape(char c) noexcept {
     switch (c) {
-        case 'n':
-            return '\n';
-        case 't':
-            return '\t';
-        case 'r':
-            return '\r';
-        case 'a':
-            return '\a';
-        case 'b':
-            return '\b';
-        case 'f':
-            return '\f';
-        case 'v':
-            return '\v';
-        case '0':
-            return '\0';
+        case 'n': return '\n';
+        case 't': return '\t';
+        case 'r': return '\r';
+        case 'a': return '\a';
+        case 'b': return '\b';
+        case 'f': return '\f';
+        case 'v': return '\v';
+        case '0': return '\0';
         case '\\':
         case '"':
-        case '\'':
-            return c;
-        default:
-            return -1;
+        case '\'': return c;
+        default: return -1;
     }
 }
 
@@ -248,9 +246,7 @@ String String::fromFirst(char c, bool includeSeparator) const {
     return substring(includeSeparator ? at : at + 1, npos);
 }
 
-String String::operator+(const char* other) const {
-    return *this + String(other);
-}
+String String::operator+(const char* other) const { return *this + String(other); }
 
 String String::operator+(const String& other) const {
     if (other.isEmpty()) return *this;

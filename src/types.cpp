@@ -71,17 +71,13 @@ unsigned long scalarSize(DataType type) {
     switch (type) {
         case D::Bool:
         case D::Char:
-        case D::Byte:
-            return 1;
+        case D::Byte: return 1;
         case D::Int16:
-        case D::UInt16:
-            return 2;
+        case D::UInt16: return 2;
         case D::Int32:
         case D::UInt32:
-        case D::Float:
-            return 4;
-        default:
-            return 8;
+        case D::Float: return 4;
+        default: return 8;
     }
 }
 
@@ -107,9 +103,7 @@ unsigned long componentSize(DataType type) {
     return row ? scalarSize(row->component) : 0;
 }
 
-unsigned long elementSize(DataType type) {
-    return componentCount(type) * componentSize(type);
-}
+unsigned long elementSize(DataType type) { return componentCount(type) * componentSize(type); }
 
 namespace mirel_sdk {
 
@@ -157,9 +151,7 @@ Kind kindOf(AttrType type) {
     return row ? row->kind : Kind::Other;
 }
 
-bool isScalar(Kind kind) {
-    return kind == Kind::Bool || kind == Kind::Whole || kind == Kind::Real;
-}
+bool isScalar(Kind kind) { return kind == Kind::Bool || kind == Kind::Whole || kind == Kind::Real; }
 
 }  // namespace
 
@@ -173,19 +165,14 @@ unsigned long componentCount(AttrType type) {
     return row ? row->components : 0;
 }
 
-bool isVectorType(AttrType type) {
-    return kindOf(type) == Kind::Vector;
-}
+bool isVectorType(AttrType type) { return kindOf(type) == Kind::Vector; }
 
 bool canConvert(AttrType from, AttrType to, bool* narrowing) {
     *narrowing = false;
     const Kind target = kindOf(to);
     switch (kindOf(from)) {
-        case Kind::Bool:
-            return isScalar(target);
-        case Kind::Whole:
-            *narrowing = target == Kind::Bool;
-            return isScalar(target);
+        case Kind::Bool: return isScalar(target);
+        case Kind::Whole: *narrowing = target == Kind::Bool; return isScalar(target);
         case Kind::Real:
             *narrowing = target == Kind::Whole;
             return target == Kind::Whole || target == Kind::Real || target == Kind::Vector;
@@ -194,8 +181,7 @@ bool canConvert(AttrType from, AttrType to, bool* narrowing) {
             if (target != kindOf(from)) return false;
             *narrowing = componentCount(to) < componentCount(from);
             return true;
-        case Kind::Other:
-            break;
+        case Kind::Other: break;
     }
     return from == to;
 }

@@ -10,8 +10,8 @@
 
 namespace ko::ds {
 
-// A growable array. Capacities run 2, 4, 8, ...; it never shrinks. Elements are default-constructed
-// ahead of their use and live until the array goes.
+// A growable array. An empty one grows to 2, 4, 8, ... and never shrinks; a copy takes what it
+// needs. Elements are default-constructed ahead of their use and live until the array goes.
 template <class T>
 class Vector {
   public:
@@ -56,7 +56,8 @@ class Vector {
     template <class U>
     void emplace(U&& value) {
         if (size_ < capacity_) {
-            data_[size_++] = std::forward<U>(value);
+            data_[size_] = std::forward<U>(value);
+            ++size_;
             return;
         }
         const unsigned long capacity = capacity_ ? 2 * size_ : 2;

@@ -67,11 +67,14 @@ class TextBuffer {
 
     unsigned long length() const noexcept { return length_; }
     char* chars() noexcept { return reinterpret_cast<char*>(this + 1); }
+    // The hash of the characters, computed once.
+    unsigned long hash() noexcept;
 
   private:
     explicit TextBuffer(unsigned long length) noexcept : length_(length) {}
 
     std::atomic<unsigned long> references_{0};
+    std::atomic<unsigned long> hash_{0};  // 0 until it is asked for
     unsigned long length_;
 };
 
@@ -116,9 +119,11 @@ class String : private RefersTo<TextBuffer> {
     // ignored.
     int compareNoCase(const String& other) const noexcept;
     bool operator==(const char* other) const noexcept { return view() == other; }
-    bool operator==(const String& other) const noexcept { return view() == other.view(); }
+    bool operator==(const String& other) const noexcept {
+        return get() == other.get() || view() == other.view();
+    }
     bool operator!=(const char* other) const noexcept { return view() != other; }
-    bool operator!=(const String& other) const noexcept { return view() != other.view(); }
+    bool operator!=(const String& other) const noexcept { return !(*this == other); }
     bool startsWith(const String& prefix, bool ignoreCase) const noexcept;
     bool endsWith(const String& suffix, bool ignoreCase) const noexcept;
     bool contains(const String& part, bool ignoreCase) const;
@@ -234,8 +239,9 @@ class File : private RefersTo<FileSource> {
     File& operator=(File&&) noexcept;
     ~File();
 
-    // Opens the file at `path`. Never throws for a bad path: `error()` tells.
+    // Opens the file at `path`, which is not null. Never throws for a bad path: `error()` tells.
     static File open(const char* path);
+    // Standard input, read ahead in blocks: ask once and hand out copies.
     static File standardInput();
     // Reads `size` bytes at `bytes`, which the caller keeps alive and unchanged.
     static File memory(const void* bytes, unsigned long size);
@@ -277,7 +283,7 @@ using LogSink = std::function<void(const LogRecord&)>;
 
 // Sets the process-wide sink and returns the one before. An empty sink stands for the default,
 // which writes "warning: MESSAGE" or "error: MESSAGE" to standard error. Threads call the sink side
-// by side.
+// by side; it must not log itself.
 LogSink setLogSink(LogSink sink);
 
 // Collects the messages of the thread that made it until it goes out of scope; captures nest, and
@@ -285,7 +291,8 @@ LogSink setLogSink(LogSink sink);
 class LogCapture {
   public:
     LogCapture();
-    // Hands the messages to `sink` instead of keeping them.
+    // Hands the messages to `sink` instead of keeping them. What the sink logs or reports goes to
+    // the capture around this one, or to the process-wide sink.
     explicit LogCapture(LogSink sink);
     ~LogCapture();
     LogCapture(const LogCapture&) = delete;

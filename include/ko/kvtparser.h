@@ -149,7 +149,8 @@ class KvtParser {
     // the scene was given stays. Throws std::runtime_error for an `Invalid` token among the first
     // three.
     bool parse(interfaces::IScene* scene, Lexer* lexer);
-    // The first step of `parse`: takes scene and lexer (both stay the caller's) and fills the ring.
+    // The first step of `parse`: takes scene and lexer (both stay the caller's) and fills the ring
+    // anew.
     void prime(interfaces::IScene* scene, Lexer* lexer);
 
     // Lookahead. `i` runs from 1 to 3; before `prime` there is none.
@@ -160,16 +161,21 @@ class KvtParser {
     // Takes the next token into `t` if it has `type`.
     bool match(Token& t, Token::Type type);
 
-    // Statements: each takes one and returns true, or takes nothing and returns false.
+    // Statements: each takes one and returns true, or takes nothing and returns false;
+    // `parseAssign` leaves a path taken when neither a reference nor a value follows. They need a
+    // scene.
+    bool parseComment();
+    bool parseRemove();
+    bool parseDefine();
     bool parseDeclare();
     bool parseWith();
     bool parseAssign();
-    // Parts of an assignment, likewise.
+    // Parts of an assignment, likewise. The payload that they leave in `info.data` is the caller's
+    // to hand on.
     bool path(ds::Vector<Token>& tokens);
     bool connect(AssignInfo& info);
     bool value(AssignInfo& info);
-    bool scalar(
-        AssignInfo& info);  // also false, after taking it, for a literal that does not convert
+    bool scalar(AssignInfo& info);  // false also for a literal that it takes but cannot convert
     bool buffer(AssignInfo& info);
     // Converts `text` to one number of the scalar type `type` at `dest`, of any alignment.
     bool parseElem(const String& text, DataType type, unsigned char* dest);
@@ -206,11 +212,7 @@ class KvtParser {
 
     Scene& scene() const { return static_cast<Scene&>(*scene_); }
 
-    // Statements that only `parse` reads.
     bool statement();
-    bool parseComment();
-    bool parseRemove();
-    bool parseDefine();
     bool isNamed(const char* keyword, Token::Type end) const;
     Token takeName();
 
@@ -221,16 +223,19 @@ class KvtParser {
     void readCompactBytes(AssignInfo& info);
     void readComponents(AssignInfo& info);
 
+    String framed(const char* kind, const String& detail) const;
+
     // The steps of an assignment after its statement was read.
     Node& assignedNode(const AssignInfo& info);
     Input* reachTarget(Walk& walk);
+    static Expected expectedAt(const Walk& walk, unsigned long i);
     Input* takeStep(Walk& walk, unsigned long i);
     Input* takeIndexStep(Input& array, const String& name, const Token& token, AttrType expected);
     void checkIntermediate(Input& input, const Expected& expected, const AttrData& data);
-    void postpone(PendingMap& pending, Input& target, const AssignInfo& info);
+    void postpone(PendingMap& pending, Input& target, AssignInfo&& info);
     void storeValue(const Walk& walk, AssignInfo& info);
     bool fit(AssignInfo& info, Input& target);
-    void checkEnumeration(Input& target);
+    void checkEnumeration(const Input& target);
     void connectTo(interfaces::IInput& input, const String& path);
 
     Lexer* lexer_ = nullptr;

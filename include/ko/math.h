@@ -2,6 +2,9 @@
 // reading from text.
 #pragma once
 
+#include <algorithm>
+#include <string_view>
+
 #include <ko/foundation.h>
 
 namespace ko::math {
@@ -69,14 +72,21 @@ inline constexpr MatT<N, T> MatT<N, T>::identity = MatT<N, T>::makeIdentity();
 template <class T>
 inline constexpr AabbT<T> AabbT<T>::identity{};
 
-// Reads the first `count` pieces into `out`, every one of them even after a failure; a piece that
-// fails leaves its component. With fewer pieces nothing is read. True when all were read.
-template <class T>
-bool parseComponents(const StringVector& pieces, T* out, unsigned long count) {
-    if (pieces.size() < count) return false;
+// Reads the first N pieces of `text`, which spaces separate, into `out`: every one of them even
+// after a failure; a piece that fails leaves its component. With fewer pieces nothing is read. True
+// when all were read.
+template <int N, class T>
+bool parseComponents(std::string_view text, T* out) {
+    std::string_view pieces[N];
+    for (std::string_view& piece : pieces) {
+        text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+        if (text.empty()) return false;
+        piece = text.substr(0, text.find(' '));
+        text.remove_prefix(piece.size());
+    }
     bool allRead = true;
-    for (unsigned long i = 0; i < count; ++i)
-        allRead = String::parse(pieces[i], out[i]) && allRead;
+    for (int i = 0; i < N; ++i)
+        allRead = parseNumber(pieces[i], out[i]) && allRead;
     return allRead;
 }
 
@@ -86,30 +96,29 @@ namespace ko {
 
 template <int N, class T>
 bool String::parse(const String& text, math::VecT<N, T>& out) {
-    return math::parseComponents(text.split(' ', true, false), out.c, N);
+    return math::parseComponents<N>(text.view(), out.c);
 }
 
 template <int N, class T>
 bool String::parse(const String& text, math::PosT<N, T>& out) {
-    return math::parseComponents(text.split(' ', true, false), out.c, N);
+    return math::parseComponents<N>(text.view(), out.c);
 }
 
 template <class T>
 bool String::parse(const String& text, math::QuatT<T>& out) {
-    return math::parseComponents(text.split(' ', true, false), out.c, 4);
+    return math::parseComponents<4>(text.view(), out.c);
 }
 
 template <int N, class T>
 bool String::parse(const String& text, math::MatT<N, T>& out) {
-    return math::parseComponents(text.split(' ', true, false), out.c, N * N);
+    return math::parseComponents<N * N>(text.view(), out.c);
 }
 
 // Four components, or three and an alpha of 1; a fourth that is no number counts as not there.
 template <class T>
 bool String::parse(const String& text, math::RgbaT<T>& out) {
-    const StringVector pieces = text.split(' ', true, false);
-    if (math::parseComponents(pieces, out.c, 4)) return true;
-    if (!math::parseComponents(pieces, out.c, 3)) return false;
+    if (math::parseComponents<4>(text.view(), out.c)) return true;
+    if (!math::parseComponents<3>(text.view(), out.c)) return false;
     out.c[3] = T(1);
     return true;
 }

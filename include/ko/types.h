@@ -151,14 +151,10 @@ constexpr DataType dataTypeOf() {
     } else {
         static_assert(std::is_integral_v<T>, "buffers are made of numbers");
         switch (sizeof(T)) {
-            case 1:
-                return isSigned ? DataType::Char : DataType::Byte;
-            case 2:
-                return isSigned ? DataType::Int16 : DataType::UInt16;
-            case 4:
-                return isSigned ? DataType::Int32 : DataType::UInt32;
-            default:
-                return isSigned ? DataType::Int64 : DataType::UInt64;
+            case 1: return isSigned ? DataType::Char : DataType::Byte;
+            case 2: return isSigned ? DataType::Int16 : DataType::UInt16;
+            case 4: return isSigned ? DataType::Int32 : DataType::UInt32;
+            default: return isSigned ? DataType::Int64 : DataType::UInt64;
         }
     }
 }

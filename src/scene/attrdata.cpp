@@ -99,17 +99,11 @@ AttrData AttrData::declareBuffer(DataType elementType) {
 AttrData AttrData::defaultOf(AttrType type) {
     AttrData data;
     switch (type) {
-        case AttrType::Quat:
-            return ofComponents(type, math::QuatT<double>::identity.c);
-        case AttrType::Rgba:
-            return ofComponents(type, math::RgbaT<double>::black.c);
-        case AttrType::Mat3:
-            return ofComponents(type, math::MatT<3, double>::identity.c);
-        case AttrType::Mat4:
-            return ofComponents(type, math::MatT<4, double>::identity.c);
-        default:
-            data.type = type;
-            return data;  // zeros
+        case AttrType::Quat: return ofComponents(type, math::QuatT<double>::identity.c);
+        case AttrType::Rgba: return ofComponents(type, math::RgbaT<double>::black.c);
+        case AttrType::Mat3: return ofComponents(type, math::MatT<3, double>::identity.c);
+        case AttrType::Mat4: return ofComponents(type, math::MatT<4, double>::identity.c);
+        default: data.type = type; return data;  // zeros
     }
 }
 
@@ -119,15 +113,9 @@ bool AttrData::boolean() const {
     return result;
 }
 
-long AttrData::integer() const {
-    return static_cast<long>(value[0]);
-}
-unsigned long AttrData::uinteger() const {
-    return value[0];
-}
-double AttrData::real() const {
-    return component(0);
-}
+long AttrData::integer() const { return static_cast<long>(value[0]); }
+unsigned long AttrData::uinteger() const { return value[0]; }
+double AttrData::real() const { return component(0); }
 
 double AttrData::component(int i) const {
     double number = 0;
@@ -135,25 +123,15 @@ double AttrData::component(int i) const {
     return number;
 }
 
-void AttrData::setComponent(int i, double number) {
-    value[i] = bitsOf(number);
-}
+void AttrData::setComponent(int i, double number) { value[i] = bitsOf(number); }
 
-const char* AttrData::text() const {
-    return payload() ? static_cast<const char*>(payload()) : "";
-}
+const char* AttrData::text() const { return payload() ? static_cast<const char*>(payload()) : ""; }
 
-void* AttrData::payload() const {
-    return reinterpret_cast<void*>(value[0]);
-}
+void* AttrData::payload() const { return reinterpret_cast<void*>(value[0]); }
 
-void AttrData::setPayload(void* payload) {
-    value[0] = reinterpret_cast<std::uint64_t>(payload);
-}
+void AttrData::setPayload(void* payload) { value[0] = reinterpret_cast<std::uint64_t>(payload); }
 
-BufferView AttrData::buffer() const {
-    return {payload(), value[1], value[2], bufferType()};
-}
+BufferView AttrData::buffer() const { return {payload(), value[1], value[2], bufferType()}; }
 
 AttrType AttrData::arrayType() const {
     return static_cast<AttrType>(static_cast<std::uint32_t>(value[elementTypeWord]));

@@ -13,13 +13,9 @@ namespace ko::mirel_sdk::impl {
 
 namespace {
 
-constexpr std::uint32_t codeOf(AttrType type) {
-    return static_cast<std::uint32_t>(type);
-}
+constexpr std::uint32_t codeOf(AttrType type) { return static_cast<std::uint32_t>(type); }
 
-bool isMatrix(AttrType type) {
-    return type == AttrType::Mat3 || type == AttrType::Mat4;
-}
+bool isMatrix(AttrType type) { return type == AttrType::Mat3 || type == AttrType::Mat4; }
 
 // One element of an array in one word: the input, once something has touched it; before that what
 // the input would be, its type and the element type it was declared with.
@@ -84,20 +80,15 @@ void Input::freeValue() noexcept {
     if (isMatrix(type_)) delete[] value_.matrix;
 }
 
-void Input::retain() noexcept {
-    references_.fetch_add(1, std::memory_order_relaxed);
-}
+void Input::retain() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
 
 void Input::release() noexcept {
     if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
 }
 
-// --- What it is
-// -----------------------------------------------------------------------------------
+// --- What it is ---------------------------------------------------------------------------------
 
-String Input::typeName() const {
-    return {attrTypeName(type_)};
-}
+String Input::typeName() const { return {attrTypeName(type_)}; }
 
 String Input::fullName() const {
     std::vector<const Input*> steps;
@@ -115,15 +106,9 @@ String Input::fullName() const {
     return String(path);
 }
 
-bool Input::isBuffer(bool /*reserved*/) const {
-    return type_ == AttrType::Buffer;
-}
-bool Input::isArray(bool /*reserved*/) const {
-    return type_ == AttrType::Array;
-}
-bool Input::isObject(bool /*reserved*/) const {
-    return type_ == AttrType::Object;
-}
+bool Input::isBuffer(bool /*reserved*/) const { return type_ == AttrType::Buffer; }
+bool Input::isArray(bool /*reserved*/) const { return type_ == AttrType::Array; }
+bool Input::isObject(bool /*reserved*/) const { return type_ == AttrType::Object; }
 
 const Enumeration* Input::enumeration() const {
     if (parent_ || !node_ || !node_->nodeType()) return nullptr;
@@ -139,17 +124,14 @@ DataType Input::bufferType() const {
     return isBuffer() ? static_cast<DataType>(elementType_) : DataType::Null;
 }
 
-// --- Children and elements
-// ------------------------------------------------------------------------
+// --- Children and elements ----------------------------------------------------------------------
 
 interfaces::IInputContainer* Input::container() {
     const bool canHold = isObject() || isArray() || type_ == AttrType::Null;
     return canHold ? this : nullptr;
 }
 
-Input* Input::createInput(const String& name, AttrType type) {
-    return createChild(name, type, 0);
-}
+Input* Input::createInput(const String& name, AttrType type) { return createChild(name, type, 0); }
 
 Input* Input::createArray(const String& name, AttrType elementType) {
     return createChild(name, AttrType::Array, codeOf(elementType));
@@ -158,18 +140,14 @@ Input* Input::createArray(const String& name, AttrType elementType) {
 Input* Input::createChild(const String& name, AttrType type, std::uint32_t elementType) {
     const bool canHold = node_ && (isObject() || type_ == AttrType::Null);
     if (!canHold || name.isEmpty() || name[0] == '[' || input(name)) return nullptr;
-    std::unique_ptr<NamedList<Input>> created;
-    NamedList<Input>* children = isObject() ? value_.children : nullptr;
-    if (!children) {
-        created = std::make_unique<NamedList<Input>>();
-        children = created.get();
-    }
-    RefersTo<Input> child(new Input(node_, this, children->size(), name, type, elementType));
-    children->add(child.get());
+    std::unique_ptr<NamedList<Input>> first;
+    if (!isObject() || !value_.children) first = std::make_unique<NamedList<Input>>();
+    NamedList<Input>& children = first ? *first : *value_.children;
+    RefersTo<Input> child(new Input(node_, this, children.size(), name, type, elementType));
+    children.add(child.get());
     child->retain();  // for the list
     type_ = AttrType::Object;
-    value_.children = children;
-    created.release();
+    if (first) value_.children = first.release();
     return child.get();
 }
 
@@ -233,12 +211,13 @@ Input* Input::touch(unsigned long i) {
 void Input::appendElements(unsigned long count) {
     if (!isArray() || !node_ || count == 0) return;
     Scene& scene = node_->scene();
-    const unsigned long held = scene.elementCount_;
-    if (held >= scene.elementLimit_ || count > scene.elementLimit_ - held) {
-        throw std::runtime_error(String::format("array too large: %s", fullName().buf()).buf());
-    }
     if (!value_.elements) value_.elements = new Elements;
     std::vector<ElementSlot>& slots = value_.elements->slots;
+    const unsigned long held = scene.elementCount_;
+    const unsigned long left = scene.elementLimit_ > held ? scene.elementLimit_ - held : 0;
+    if (count > std::min(left, slots.max_size() - slots.size())) {
+        throw std::runtime_error(String::format("array too large: %s", fullName().buf()).buf());
+    }
     slots.resize(slots.size() + count, ElementSlot(arrayType(), 0));
     scene.elementCount_ += count;
 }
@@ -262,8 +241,7 @@ Input* Input::nextInNode() const {
     return nullptr;
 }
 
-// --- Declared element types
-// -----------------------------------------------------------------------
+// --- Declared element types ---------------------------------------------------------------------
 
 void Input::set(const AttrData& declaration) {
     const bool canDeclare = (isArray() || isBuffer()) && declaration.type == type_;
@@ -285,8 +263,7 @@ void Input::declareElements(const AttrData& declaration) {
     }
 }
 
-// --- The value
-// ------------------------------------------------------------------------------------
+// --- The value ----------------------------------------------------------------------------------
 
 bool Input::assign(const AttrData& data) {
     if (data.type != type_) {
@@ -294,11 +271,8 @@ bool Input::assign(const AttrData& data) {
         return false;
     }
     switch (type_) {
-        case AttrType::String:
-            assignText(data);
-            return true;
-        case AttrType::Buffer:
-            return assignBuffer(data);
+        case AttrType::String: assignText(data); return true;
+        case AttrType::Buffer: return assignBuffer(data);
         case AttrType::Mat3:
         case AttrType::Mat4:
             std::memcpy(value_.matrix, data.value, componentCount(type_) * sizeof(double));
@@ -306,11 +280,8 @@ bool Input::assign(const AttrData& data) {
         case AttrType::Null:
         case AttrType::Node:
         case AttrType::Array:
-        case AttrType::Object:
-            return true;  // their values carry nothing
-        default:
-            std::memcpy(value_.words, data.value, sizeof value_.words);
-            return true;
+        case AttrType::Object: return true;  // their values carry nothing
+        default: std::memcpy(value_.words, data.value, sizeof value_.words); return true;
     }
 }
 
@@ -342,27 +313,20 @@ AttrData Input::value() const {
     AttrData data;
     data.type = type_;
     switch (type_) {
-        case AttrType::String:
-            data.setPayload(value_.text.chars);
-            break;
+        case AttrType::String: data.setPayload(value_.text.chars); break;
         case AttrType::Buffer:
             data.setPayload(value_.buffer.data);
             data.value[1] = value_.buffer.count;
             data.value[2] = value_.buffer.bytes;
             data.setElementType(bufferType());
             break;
-        case AttrType::Array:
-            data.setElementType(arrayType());
-            break;
+        case AttrType::Array: data.setElementType(arrayType()); break;
         case AttrType::Mat3:
-        case AttrType::Mat4:
-            return AttrData::ofComponents(type_, value_.matrix);
+        case AttrType::Mat4: return AttrData::ofComponents(type_, value_.matrix);
         case AttrType::Null:
         case AttrType::Node:
-        case AttrType::Object:
-            break;
-        default:
-            std::memcpy(data.value, value_.words, sizeof value_.words);
+        case AttrType::Object: break;
+        default: std::memcpy(data.value, value_.words, sizeof value_.words);
     }
     return data;
 }
@@ -416,21 +380,15 @@ BufferView Input::asBuffer() const {
 
 double Input::asNumber() const {
     switch (type_) {
-        case AttrType::Bool:
-            return asBool() ? 1 : 0;
-        case AttrType::Int:
-            return static_cast<double>(asInt());
-        case AttrType::UInt:
-            return static_cast<double>(asUInt());
-        case AttrType::Real:
-            return asReal();
-        default:
-            throwMismatch("a number");
+        case AttrType::Bool: return asBool() ? 1 : 0;
+        case AttrType::Int: return static_cast<double>(asInt());
+        case AttrType::UInt: return static_cast<double>(asUInt());
+        case AttrType::Real: return asReal();
+        default: throwMismatch("a number");
     }
 }
 
-// --- Connections and node references
-// --------------------------------------------------------------
+// --- Connections and node references ------------------------------------------------------------
 
 // The place of an input in the chain of those that share its target.
 template <class Target>
@@ -477,13 +435,9 @@ void Input::connect(Output* output) {
     if (output) attach(&Links::connection, *output);
 }
 
-void Input::disconnect() {
-    detach(&Links::connection);
-}
+void Input::disconnect() { detach(&Links::connection); }
 
-Output* Input::connection() const {
-    return links_ ? links_->connection.target : nullptr;
-}
+Output* Input::connection() const { return links_ ? links_->connection.target : nullptr; }
 
 void Input::setNode(Node* node) {
     if (node) links();
@@ -493,24 +447,17 @@ void Input::setNode(Node* node) {
     if (type_ == AttrType::Null) type_ = AttrType::Node;
 }
 
-Node* Input::nodeReference() const {
-    return links_ ? links_->reference.target : nullptr;
-}
+Node* Input::nodeReference() const { return links_ ? links_->reference.target : nullptr; }
 
-Input* Input::nextConnected() const {
-    return links_ ? links_->connection.next : nullptr;
-}
-Input* Input::nextReferring() const {
-    return links_ ? links_->reference.next : nullptr;
-}
+Input* Input::nextConnected() const { return links_ ? links_->connection.next : nullptr; }
+Input* Input::nextReferring() const { return links_ ? links_->reference.next : nullptr; }
 
 void Input::cut() noexcept {
     detach(&Links::connection);
     detach(&Links::reference);
 }
 
-// --- The end
-// --------------------------------------------------------------------------------------
+// --- The end ------------------------------------------------------------------------------------
 
 void Input::leaveNode() noexcept {
     cut();

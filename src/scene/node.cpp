@@ -25,9 +25,7 @@ bool Node::hasInput(const String& name, AttrType type) const {
     return found && (type == AttrType::Null || found->type() == type);
 }
 
-Input* Node::createInput(const String& name, AttrType type) {
-    return add(name, type, 0);
-}
+Input* Node::createInput(const String& name, AttrType type) { return add(name, type, 0); }
 
 Input* Node::createArray(const String& name, AttrType elementType) {
     return add(name, AttrType::Array, static_cast<std::uint32_t>(elementType));
@@ -78,12 +76,9 @@ void Node::cut() noexcept {
         referring->setNode(nullptr);
 }
 
-String Output::fullName() const {
-    return node_->name() + "." + name_;
-}
+String Output::fullName() const { return node_->name() + "." + name_; }
 
-// --- Node types
-// -----------------------------------------------------------------------------------
+// --- Node types ---------------------------------------------------------------------------------
 
 Enumeration::Enumeration(std::vector<String> values) : values_(std::move(values)) {
     for (unsigned long i = 0; i < values_.size(); ++i)
@@ -96,9 +91,7 @@ std::optional<unsigned long> Enumeration::find(const String& text) const {
     return found->second;
 }
 
-InputDeclaration::~InputDeclaration() {
-    freePayload(defaultValue);
-}
+InputDeclaration::~InputDeclaration() { freePayload(defaultValue); }
 
 NodeType::NodeType(String name) : name_(std::move(name)) {}
 
