@@ -1,0 +1,118 @@
+// The arguments of the `kvt` tool.
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "commands.h"
+#include "output.h"
+
+namespace {
+
+constexpr const char* exitStatusHelp =
+    "Exit status: 0 when the document is good, 1 when it is not, 2 when an argument is wrong,\n"
+    "a file cannot be read or the output cannot be written.";
+
+struct Options {
+    kvt::CheckOptions check;
+    kvt::DumpOptions dump;
+};
+
+// The argument parser takes "[a,b]" for a list and "{}" for nothing. A NUL behind such a file name,
+// which no argument can hold, keeps it a name.
+constexpr char guard = '\0';
+
+bool looksLikeList(std::string_view argument) {
+    return !argument.empty() && (argument.front() == '[' || argument.front() == '{');
+}
+
+void removeGuard(std::string& text) {
+    text.erase(std::remove(text.begin(), text.end(), guard), text.end());
+}
+
+// The arguments as the parser wants them, the last one first.
+std::vector<std::string> reversedArguments(int argc, const char* const* argv) {
+    std::vector<std::string> arguments;
+    for (int i = argc - 1; i > 0; --i) {
+        arguments.emplace_back(argv[i]);
+        if (looksLikeList(arguments.back())) arguments.back().push_back(guard);
+    }
+    return arguments;
+}
+
+void declare(CLI::App& app, Options& options) {
+    app.footer(exitStatusHelp);
+    app.set_version_flag("--version", "kvt " KVT_VERSION, "Print the version and exit");
+    app.set_help_flag("-h,--help", "Print this help and exit");
+    app.require_subcommand(1);
+
+    CLI::App* const check = app.add_subcommand("check", "Read documents and report what is wrong");
+    check->add_option("FILE", options.check.files, "The documents; - is standard input")
+        ->required();
+    check->add_flag("--werror", options.check.warningsAreErrors, "Treat warnings as errors");
+
+    CLI::App* const dump = app.add_subcommand("dump", "Print the scene that a document yields");
+    dump->add_option("FILE", options.dump.file, "The document; - is standard input")->required();
+    dump->add_flag("--json", options.dump.json, "Print one JSON object");
+}
+
+kvt::ExitStatus print(const std::string& text) {
+    kvt::OutputStream out(stdout);
+    out.write(text);
+    if (out.flush()) return kvt::Success;
+    kvt::reportFailure(kvt::writeError(out), stderr);
+    return kvt::CannotRun;
+}
+
+// What is wrong with the arguments, and where to read more.
+std::string usageError(const CLI::App& app, const CLI::ParseError& error) {
+    const bool hasCommand = !app.get_subcommands().empty();
+    const std::vector<std::string> unknown = app.remaining(true);
+    std::string message = hasCommand ? error.what() : "a command is required";
+    if (!unknown.empty()) {
+        const bool isOption = unknown.front().rfind('-', 0) == 0;
+        const char* const wrong = isOption ? "unknown option: " : "unexpected argument: ";
+        message = (hasCommand || isOption ? wrong : "unknown command: ") + unknown.front();
+    }
+    removeGuard(message);
+    return message + " (see kvt --help)";
+}
+
+kvt::ExitStatus run(int argc, const char* const* argv) {
+    CLI::App app("Reads KVT scene documents.", "kvt");
+    Options options;
+    declare(app, options);
+    try {
+        app.parse(reversedArguments(argc, argv));
+    } catch (const CLI::CallForHelp&) {
+        return print(app.help());
+    } catch (const CLI::CallForVersion& version) {
+        return print(std::string(version.what()) + '\n');
+    } catch (const CLI::ParseError& error) {
+        kvt::reportFailure(usageError(app, error), stderr);
+        return kvt::CannotRun;
+    }
+    for (std::string& file : options.check.files)
+        removeGuard(file);
+    removeGuard(options.dump.file);
+    if (app.got_subcommand("check")) return kvt::check(options.check, stderr);
+    return kvt::dump(options.dump, stdout, stderr);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::bad_alloc&) {
+        kvt::reportFailure("out of memory", stderr);
+    } catch (const std::exception& e) {
+        kvt::reportFailure(e.what(), stderr);
+    }
+    return kvt::CannotRun;
+}

@@ -1,0 +1,76 @@
+#include "numbers.h"
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+
+namespace kvt {
+
+using ko::DataType;
+using ko::mirel_sdk::impl::BufferView;
+
+namespace {
+
+template <class Real>
+void writeAnyReal(OutputStream& out, Real value, std::string_view quote) noexcept {
+    if (std::isfinite(value)) {
+        out.number(value);
+        return;
+    }
+    out.write(quote);
+    out.write(std::isnan(value) ? "nan" : std::signbit(value) ? "-inf" : "inf");
+    out.write(quote);
+}
+
+template <class T>
+T componentAt(const BufferView& buffer, unsigned long i) noexcept {
+    T value;
+    std::memcpy(&value, static_cast<const char*>(buffer.data) + i * sizeof value, sizeof value);
+    return value;
+}
+
+}  // namespace
+
+void writeReal(OutputStream& out, double value, std::string_view quote) noexcept {
+    writeAnyReal(out, value, quote);
+}
+
+void writeReal(OutputStream& out, float value, std::string_view quote) noexcept {
+    writeAnyReal(out, value, quote);
+}
+
+void writeBool(OutputStream& out, bool value) noexcept {
+    out.write(value ? "true" : "false");
+}
+
+void writeComponent(OutputStream& out, const BufferView& buffer, unsigned long i,
+                    std::string_view quote) noexcept {
+    switch (ko::componentType(buffer.type)) {
+        // A byte: memory that code filled may hold more than the two truth values.
+        case DataType::Bool:
+            return writeBool(out, componentAt<unsigned char>(buffer, i) != 0);
+        case DataType::Char:
+            return out.number(componentAt<signed char>(buffer, i));
+        case DataType::Byte:
+            return out.number(componentAt<unsigned char>(buffer, i));
+        case DataType::Int16:
+            return out.number(componentAt<std::int16_t>(buffer, i));
+        case DataType::Int32:
+            return out.number(componentAt<std::int32_t>(buffer, i));
+        case DataType::Int64:
+            return out.number(componentAt<std::int64_t>(buffer, i));
+        case DataType::UInt16:
+            return out.number(componentAt<std::uint16_t>(buffer, i));
+        case DataType::UInt32:
+            return out.number(componentAt<std::uint32_t>(buffer, i));
+        case DataType::Float:
+            return writeReal(out, componentAt<float>(buffer, i), quote);
+        case DataType::Double:
+            return writeReal(out, componentAt<double>(buffer, i), quote);
+        // Addresses and what has no type of its own take eight bytes like this one.
+        default:
+            return out.number(componentAt<std::uint64_t>(buffer, i));
+    }
+}
+
+}  // namespace kvt
