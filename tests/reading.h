@@ -1,0 +1,32 @@
+// Reads documents for the tests and keeps all that came of it, in the form of the golden files.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include <ko/scene.h>
+
+namespace kvt::test {
+
+struct Reading {
+    // A line for each message as the default sink writes it, "warning: ..." or "error: ...", and a
+    // last line that tells how the reading ended: "ok", "failed" or "thrown: MESSAGE".
+    std::string log;
+    bool ok = false;
+};
+
+// Calls an entry point and collects what it logs, returns and throws.
+Reading collect(const std::function<bool()>& entryPoint);
+
+// Reads `text` through the entry point for texts, or as a file in memory.
+Reading readText(ko::mirel_sdk::interfaces::IScene* scene, const std::string& text);
+Reading readBytes(ko::mirel_sdk::interfaces::IScene* scene, const std::string& text,
+                  bool keepHeader = false);
+
+// The scene as `kvt dump --json` prints it.
+std::string jsonOf(const ko::mirel_sdk::impl::Scene& scene, bool ok);
+
+// Registers the node types that the golden documents use; their README describes them.
+void registerNodeTypes(ko::mirel_sdk::impl::Scene& scene);
+
+}  // namespace kvt::test
