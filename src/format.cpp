@@ -1,7 +1,6 @@
 // printf-style formatting. Each conversion is handed to the C library on its own; plain `%s` is
 // copied here, so that text of any length passes and its bytes are never looked at by a locale.
 #include <clocale>
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
@@ -90,14 +89,12 @@ void appendReal(std::string& out, const Conversion& conversion, Arguments& args)
 }
 
 void appendInteger(std::string& out, const Conversion& conversion, Arguments& args) {
-    if (conversion.length == "l") {
-        appendPrinted(out, conversion, va_arg(args.list, long));
+    if (conversion.length.empty() || conversion.length[0] == 'h') {
+        appendPrinted(out, conversion, va_arg(args.list, int));
     } else if (conversion.length == "ll") {
         appendPrinted(out, conversion, va_arg(args.list, long long));
-    } else if (conversion.length == "j" || conversion.length == "z" || conversion.length == "t") {
-        appendPrinted(out, conversion, va_arg(args.list, std::ptrdiff_t));
     } else {
-        appendPrinted(out, conversion, va_arg(args.list, int));
+        appendPrinted(out, conversion, va_arg(args.list, long));  // l, j, z and t
     }
 }
 

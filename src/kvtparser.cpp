@@ -889,16 +889,12 @@ Input* KvtParser::takeIndexStep(Input& array, const String& name, const Token& t
     if (expected != AttrType::Null && expected != array.arrayType()) {
         typeError(attrTypeName(expected), &array, false);
     }
-    const unsigned long size = array.inputCount();
     const String text = name.trimChars("[]", "");
-    unsigned long index = size;
+    unsigned long index = array.inputCount();
     if (text != "*" && !String::parse(text, index, String::Auto)) {
         parseError("invalid input array index: %s", token.text.buf());
     }
-    if (index >= size) {
-        const unsigned long missing = index - size;
-        array.appendElements(missing == String::npos ? missing : missing + 1);
-    }
+    array.growTo(index);
     return array.inputAt(index);
 }
 

@@ -86,18 +86,27 @@ struct Row {
     std::string_view targets;
 };
 
+// clang-format off
 constexpr Row rows[] = {
-    //                  Null Bool Int UInt Real Vec2 3 4 Pos2 3 Quat Rgba Mat3 4 String Node
-    {AttrType::Bool, ".yyy..............."sv},   {AttrType::Int, ".nyyy.............."sv},
-    {AttrType::UInt, ".nyyy.............."sv},   {AttrType::Real, "..nnyyyyyyyy......."sv},
-    {AttrType::Vec2, ".....yyyyyyy......."sv},   {AttrType::Vec3, ".....nyynyyy......."sv},
-    {AttrType::Vec4, ".....nnynnyy......."sv},   {AttrType::Pos2, ".....yyyyyyy......."sv},
-    {AttrType::Pos3, ".....nyynyyy......."sv},   {AttrType::Quat, ".....nnynnyy......."sv},
-    {AttrType::Rgba, ".....nnynnyy......."sv},   {AttrType::Mat3, "............yy....."sv},
-    {AttrType::Mat4, "............ny....."sv},   {AttrType::String, "..............y...."sv},
-    {AttrType::Buffer, "................y.."sv}, {AttrType::Array, "..................."sv},
-    {AttrType::Object, "..................."sv},
+    {AttrType::Bool,   ".yyy..............."},
+    {AttrType::Int,    ".nyyy.............."},
+    {AttrType::UInt,   ".nyyy.............."},
+    {AttrType::Real,   "..nnyyyyyyyy......."},
+    {AttrType::Vec2,   ".....yyyyyyy......."},
+    {AttrType::Vec3,   ".....nyynyyy......."},
+    {AttrType::Vec4,   ".....nnynnyy......."},
+    {AttrType::Pos2,   ".....yyyyyyy......."},
+    {AttrType::Pos3,   ".....nyynyyy......."},
+    {AttrType::Quat,   ".....nnynnyy......."},
+    {AttrType::Rgba,   ".....nnynnyy......."},
+    {AttrType::Mat3,   "............yy....."},
+    {AttrType::Mat4,   "............ny....."},
+    {AttrType::String, "..............y...."},
+    {AttrType::Buffer, "................y.."},
+    {AttrType::Array,  "..................."},
+    {AttrType::Object, "..................."},
 };
+// clang-format on
 
 char outcomeOf(AttrType from, AttrType to) {
     for (const Row& row : rows)

@@ -326,6 +326,19 @@ TEST(HashMapTest, HashesThatDifferOnlyAboveTheLowestByteAreToldApart) {
     EXPECT_EQ(map.findNode({5, ""}), nullptr);
 }
 
+TEST(HashMapTest, EveryBitOfTheHashCountsInAShortBucket) {
+    for (unsigned bit = 0; bit < 64; ++bit) {
+        SCOPED_TRACE(bit);
+        KeyMap map;
+        map.insert({5, "without"}, "without");
+        const Key with{5 ^ (1UL << bit), "with"};
+        EXPECT_EQ(map.findNode(with), nullptr);
+        map.insert(with, "with");
+        EXPECT_EQ(map.find(with), "with");
+        EXPECT_EQ(map.find({5, ""}), "without");
+    }
+}
+
 TEST(HashMapTest, KeysComeBucketByBucketInOrderOfInsertion) {
     KeyMap map;
     map.insert({0x1FF, "in 255"}, "");

@@ -8,6 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <fstream>
+#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -27,6 +30,7 @@ using ko::mirel_sdk::impl::Node;
 using ko::mirel_sdk::impl::parseKvt;
 using ko::mirel_sdk::impl::Scene;
 using kvt::test::collect;
+using kvt::test::jsonOf;
 using kvt::test::readBytes;
 using kvt::test::Reading;
 using kvt::test::readText;
@@ -116,6 +120,23 @@ TEST(Files, AreReadFromBehindAByteOrderMark) {
     Scene other;
     EXPECT_EQ("error: PARSE ERROR (1,13): node '\xEF\xBB\xBFgone.x' not found .\nfailed\n",
               readText(&other, "\xEF\xBB\xBFgone.x = 5;").log);
+}
+
+TEST(Files, AreReadWhereverTheirBlocksEnd) {
+    std::string document = "t n:\n";
+    for (int i = 0; document.size() < 300'000; ++i) {
+        const std::string number = std::to_string(i);
+        document += ".x" + number + " = \"text " + number + "\"; # comment\n";
+    }
+    const std::string path = testing::TempDir() + "kvt_blocks.kvt";
+    std::ofstream(path, std::ios::binary) << document;
+    Scene fromFile;
+    const Reading reading =
+        collect([&] { return parseKvt(&fromFile, File::open(path.c_str()), false); });
+    std::remove(path.c_str());
+    Scene fromText;
+    EXPECT_EQ(readText(&fromText, document).log, reading.log);
+    EXPECT_TRUE(jsonOf(fromText, true) == jsonOf(fromFile, reading.ok));
 }
 
 TEST(Files, ThatCannotBeReadAreEmpty) {
@@ -254,6 +275,7 @@ TEST(ElementLimit, IsPassedByTheLargestIndex) {
     EXPECT_EQ(3U, r.input("a")->inputCount());
     r.scene.setElementLimit(~0UL);
     EXPECT_EQ("error: array too large: n.a\nfailed\n", r.read("n.a[18446744073709551615] = 2;"));
+    EXPECT_THROW(r.read("n.a[18446744073709551610] = 2;"), std::bad_alloc) << "within the limit";
     EXPECT_EQ(3U, r.input("a")->inputCount());
 }
 

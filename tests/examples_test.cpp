@@ -40,9 +40,7 @@ struct CloseFile {
 };
 using OpenFile = std::unique_ptr<std::FILE, CloseFile>;
 
-std::string pathOf(const std::string& name) {
-    return std::string(KVT_EXAMPLES "/") + name;
-}
+std::string pathOf(const std::string& name) { return std::string(KVT_EXAMPLES "/") + name; }
 
 Lines linesOf(std::FILE* file) {
     Lines lines(1);

@@ -43,7 +43,8 @@ std::string readAll(File& file) {
 class FileTest : public testing::Test {
   protected:
     FileTest() {
-        std::string pattern = std::filesystem::temp_directory_path() / "kvt-file-XXXXXX";
+        std::string pattern = std::filesystem::temp_directory_path() / "kvt-file-";
+        pattern += std::string(6, 'X');  // replaced by letters that make the name unique
         directory_ = mkdtemp(pattern.data());
     }
     ~FileTest() override {

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,6 +36,10 @@ Token eof(std::int32_t line, std::int32_t column) { return token(Token::Eof, "EO
 
 enum class Source { Text, File };
 
+const char* nameOf(Source source) { return source == Source::Text ? "Text" : "File"; }
+
+std::ostream& operator<<(std::ostream& out, Source source) { return out << nameOf(source); }
+
 std::unique_ptr<Lexer> lexerOf(Source source, std::string_view text) {
     if (source == Source::Text) return std::make_unique<StringLexer>(String(text));
     return std::make_unique<FileLexer>(File::memory(text.data(), text.size()));
@@ -56,9 +61,7 @@ class Sources : public testing::TestWithParam<Source> {
 };
 
 INSTANTIATE_TEST_SUITE_P(, Sources, testing::Values(Source::Text, Source::File),
-                         [](const auto& source) {
-                             return source.param == Source::Text ? "Text" : "File";
-                         });
+                         [](const auto& source) { return nameOf(source.param); });
 
 // --- Characters, lines and columns
 

@@ -70,14 +70,10 @@ std::string jsonTextOf(const Scene& scene, bool ok = true) {
     return written([&](kvt::OutputStream& out) { kvt::dumpJson(out, scene, ok); });
 }
 
-json jsonOf(const Scene& scene) {
-    return json::parse(jsonTextOf(scene));
-}
+json jsonOf(const Scene& scene) { return json::parse(jsonTextOf(scene)); }
 
 // The inputs of the scene's first node.
-json inputsOf(const Scene& scene) {
-    return jsonOf(scene)["nodes"][0]["inputs"];
-}
+json inputsOf(const Scene& scene) { return jsonOf(scene)["nodes"][0]["inputs"]; }
 
 std::string textOf(const Scene& scene, bool ok = true) {
     return written([&](kvt::OutputStream& out) { kvt::dumpText(out, scene, ok, kvt::noColours); });

@@ -125,35 +125,20 @@ class InputWriter final : public InputVisitor {
 
 void InputWriter::writeValue(const InputView& input) {
     switch (input.type()) {
-        case AttrType::Bool:
-            startValue();
-            return writeBool(out_, input.value().boolean());
-        case AttrType::Int:
-            startValue();
-            return out_.number(input.value().integer());
-        case AttrType::UInt:
-            startValue();
-            return out_.number(input.value().uinteger());
-        case AttrType::Real:
-            startValue();
-            return writeReal(out_, input.value().real(), quote);
-        case AttrType::String:
-            startValue();
-            return writeJsonString(out_, input.text());
-        case AttrType::Buffer:
-            return writeBuffer(out_, input.buffer());
+        case AttrType::Bool: startValue(); return writeBool(out_, input.value().boolean());
+        case AttrType::Int: startValue(); return out_.number(input.value().integer());
+        case AttrType::UInt: startValue(); return out_.number(input.value().uinteger());
+        case AttrType::Real: startValue(); return writeReal(out_, input.value().real(), quote);
+        case AttrType::String: startValue(); return writeJsonString(out_, input.text());
+        case AttrType::Buffer: return writeBuffer(out_, input.buffer());
         case AttrType::Array:
             out_.write(R"(, "elementType": ")");
             out_.write(attrTypeName(input.arrayType()));
             return out_.write(R"(", "elements": [)");
-        case AttrType::Object:
-            return out_.write(R"(, "inputs": [)");
+        case AttrType::Object: return out_.write(R"(, "inputs": [)");
         case AttrType::Null:
-        case AttrType::Node:
-            return;
-        default:
-            startValue();
-            return writeComponents(out_, input.value());
+        case AttrType::Node: return;
+        default: startValue(); return writeComponents(out_, input.value());
     }
 }
 

@@ -180,27 +180,19 @@ void InputWriter::writeValue(const InputView& input) {
     if (type == AttrType::Null || type == AttrType::Node || type == AttrType::Object) return;
     startWord();
     switch (type) {
-        case AttrType::Bool:
-            return writeBool(out_, input.value().boolean());
-        case AttrType::Int:
-            return out_.number(input.value().integer());
-        case AttrType::UInt:
-            return out_.number(input.value().uinteger());
-        case AttrType::Real:
-            return writeReal(out_, input.value().real(), {});
-        case AttrType::String:
-            return writeQuoted(out_, input.text(), longestText);
-        case AttrType::Buffer:
-            return writeBuffer(out_, input.buffer());
-        case AttrType::Mat3:
-            return writeComponents(out_, input.value(), 3);
+        case AttrType::Bool: return writeBool(out_, input.value().boolean());
+        case AttrType::Int: return out_.number(input.value().integer());
+        case AttrType::UInt: return out_.number(input.value().uinteger());
+        case AttrType::Real: return writeReal(out_, input.value().real(), {});
+        case AttrType::String: return writeQuoted(out_, input.text(), longestText);
+        case AttrType::Buffer: return writeBuffer(out_, input.buffer());
+        case AttrType::Mat3: return writeComponents(out_, input.value(), 3);
         case AttrType::Array:
             out_.write(attrTypeName(input.arrayType()));
             out_.write('[');
             out_.number(input.childCount());
             return out_.write(']');
-        default:
-            return writeComponents(out_, input.value(), 4);
+        default: return writeComponents(out_, input.value(), 4);
     }
 }
 

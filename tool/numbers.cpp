@@ -39,37 +39,24 @@ void writeReal(OutputStream& out, float value, std::string_view quote) noexcept 
     writeAnyReal(out, value, quote);
 }
 
-void writeBool(OutputStream& out, bool value) noexcept {
-    out.write(value ? "true" : "false");
-}
+void writeBool(OutputStream& out, bool value) noexcept { out.write(value ? "true" : "false"); }
 
 void writeComponent(OutputStream& out, const BufferView& buffer, unsigned long i,
                     std::string_view quote) noexcept {
     switch (ko::componentType(buffer.type)) {
         // A byte: memory that code filled may hold more than the two truth values.
-        case DataType::Bool:
-            return writeBool(out, componentAt<unsigned char>(buffer, i) != 0);
-        case DataType::Char:
-            return out.number(componentAt<signed char>(buffer, i));
-        case DataType::Byte:
-            return out.number(componentAt<unsigned char>(buffer, i));
-        case DataType::Int16:
-            return out.number(componentAt<std::int16_t>(buffer, i));
-        case DataType::Int32:
-            return out.number(componentAt<std::int32_t>(buffer, i));
-        case DataType::Int64:
-            return out.number(componentAt<std::int64_t>(buffer, i));
-        case DataType::UInt16:
-            return out.number(componentAt<std::uint16_t>(buffer, i));
-        case DataType::UInt32:
-            return out.number(componentAt<std::uint32_t>(buffer, i));
-        case DataType::Float:
-            return writeReal(out, componentAt<float>(buffer, i), quote);
-        case DataType::Double:
-            return writeReal(out, componentAt<double>(buffer, i), quote);
+        case DataType::Bool: return writeBool(out, componentAt<unsigned char>(buffer, i) != 0);
+        case DataType::Char: return out.number(componentAt<signed char>(buffer, i));
+        case DataType::Byte: return out.number(componentAt<unsigned char>(buffer, i));
+        case DataType::Int16: return out.number(componentAt<std::int16_t>(buffer, i));
+        case DataType::Int32: return out.number(componentAt<std::int32_t>(buffer, i));
+        case DataType::Int64: return out.number(componentAt<std::int64_t>(buffer, i));
+        case DataType::UInt16: return out.number(componentAt<std::uint16_t>(buffer, i));
+        case DataType::UInt32: return out.number(componentAt<std::uint32_t>(buffer, i));
+        case DataType::Float: return writeReal(out, componentAt<float>(buffer, i), quote);
+        case DataType::Double: return writeReal(out, componentAt<double>(buffer, i), quote);
         // Addresses and what has no type of its own take eight bytes like this one.
-        default:
-            return out.number(componentAt<std::uint64_t>(buffer, i));
+        default: return out.number(componentAt<std::uint64_t>(buffer, i));
     }
 }
 

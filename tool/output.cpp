@@ -47,8 +47,6 @@ void OutputStream::send(const char* bytes, unsigned long count) noexcept {
     if (std::fwrite(bytes, 1, count, file_) != count) noteFailure();
 }
 
-void OutputStream::noteFailure() noexcept {
-    error_ = errno != 0 ? errno : EIO;
-}
+void OutputStream::noteFailure() noexcept { error_ = errno != 0 ? errno : EIO; }
 
 }  // namespace kvt

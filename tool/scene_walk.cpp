@@ -59,13 +59,9 @@ unsigned long InputView::childCount() const {
     return input_ && holdsInputs() ? input_->inputCount() : 0;
 }
 
-AttrData InputView::value() const {
-    return input_ ? input_->value() : AttrData::defaultOf(type());
-}
+AttrData InputView::value() const { return input_ ? input_->value() : AttrData::defaultOf(type()); }
 
-std::string_view InputView::text() const {
-    return input_ ? input_->asText() : std::string_view();
-}
+std::string_view InputView::text() const { return input_ ? input_->asText() : std::string_view(); }
 
 BufferView InputView::buffer() const {
     if (input_) return input_->asBuffer();
@@ -74,13 +70,9 @@ BufferView InputView::buffer() const {
     return none;
 }
 
-const Output* InputView::connection() const {
-    return input_ ? input_->connection() : nullptr;
-}
+const Output* InputView::connection() const { return input_ ? input_->connection() : nullptr; }
 
-const Node* InputView::nodeReference() const {
-    return input_ ? input_->nodeReference() : nullptr;
-}
+const Node* InputView::nodeReference() const { return input_ ? input_->nodeReference() : nullptr; }
 
 std::optional<InputView> Siblings::next() {
     if (position_ >= (node_ ? node_->inputCount() : holder_->inputCount())) return std::nullopt;

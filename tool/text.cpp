@@ -12,15 +12,9 @@ unsigned byteAt(std::string_view text, unsigned long i) {
     return static_cast<unsigned char>(text[i]);
 }
 
-bool isControl(unsigned byte) {
-    return byte < 32 || byte == 127;
-}
-bool isQuoting(unsigned byte) {
-    return byte == '"' || byte == '\\';
-}
-bool isPlain(unsigned byte) {
-    return byte < 128 && !isControl(byte) && !isQuoting(byte);
-}
+bool isControl(unsigned byte) { return byte < 32 || byte == 127; }
+bool isQuoting(unsigned byte) { return byte == '"' || byte == '\\'; }
+bool isPlain(unsigned byte) { return byte < 128 && !isControl(byte) && !isQuoting(byte); }
 
 unsigned long plainLength(std::string_view text) {
     unsigned long length = 0;
@@ -44,12 +38,8 @@ constexpr Utf8Form utf8Forms[] = {
 };
 
 constexpr unsigned lastCodePoint = 0x10ffff;
-bool isSurrogate(unsigned codePoint) {
-    return codePoint >= 0xd800 && codePoint <= 0xdfff;
-}
-bool isContinuation(unsigned byte) {
-    return (byte & 0xc0U) == 0x80;
-}
+bool isSurrogate(unsigned codePoint) { return codePoint >= 0xd800 && codePoint <= 0xdfff; }
+bool isContinuation(unsigned byte) { return (byte & 0xc0U) == 0x80; }
 
 // The form that a first byte announces, or null.
 const Utf8Form* findForm(unsigned firstByte) {
@@ -81,14 +71,10 @@ bool garblesTerminal(unsigned codePoint) {
 // The letter that stands for a control character behind a backslash, or 0.
 char escapeLetter(char control) {
     switch (control) {
-        case '\n':
-            return 'n';
-        case '\r':
-            return 'r';
-        case '\t':
-            return 't';
-        default:
-            return '\0';
+        case '\n': return 'n';
+        case '\r': return 'r';
+        case '\t': return 't';
+        default: return '\0';
     }
 }
 
@@ -111,12 +97,8 @@ void writeControl(OutputStream& out, char control) {
 void writeVisiblePiece(OutputStream& out, const Piece& piece) {
     switch (piece.kind) {
         case Piece::Plain:
-        case Piece::Quoting:
-            out.write(piece.bytes);
-            break;
-        case Piece::Control:
-            writeControl(out, piece.bytes[0]);
-            break;
+        case Piece::Quoting: out.write(piece.bytes); break;
+        case Piece::Control: writeControl(out, piece.bytes[0]); break;
         case Piece::Multibyte:
             if (!garblesTerminal(decode(piece.bytes))) {
                 out.write(piece.bytes);
@@ -133,14 +115,11 @@ void writeVisiblePiece(OutputStream& out, const Piece& piece) {
 unsigned long visiblePieceWidth(const Piece& piece) {
     constexpr unsigned long hexByteWidth = 4;
     switch (piece.kind) {
-        case Piece::Control:
-            return escapeLetter(piece.bytes[0]) ? 2 : hexByteWidth;
+        case Piece::Control: return escapeLetter(piece.bytes[0]) ? 2 : hexByteWidth;
         case Piece::Multibyte:
             return garblesTerminal(decode(piece.bytes)) ? piece.bytes.size() * hexByteWidth : 1;
-        case Piece::Invalid:
-            return hexByteWidth;
-        default:
-            return piece.bytes.size();
+        case Piece::Invalid: return hexByteWidth;
+        default: return piece.bytes.size();
     }
 }
 
@@ -197,17 +176,11 @@ void writeJsonMultibyte(OutputStream& out, std::string_view bytes) {
 void writeJsonPiece(OutputStream& out, const Piece& piece) {
     constexpr std::string_view replacement = "\xef\xbf\xbd";  // U+FFFD
     switch (piece.kind) {
-        case Piece::Plain:
-            return out.write(piece.bytes);
-        case Piece::Quoting:
-            out.write('\\');
-            return out.write(piece.bytes);
-        case Piece::Control:
-            return writeJsonControl(out, piece.bytes[0]);
-        case Piece::Multibyte:
-            return writeJsonMultibyte(out, piece.bytes);
-        case Piece::Invalid:
-            return out.write(replacement);
+        case Piece::Plain: return out.write(piece.bytes);
+        case Piece::Quoting: out.write('\\'); return out.write(piece.bytes);
+        case Piece::Control: return writeJsonControl(out, piece.bytes[0]);
+        case Piece::Multibyte: return writeJsonMultibyte(out, piece.bytes);
+        case Piece::Invalid: return out.write(replacement);
     }
 }
 

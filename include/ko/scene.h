@@ -100,7 +100,8 @@ struct AttrData {
 // Frees the payload of a value that nothing has taken over.
 void freePayload(const AttrData& data) noexcept;
 
-// Objects that are linked by `Next`, to be walked; the chain must not change meanwhile.
+// Objects that are linked by `Next`, to be walked; the object at hand may leave the chain
+// meanwhile.
 template <class T, T* (T::*Next)() const>
 class Chain {
   public:
@@ -112,10 +113,11 @@ class Chain {
         using pointer = T* const*;
         using reference = T*;
 
-        explicit Iterator(T* at = nullptr) : at_(at) {}
+        explicit Iterator(T* at = nullptr) : at_(at), next_(after(at)) {}
         T* operator*() const { return at_; }
         Iterator& operator++() {
-            at_ = (at_->*Next)();
+            at_ = next_;
+            next_ = after(at_);
             return *this;
         }
         Iterator operator++(int) {
@@ -127,7 +129,10 @@ class Chain {
         bool operator!=(Iterator other) const { return at_ != other.at_; }
 
       private:
+        static T* after(T* at) { return at ? (at->*Next)() : nullptr; }
+
         T* at_;
+        T* next_;
     };
 
     explicit Chain(T* first) : first_(first) {}
@@ -214,7 +219,7 @@ class IInput {
     virtual String fullName() const = 0;
     // The flag of this and the other questions is reserved; it has no effect.
     virtual bool isBuffer(bool reserved = false) const = 0;
-    // The values that a registered node type allows here, or null.
+    // What a registered node type says of the values here, or null; inactive when it lists none.
     virtual const impl::Enumeration* enumeration() const = 0;
     // An array's element type; Null while undeclared and for what is no array.
     virtual AttrType arrayType() const = 0;
@@ -303,6 +308,9 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
     // it has `untouchedType(i)` and that type's default.
     const Input* touchedAt(unsigned long i) const;
     AttrType untouchedType(unsigned long i) const;
+    // The value of the child or element at `i`, lent, whether something has touched it or not; of
+    // type Null past the end.
+    AttrData valueAt(unsigned long i) const;
     // The element type that an untouched element of type Buffer was declared with, else Null.
     DataType untouchedBufferType(unsigned long i) const;
     // Likewise for an untouched element of type Array.
@@ -310,6 +318,8 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
 
     // Adds `count` default elements; as `appendElement`, and all or none.
     void appendElements(unsigned long count);
+    // Adds as many as it takes for an element at `i`, likewise.
+    void growTo(unsigned long i);
     // Declares the element type of an undeclared array or buffer from a value that carries just
     // that; anything else changes nothing.
     void set(const AttrData& declaration);
@@ -317,7 +327,8 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
     void declareElements(const AttrData& declaration);
     // Stores `data`, which has this input's type, and takes its payload over. A buffer declares its
     // element type. False, and the payload is freed, for a value that does not fit.
-    bool assign(const AttrData& data);
+    // A value read back from another input is that input's: assign its `clone()`.
+    bool assign(const AttrData& data) noexcept;
     // The value, its payload lent until the next assignment.
     AttrData value() const;
 
@@ -329,6 +340,8 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
     std::string_view asText() const;
     // componentCount(type()) doubles of a vector, point, quaternion, colour or matrix.
     const double* asComponents() const;
+    // The same where the type must be `wanted`.
+    const double* asComponents(AttrType wanted) const;
     BufferView asBuffer() const;
     // The elements of a buffer whose components are T: `asBuffer().as<float>()` and the check.
     template <class T>
@@ -385,6 +398,7 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
     Input* createChild(const String& name, AttrType type, std::uint32_t elementType);
     Input* childAt(unsigned long i) const;
     Input* touch(unsigned long i);
+    void growBy(unsigned long more);
     Input* nextSibling() const;
     Input* firstTouched(unsigned long from) const;
     void assignText(const AttrData& data) noexcept;
@@ -398,6 +412,7 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
     void attach(Link<Target> Links::*link, Target& target);
     template <class Target>
     void detach(Link<Target> Links::*link) noexcept;
+    void dropUnusedLinks() noexcept;
     // Cuts the connection and the node reference.
     void cut() noexcept;
 
@@ -463,7 +478,7 @@ class Node {
     Scene& scene() const { return scene_; }
     // What was registered for this node's type when the node was made, or null.
     const NodeType* nodeType() const { return nodeType_; }
-    // The next node in order of creation.
+    // The next node in order of creation; null from `Scene::removeNode` on.
     Node* next() const { return next_; }
 
     // As the operations of interfaces::IInputContainer.
@@ -480,8 +495,10 @@ class Node {
     // when the name is empty, or unknown to the registered type.
     Output* output(const String& name);
     // The output `name` if it is there already, or null.
+    Output* findOutput(const String& name) { return outputs_.find(name.view()); }
     const Output* findOutput(const String& name) const { return outputs_.find(name.view()); }
     unsigned long outputCount() const { return outputs_.size(); }
+    Output* outputAt(unsigned long i) { return i < outputCount() ? outputs_[i] : nullptr; }
     const Output* outputAt(unsigned long i) const {
         return i < outputCount() ? outputs_[i] : nullptr;
     }
@@ -549,6 +566,8 @@ class NodeType {
     NodeType& buffer(String name, DataType elementType);
     // A String input that should hold one of `values`; it starts with the first.
     NodeType& enumeration(String name, std::vector<String> values);
+    // Likewise, but starts with `initial`.
+    NodeType& enumeration(String name, std::vector<String> values, const String& initial);
     NodeType& output(String name);
     // Older documents say `old` for what is `current` now.
     NodeType& renameInput(String old, String current);

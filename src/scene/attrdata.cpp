@@ -108,9 +108,9 @@ AttrData AttrData::defaultOf(AttrType type) {
 }
 
 bool AttrData::boolean() const {
-    bool result = false;
-    std::memcpy(&result, value, sizeof result);
-    return result;
+    unsigned char byte = 0;
+    std::memcpy(&byte, value, sizeof byte);
+    return byte != 0;
 }
 
 long AttrData::integer() const { return static_cast<long>(value[0]); }
@@ -153,7 +153,7 @@ AttrData AttrData::clone() const {
     if (!hasPayload() || !payload()) return *this;
     if (type == AttrType::String) return ofText(text());
     AttrData copy = ofBuffer(bufferType(), value[1]);
-    if (copy.payload()) std::memcpy(copy.payload(), payload(), value[2]);
+    if (copy.payload()) std::memcpy(copy.payload(), payload(), copy.value[2]);
     return copy;
 }
 

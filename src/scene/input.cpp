@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -49,6 +50,20 @@ struct Input::Elements {
     std::vector<ElementSlot> slots;
     // Elements before this one have been declared as far as they can be.
     unsigned long declared = 0;
+};
+
+// The place of an input in the chain of those that share its target.
+template <class Target>
+struct Input::Link {
+    Target* target = nullptr;
+    Input* previous = nullptr;
+    Input* next = nullptr;
+};
+
+// Kept apart, since most inputs have none.
+struct Input::Links {
+    Link<Output> connection;
+    Link<Node> reference;
 };
 
 Input::Input(Node* node, Input* parent, unsigned long position, String name, AttrType type,
@@ -209,17 +224,26 @@ Input* Input::touch(unsigned long i) {
 }
 
 void Input::appendElements(unsigned long count) {
-    if (!isArray() || !node_ || count == 0) return;
+    if (count > 0) growBy(count - 1);
+}
+
+void Input::growTo(unsigned long i) {
+    if (i >= inputCount()) growBy(i - inputCount());
+}
+
+// Adds `more` elements and one, which may be more than a number can hold.
+void Input::growBy(unsigned long more) {
+    if (!isArray() || !node_) return;
     Scene& scene = node_->scene();
-    if (!value_.elements) value_.elements = new Elements;
-    std::vector<ElementSlot>& slots = value_.elements->slots;
     const unsigned long held = scene.elementCount_;
-    const unsigned long left = scene.elementLimit_ > held ? scene.elementLimit_ - held : 0;
-    if (count > std::min(left, slots.max_size() - slots.size())) {
+    if (held >= scene.elementLimit_ || more >= scene.elementLimit_ - held) {
         throw std::runtime_error(String::format("array too large: %s", fullName().buf()).buf());
     }
-    slots.resize(slots.size() + count, ElementSlot(arrayType(), 0));
-    scene.elementCount_ += count;
+    if (!value_.elements) value_.elements = new Elements;
+    std::vector<ElementSlot>& slots = value_.elements->slots;
+    if (more >= slots.max_size() - slots.size()) throw std::bad_alloc();
+    slots.resize(slots.size() + more + 1, ElementSlot(arrayType(), 0));
+    scene.elementCount_ += more + 1;
 }
 
 Input* Input::firstTouched(unsigned long from) const {
@@ -265,7 +289,7 @@ void Input::declareElements(const AttrData& declaration) {
 
 // --- The value ----------------------------------------------------------------------------------
 
-bool Input::assign(const AttrData& data) {
+bool Input::assign(const AttrData& data) noexcept {
     if (data.type != type_) {
         freePayload(data);
         return false;
@@ -295,9 +319,9 @@ bool Input::assignBuffer(const AttrData& data) noexcept {
     const BufferView buffer = data.buffer();
     const unsigned long size = elementSize(buffer.type);
     const bool isDeclaredType = elementType_ == 0 || data.bufferType() == bufferType();
-    const bool isConsistent =
-        buffer.count == 0 || (buffer.data && size != 0 && buffer.bytes / size == buffer.count &&
-                              buffer.bytes % size == 0 && buffer.type != DataType::Null);
+    const bool isConsistent = size != 0 && buffer.bytes / size == buffer.count &&
+                              buffer.bytes % size == 0 &&
+                              (buffer.count == 0 || (buffer.data && buffer.type != DataType::Null));
     const bool isOwn = data.payload() == value_.buffer.data;
     if (!isDeclaredType || !isConsistent) {
         if (!isOwn) freePayload(data);
@@ -373,6 +397,19 @@ const double* Input::asComponents() const {
     return value_.reals;
 }
 
+const double* Input::asComponents(AttrType wanted) const {
+    expect(wanted);
+    return asComponents();
+}
+
+AttrData Input::valueAt(unsigned long i) const {
+    if (const Input* const child = touchedAt(i)) return child->value();
+    AttrData data = AttrData::defaultOf(untouchedType(i));
+    if (data.type == AttrType::Buffer) data.setElementType(untouchedBufferType(i));
+    if (data.type == AttrType::Array) data.setElementType(untouchedArrayType(i));
+    return data;
+}
+
 BufferView Input::asBuffer() const {
     expect(AttrType::Buffer);
     return {value_.buffer.data, value_.buffer.count, value_.buffer.bytes, bufferType()};
@@ -389,20 +426,6 @@ double Input::asNumber() const {
 }
 
 // --- Connections and node references ------------------------------------------------------------
-
-// The place of an input in the chain of those that share its target.
-template <class Target>
-struct Input::Link {
-    Target* target = nullptr;
-    Input* previous = nullptr;
-    Input* next = nullptr;
-};
-
-// Kept apart, since most inputs have none.
-struct Input::Links {
-    Link<Output> connection;
-    Link<Node> reference;
-};
 
 Input::Links& Input::links() {
     if (!links_) links_ = std::make_unique<Links>();
@@ -426,23 +449,30 @@ void Input::detach(Link<Target> Links::*link) noexcept {
     (own.previous ? ((*own.previous->links_).*link).next : chain.first) = own.next;
     (own.next ? ((*own.next->links_).*link).previous : chain.last) = own.previous;
     own = {};
-    if (!links_->connection.target && !links_->reference.target) links_.reset();
+}
+
+void Input::dropUnusedLinks() noexcept {
+    if (links_ && !links_->connection.target && !links_->reference.target) links_.reset();
 }
 
 void Input::connect(Output* output) {
-    if (output) links();  // first, so that a failure leaves the earlier connection
-    disconnect();
-    if (output) attach(&Links::connection, *output);
+    if (!output) return disconnect();
+    links();  // first, so that a failure leaves the earlier connection
+    detach(&Links::connection);
+    attach(&Links::connection, *output);
 }
 
-void Input::disconnect() { detach(&Links::connection); }
+void Input::disconnect() {
+    detach(&Links::connection);
+    dropUnusedLinks();
+}
 
 Output* Input::connection() const { return links_ ? links_->connection.target : nullptr; }
 
 void Input::setNode(Node* node) {
     if (node) links();
     detach(&Links::reference);
-    if (!node) return;
+    if (!node) return dropUnusedLinks();
     attach(&Links::reference, *node);
     if (type_ == AttrType::Null) type_ = AttrType::Node;
 }
@@ -455,6 +485,7 @@ Input* Input::nextReferring() const { return links_ ? links_->reference.next : n
 void Input::cut() noexcept {
     detach(&Links::connection);
     detach(&Links::reference);
+    dropUnusedLinks();
 }
 
 // --- The end ------------------------------------------------------------------------------------

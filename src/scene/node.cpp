@@ -96,8 +96,8 @@ InputDeclaration::~InputDeclaration() { freePayload(defaultValue); }
 NodeType::NodeType(String name) : name_(std::move(name)) {}
 
 NodeType& NodeType::add(std::unique_ptr<InputDeclaration> declaration) {
-    const bool isTaken = findInput(declaration->name) != nullptr;
-    if (isTaken || declaration->name.isEmpty()) return *this;
+    const String& name = declaration->name;
+    if (name.isEmpty() || name[0] == '[' || findInput(name)) return *this;
     inputs_.push_back(std::move(declaration));
     const InputDeclaration* const added = inputs_.back().get();
     inputIndex_.emplace(added->name.view(), added);
@@ -130,10 +130,15 @@ NodeType& NodeType::buffer(String name, DataType elementType) {
 }
 
 NodeType& NodeType::enumeration(String name, std::vector<String> values) {
+    String initial = values.empty() ? String() : values.front();
+    return enumeration(std::move(name), std::move(values), initial);
+}
+
+NodeType& NodeType::enumeration(String name, std::vector<String> values, const String& initial) {
     auto declaration = std::make_unique<InputDeclaration>();
     declaration->name = std::move(name);
     declaration->type = AttrType::String;
-    if (!values.empty()) declaration->defaultValue = AttrData::ofText(values.front().view());
+    if (!initial.isEmpty()) declaration->defaultValue = AttrData::ofText(initial.view());
     declaration->enumeration = Enumeration(std::move(values));
     return add(std::move(declaration));
 }

@@ -49,19 +49,19 @@ void Scene::removeNode(const String& name) {
     index_.erase(found);
     unlink(node);
     node.isRemoved_ = true;
-    node.next_ = firstRemoved_;
+    node.previous_ = firstRemoved_;
     firstRemoved_ = &node;
 }
 
 void Scene::unlink(Node& node) noexcept {
     (node.previous_ ? node.previous_->next_ : firstNode_) = node.next_;
     (node.next_ ? node.next_->previous_ : lastNode_) = node.previous_;
-    node.previous_ = nullptr;
+    node.next_ = nullptr;
 }
 
 void Scene::purgeRemoved() {
     while (Node* const node = firstRemoved_) {
-        firstRemoved_ = node->next_;
+        firstRemoved_ = node->previous_;
         delete node;
     }
 }
