@@ -42,6 +42,14 @@ class FileSource {
         return true;
     }
 
+    std::string_view readBlock() {
+        if (next_ == end_ && !fill()) return {};
+        const std::string_view block(next_, static_cast<unsigned long>(end_ - next_));
+        next_ = end_;
+        advancePosition(block.size());
+        return block;
+    }
+
     File::Error error() const noexcept { return error_; }
     int reason() const noexcept { return reason_; }
     unsigned long size() const noexcept { return size_; }
@@ -51,7 +59,7 @@ class FileSource {
     static constexpr unsigned long blockSize = 64UL * 1024;
 
     bool fill();
-    unsigned long readBlock();
+    unsigned long fillBlock();
     void skipByteOrderMark() noexcept;
     // Only the reading thread writes the position; others just look.
     void advancePosition(unsigned long count) noexcept {
@@ -91,7 +99,7 @@ FileSource* FileSource::open(const char* path) {
 }
 
 // Reads until the block is full, the file ends or an error stops it; signals only interrupt.
-unsigned long FileSource::readBlock() {
+unsigned long FileSource::fillBlock() {
     unsigned long count = 0;
     while (count < blockSize) {
         errno = 0;
@@ -109,7 +117,7 @@ unsigned long FileSource::readBlock() {
 
 bool FileSource::fill() {
     if (!stream_ || error_ != File::None || std::feof(stream_)) return false;
-    const unsigned long count = readBlock();
+    const unsigned long count = fillBlock();
     next_ = block_.get();
     end_ = next_ + count;
     skipByteOrderMark();
@@ -186,6 +194,8 @@ File File::memory(const void* bytes, unsigned long size) {
 }
 
 bool File::read(signed char& c) { return get() && get()->read(c); }
+
+std::string_view File::readBlock() { return get() ? get()->readBlock() : std::string_view(); }
 
 File::Error File::error() const noexcept { return get() ? get()->error() : CannotOpen; }
 

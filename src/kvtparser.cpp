@@ -23,6 +23,9 @@
 #include <utility>
 
 #include "ascii.h"
+#include "bulk.h"
+#include "charclass.h"
+#include "textbuilder.h"
 
 namespace ko::mirel_sdk::impl {
 
@@ -37,47 +40,74 @@ namespace {
 // Not distinguished from the byte 0xFF, which therefore ends a document.
 constexpr signed char endOfInput = -1;
 
-void increment(std::int32_t& counter) noexcept {
-    if (counter < std::numeric_limits<std::int32_t>::max()) ++counter;
+void add(std::int32_t& counter, unsigned long count) noexcept {
+    const auto left =
+        static_cast<unsigned long>(std::numeric_limits<std::int32_t>::max() - counter);
+    counter += static_cast<std::int32_t>(std::min(count, left));
 }
 
 }  // namespace
 
+void Lexer::start(std::string_view run) {
+    next_ = run.data();
+    end_ = next_ + run.size();
+    fetch();
+}
+
+void Lexer::fetch() {
+    if (next_ == end_) {
+        const std::string_view run = nextRun();
+        next_ = run.data();
+        end_ = next_ + run.size();
+    }
+    la = next_ == end_ ? endOfInput : static_cast<signed char>(*next_++);
+}
+
 // A line break ends its line: the line moves on with the character behind it.
-void Lexer::advance() noexcept {
+signed char Lexer::step() {
     if (c == '\n') {
-        increment(line);
+        add(line, 1);
         column = 1;
     } else {
-        increment(column);
+        add(column, 1);
     }
     c = la;
-    increment(pos);
-}
-
-FileLexer::FileLexer(File file) : file_(std::move(file)) { fetch(); }
-
-void FileLexer::fetch() {
-    if (!file_.read(la)) la = endOfInput;
-}
-
-signed char FileLexer::consume() {
-    advance();
+    add(pos, 1);
     if (la != endOfInput) fetch();
     return c;
 }
 
-// The lookahead of an empty text is its terminator, which is skipped as a blank.
-StringLexer::StringLexer(String text) : text_(std::move(text)) {
-    la = static_cast<signed char>(text_[0]);
+std::string_view Lexer::ahead() const {
+    return {next_ - 1, static_cast<unsigned long>(end_ - next_) + 1};
 }
 
-signed char StringLexer::consume() {
-    advance();
-    if (la == endOfInput) return c;
-    ++index_;
-    la = index_ < text_.len() ? static_cast<signed char>(text_[index_]) : endOfInput;
-    return c;
+void Lexer::skip(unsigned long count) {
+    const char* const run = next_ - 1;
+    const char* const last = run + count - 1;
+    // What moves the line is a break before the last character.
+    const char* lineStart = c == '\n' ? run : nullptr;
+    if (lineStart) add(line, 1);
+    const auto breakFrom = [last](const char* from) {
+        const auto left = static_cast<unsigned long>(last - from);
+        return static_cast<const char*>(left ? std::memchr(from, '\n', left) : nullptr);
+    };
+    for (const char* at = breakFrom(run); at; at = breakFrom(lineStart)) {
+        lineStart = at + 1;
+        add(line, 1);
+    }
+    if (lineStart) column = 0;
+    add(column, static_cast<unsigned long>(last + 1 - (lineStart ? lineStart : run)));
+    add(pos, count);
+    c = static_cast<signed char>(*last);
+    next_ = last + 1;
+    fetch();
+}
+
+FileLexer::FileLexer(File file) : file_(std::move(file)) { start(file_.readBlock()); }
+
+// The lookahead of an empty text is its terminator, which is skipped as a blank.
+StringLexer::StringLexer(String text) : text_(std::move(text)) {
+    start({text_.buf(), std::max(text_.len(), 1UL)});
 }
 
 // === Tokens =====================================================================================
@@ -107,19 +137,29 @@ Token Lexer::unexpectedEof(const String& what) const {
 
 // === Lexer ======================================================================================
 
-namespace {
-
-bool isBlank(char ch) { return String::isSpace(ch) || !String::isPrintable(ch); }
-
-bool isOneOf(char ch, std::string_view set) { return set.find(ch) != std::string_view::npos; }
-
-}  // namespace
-
-bool Lexer::isAtBlank() const { return la != endOfInput && isBlank(la); }
-
 void Lexer::skipBlanks() {
-    while (isAtBlank())
-        consume();
+    while (chars::is(la, chars::Blank))
+        step();
+}
+
+// Consumes the characters from the lookahead on that belong, and returns them.
+template <class Belongs>
+String Lexer::take(Belongs belongs) {
+    TextBuilder text;
+    do {
+        const std::string_view run = ahead();
+        const char* const end = run.data() + run.size();
+        const char* const stop = std::find_if_not(run.data() + 1, end, belongs);
+        const std::string_view piece = run.substr(0, static_cast<unsigned long>(stop - run.data()));
+        if (stop != end && text.isEmpty()) {
+            String whole(piece);
+            skip(piece.size());
+            return whole;
+        }
+        text.append(piece);
+        skip(piece.size());
+    } while (belongs(la));
+    return text.take();
 }
 
 Token Lexer::nextToken() {
@@ -152,15 +192,11 @@ Token Lexer::nextToken() {
 // id = ( letter | "_" ) { letter | "_" | digit }
 Token Lexer::id() {
     if (la == endOfInput) return unexpectedEof("ID");
-    ds::Vector<char> chars;
-    do {
-        chars.push_back(static_cast<char>(consume()));
-    } while (la != endOfInput && (String::isLetter(la) || la == '_' || String::isDigit(la)));
-    const std::string_view text(chars.data(), chars.size());
-    if (ascii::equalNoCase(text, "true")) return token(Token::True, "true");
-    if (ascii::equalNoCase(text, "false")) return token(Token::False, "false");
-    if (ascii::equalNoCase(text, "null")) return token(Token::Null, "null");
-    return token(Token::Id, chars);
+    const String text = take([](char ch) { return chars::is(ch, chars::IdPart); });
+    if (ascii::equalNoCase(text.view(), "true")) return token(Token::True, "true");
+    if (ascii::equalNoCase(text.view(), "false")) return token(Token::False, "false");
+    if (ascii::equalNoCase(text.view(), "null")) return token(Token::Null, "null");
+    return token(Token::Id, text);
 }
 
 // number = ( "-" | digit ) { hex digit | "+" | "-" | "." | "I" | "i" | "N" | "n" | "U" | "u" }
@@ -169,50 +205,51 @@ Token Lexer::id() {
 // an integer.
 Token Lexer::number() {
     if (la == endOfInput) return unexpectedEof("NUMBER");
-    ds::Vector<char> chars;
-    bool isReal = false;
-    do {
-        isReal = isReal || isOneOf(la, ".fFnNaAiI");
-        chars.push_back(static_cast<char>(consume()));
-    } while (String::isHexDigit(la) || isOneOf(la, "+-.IiNnUu"));
-    return token(isReal ? Token::Real : Token::Integer, chars);
+    const String text = take([](char ch) { return chars::is(ch, chars::NumberPart); });
+    const bool isReal = text.view().find_first_of(".fFnNaAiI") != std::string_view::npos;
+    return token(isReal ? Token::Real : Token::Integer, text);
 }
 
 // comment = "#" { any character but a line break }
 Token Lexer::comment() {
-    ds::Vector<char> chars;
-    do {
-        chars.push_back(static_cast<char>(consume()));
-    } while (la != '\n' && la != '\r' && la != endOfInput);
-    return token(Token::Comment, chars);
+    return token(Token::Comment, take([](char ch) { return chars::is(ch, chars::CommentPart); }));
 }
 
 // string = '"' { any character but '"' and '\' | '\' | '\"' | '\\' } '"'
 //
 // Kept as written; whoever takes the value resolves the escapes.
 Token Lexer::string() {
-    ds::Vector<char> chars;
-    chars.push_back(static_cast<char>(consume()));
+    TextBuilder text;
+    text.push(static_cast<char>(step()));
     for (;;) {
-        if (c == '\\' && (la == '"' || la == '\\')) chars.push_back(static_cast<char>(consume()));
+        if (c == '\\' && (la == '"' || la == '\\')) text.push(static_cast<char>(step()));
         if (la == endOfInput) return unexpectedEof("STRING");
+        if (chars::is(la, chars::StringPart)) {
+            const std::string_view run = ahead();
+            const char* const end = run.data() + run.size();
+            const char* const stop = chars::skip(run.data(), end, chars::StringPart);
+            text.append(run.substr(0, static_cast<unsigned long>(stop - run.data())));
+            skip(static_cast<unsigned long>(stop - run.data()));
+            continue;
+        }
         const bool isEnd = la == '"';
-        chars.push_back(static_cast<char>(consume()));
-        if (isEnd) return token(Token::StringLiteral, chars);
+        text.push(static_cast<char>(step()));
+        if (isEnd) return token(Token::StringLiteral, text.take());
     }
 }
 
 // brackets = "[" { digit | "*" | "[" | blank } "]"
 Token Lexer::brackets() {
-    ds::Vector<char> chars;
+    TextBuilder text;
     do {
-        const bool isAllowed = isBlank(la) || String::isDigit(la) || isOneOf(la, "[]*");
+        const bool isAllowed = chars::is(la, chars::Blank) || String::isDigit(la) || la == '[' ||
+                               la == ']' || la == '*';
         if (!isAllowed) return invalidListToken("BRACKET");
-        chars.push_back(static_cast<char>(consume()));
+        text.push(static_cast<char>(step()));
         if (la == endOfInput) return unexpectedEof("BRACKETS");
     } while (la != ']');
-    chars.push_back(static_cast<char>(consume()));
-    return token(Token::Brackets, chars);
+    text.push(static_cast<char>(step()));
+    return token(Token::Brackets, text.take());
 }
 
 // What tells parenthesised from braced groups.
@@ -220,46 +257,98 @@ struct Lexer::GroupRules {
     Token::Type type;
     char open;
     char close;
-    std::string_view separators;
+    bulk::Group group;
+    chars::Class gap;
     const char* name;    // in messages about a character
     const char* plural;  // in messages about the end
 };
 
-Token Lexer::parens() { return group({Token::Parens, '(', ')', ",[]{}", "PAREN", "PARENS"}); }
+Token Lexer::parens() {
+    return group(
+        {Token::Parens, '(', ')', bulk::Group::Parens, chars::ParensGap, "PAREN", "PARENS"});
+}
 
-Token Lexer::braces() { return group({Token::Braces, '{', '}', ",()[]", "BRACE", "BRACES"}); }
+Token Lexer::braces() {
+    return group(
+        {Token::Braces, '{', '}', bulk::Group::Braces, chars::BracesGap, "BRACE", "BRACES"});
+}
+
+// A group on its way into its token, a run of characters at a time.
+struct Lexer::GroupText {
+    explicit GroupText(const GroupRules& rulesOfGroup) : rules(rulesOfGroup) {}
+
+    const GroupRules& rules;
+    TextBuilder text;
+    unsigned long depth = 0;
+    int gapParts = 0;  // separators and runs of blanks since the last character that counts
+    bool inBlanks = false;
+    bool isClosed = false;
+
+    // Takes the characters that belong to the group, up to its end; returns how many.
+    unsigned long read(std::string_view run) {
+        const char* at = run.data();
+        const char* const end = at + run.size();
+        while (at != end && !isClosed) {
+            if (chars::is(*at, chars::GroupNumber)) {
+                endGap(*at);
+                char* const to =
+                    text.reserve(static_cast<unsigned long>(end - at) + bulk::copySlack);
+                const bulk::Copied copied =
+                    bulk::operations().copyNumbers(at, end, to, rules.group);
+                text.finishAt(copied.written);
+                at = copied.read;
+            } else if (chars::is(*at, rules.gap)) {
+                const bool isBlank = chars::is(*at, chars::Blank);
+                if (!isBlank || !inBlanks) ++gapParts;
+                inBlanks = isBlank;
+                ++at;
+            } else if (*at == rules.open || *at == rules.close) {
+                delimiter(*at);
+                ++at;
+            } else {
+                break;
+            }
+        }
+        return static_cast<unsigned long>(at - run.data());
+    }
+
+  private:
+    // The outermost delimiters are kept, those inside dropped.
+    void delimiter(char ch) {
+        endGap(ch);
+        if (ch == rules.open && !text.isEmpty()) {
+            ++depth;
+        } else if (ch == rules.close && depth > 0) {
+            --depth;
+        } else {
+            isClosed = ch == rules.close;
+            text.push(ch);
+        }
+    }
+
+    // A gap before `next` becomes one space. Not behind the opening delimiter, and not where it is
+    // one separator or run of blanks before a closing one.
+    void endGap(char next) {
+        const int parts = std::exchange(gapParts, 0);
+        inBlanks = false;
+        if (parts == 0 || text.isEmpty() || text.last() == ' ' || text.last() == rules.open) return;
+        if (next != rules.close || parts > 1) text.push(' ');
+    }
+};
 
 // parens = "(" { character of a number | separator | blank | parens } ")", braces likewise
 //
-// The text keeps the outermost delimiters only; a run of blanks or a separator becomes one space,
-// with none behind the opening delimiter or before a closing one. Groups of a million numbers are
-// read here, and their readers find pieces with a space between them and nothing else.
+// The text keeps the outermost delimiters only, and one space between numbers. Groups of a million
+// numbers are read here, and their readers find pieces with a space between them and nothing else.
 Token Lexer::group(const GroupRules& rules) {
-    ds::Vector<char> chars;
-    unsigned long depth = 0;
-    do {
-        const char ch = la;
+    GroupText group(rules);
+    for (;;) {
         if (la == endOfInput) return unexpectedEof(rules.plural);
-        if (!isBlank(ch) && !String::isHexDigit(ch) && !isOneOf(ch, "+,-.()[]{}INUinu")) {
-            return invalidListToken(rules.name);
-        }
-        if (ch == rules.open && !chars.isEmpty()) {
-            ++depth;
-            consume();
-        } else if (ch == rules.close && depth > 0) {
-            --depth;
-            consume();
-        } else if (isBlank(ch) || isOneOf(ch, rules.separators)) {
-            consume();
-            if (isBlank(ch)) skipBlanks();
-            const char last = chars[chars.size() - 1];
-            if (last != ' ' && last != rules.open && la != rules.close) chars.push_back(' ');
-        } else {
-            chars.push_back(static_cast<char>(consume()));
-        }
-    } while (depth > 0 || la != rules.close);
-    chars.push_back(static_cast<char>(consume()));
-    return token(rules.type, chars);
+        const unsigned long count = group.read(ahead());
+        if (count == 0) return invalidListToken(rules.name);
+        skip(count);
+        if (group.isClosed) return token(rules.type, group.text.take());
+    }
 }
 
 // === Diagnostics ================================================================================
@@ -630,38 +719,6 @@ DataType elementTypeNamed(const String& keyword) {
     return DataType::Null;
 }
 
-template <class Integer>
-bool integerElement(std::string_view text, unsigned char* dest) {
-    Integer value = 0;
-    if (!parseInteger(text, value, String::Auto)) return false;
-    std::memcpy(dest, &value, sizeof value);
-    return true;
-}
-
-template <class Real>
-bool realElement(std::string_view text, unsigned char* dest) {
-    Real value = 0;
-    if (!parseNumber(text, value)) return false;
-    std::memcpy(dest, &value, sizeof value);
-    return true;
-}
-
-bool readElement(std::string_view text, DataType type, unsigned char* dest) {
-    switch (type) {
-        case DataType::Char: return integerElement<signed char>(text, dest);
-        case DataType::Byte: return integerElement<unsigned char>(text, dest);
-        case DataType::Int16: return integerElement<short>(text, dest);
-        case DataType::Int32: return integerElement<int>(text, dest);
-        case DataType::Int64: return integerElement<long>(text, dest);
-        case DataType::UInt16: return integerElement<unsigned short>(text, dest);
-        case DataType::UInt32: return integerElement<unsigned int>(text, dest);
-        case DataType::UInt64: return integerElement<unsigned long>(text, dest);
-        case DataType::Float: return realElement<float>(text, dest);
-        case DataType::Double: return realElement<double>(text, dest);
-        default: return false;
-    }
-}
-
 // The text of a group without its delimiters.
 std::string_view inside(const Token& group) {
     return group.text.view().substr(1, group.text.len() - 2);
@@ -670,7 +727,7 @@ std::string_view inside(const Token& group) {
 }  // namespace
 
 bool KvtParser::parseElem(const String& text, DataType type, unsigned char* dest) {
-    return readElement(text.view(), type, dest);
+    return bulk::convertNumber(text.view(), type, dest);
 }
 
 // buffer = Id Brackets Braces, the identifier an element type: vec3f[2] {0 0 0 1 1 1}
@@ -726,28 +783,19 @@ void KvtParser::readCompactBytes(AssignInfo& info) {
 // Numbers one after the other, whatever the element; those that the text does not give stay zero.
 void KvtParser::readComponents(AssignInfo& info) {
     const BufferView buffer = info.data.buffer();
-    const DataType component = componentType(buffer.type);
-    const unsigned long size = componentSize(buffer.type);
     const char* const keyword = info.token0.text.buf();
-    auto* const dest = static_cast<unsigned char*>(info.data.payload());
-    bool allRead = true;
-    unsigned long offset = 0;
-    for (std::string_view rest = inside(info.token2); !rest.empty();) {
-        const std::string_view piece = rest.substr(0, rest.find(' '));
-        rest.remove_prefix(std::min(piece.size() + 1, rest.size()));
-        if (piece.empty()) continue;
-        if (buffer.bytes - size < offset) {
-            bufferError("Cannot add %s @ index %lu of %s[%lu].", String(piece).buf(), offset / size,
-                        keyword, buffer.count);
-        }
-        allRead = readElement(piece, component, dest + offset) && allRead;
-        offset += size;
+    const bulk::Conversion numbers = bulk::operations().convertNumbers(
+        inside(info.token2), componentType(buffer.type),
+        static_cast<unsigned char*>(info.data.payload()), buffer.components());
+    if (!numbers.excess.empty()) {
+        bufferError("Cannot add %s @ index %lu of %s[%lu].", String(numbers.excess).buf(),
+                    numbers.count, keyword, buffer.count);
     }
-    if (offset < buffer.bytes) {
+    if (numbers.count < buffer.components()) {
         logWarning("Too few elements (%lu) for %s[%lu] buffer, remainder set to zero.",
-                   offset / elementSize(buffer.type), keyword, buffer.count);
+                   numbers.count / componentCount(buffer.type), keyword, buffer.count);
     }
-    if (!allRead) parseError("Failed to read '%s' buffer.", keyword);
+    if (!numbers.allConverted) parseError("Failed to read '%s' buffer.", keyword);
 }
 
 // === Assignment =================================================================================

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <new>
@@ -15,21 +16,33 @@ namespace ko {
 
 // --- The shared characters ----------------------------------------------------------------------
 
-TextBuffer* TextBuffer::create(unsigned long length) {
-    auto* buffer = new (::operator new(sizeof(TextBuffer) + length + 1)) TextBuffer(length);
-    buffer->chars()[length] = '\0';
-    return buffer;
+TextBuffer* TextBuffer::create(unsigned long length) { return resize(nullptr, length); }
+
+// Taken from malloc, so that a large text can grow in place.
+TextBuffer* TextBuffer::resize(TextBuffer* buffer, unsigned long length) {
+    void* const memory = std::realloc(static_cast<void*>(buffer), sizeof(TextBuffer) + length + 1);
+    if (!memory) throw std::bad_alloc();
+    auto* const resized = new (memory) TextBuffer(length);
+    resized->chars()[length] = '\0';
+    return resized;
 }
 
+void TextBuffer::destroy(TextBuffer* buffer) noexcept { std::free(buffer); }
+
 void TextBuffer::release() noexcept {
-    if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) ::operator delete(this);
+    if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) destroy(this);
 }
 
 template <class Fill>
 String String::build(unsigned long length, Fill fill) {
-    if (length == 0) return {};
-    String text(TextBuffer::create(length));
-    fill(text.get()->chars());
+    String text;
+    if (length <= static_cast<unsigned long>(longestShort)) {
+        fill(text.bytes_);
+        text.bytes_[tag] = static_cast<char>(static_cast<unsigned long>(longestShort) - length);
+    } else {
+        text = String(TextBuffer::create(length));
+        fill(text.buffer()->chars());
+    }
     return text;
 }
 
@@ -108,7 +121,9 @@ unsigned long TextBuffer::hash() noexcept {
     return hash;
 }
 
-unsigned long String::hash() const noexcept { return get() ? get()->hash() : hashText({}); }
+unsigned long String::hash() const noexcept {
+    return isShort() ? hashText(view()) : buffer()->hash();
+}
 
 // --- Comparison and search ----------------------------------------------------------------------
 

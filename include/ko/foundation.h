@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdarg>
+#include <cstring>
 #include <functional>
 #include <string_view>
 #include <utility>
@@ -56,11 +57,17 @@ class RefersTo {
     T* object_ = nullptr;
 };
 
-// The immutable characters behind a String: this header, then the text and a terminating NUL.
+// The characters of a long String: this header, then the text and a terminating NUL. They do not
+// change once a String shares them.
 class TextBuffer {
   public:
     // A buffer for `length` characters, without references; throws std::bad_alloc.
     static TextBuffer* create(unsigned long length);
+    // The same buffer, moved if it must be, for `length` characters; throws std::bad_alloc and is
+    // then as it was. Only while nothing refers to it.
+    static TextBuffer* resize(TextBuffer* buffer, unsigned long length);
+    // Frees a buffer that nothing refers to.
+    static void destroy(TextBuffer* buffer) noexcept;
 
     void retain() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
     void release() noexcept;
@@ -80,31 +87,56 @@ class TextBuffer {
 
 class StringVector;
 
-// Immutable 8-bit text of any length, shared by reference: copies cost a count, never the text.
-// References are counted atomically, so one text may be handed to several threads. NUL is a
-// character like any other; `len()` is authoritative. Letter case means ASCII letters only.
-class String : private RefersTo<TextBuffer> {
+// Immutable 8-bit text of any length: a short one stands in the String itself, a longer one is
+// shared by reference, so that copies never cost the text. References are counted atomically: one
+// text may be handed to several threads. NUL is a character like any other; `len()` is
+// authoritative. Letter case means ASCII letters only.
+class String {
   public:
     // What `find` gives when nothing was found; as a count, "to the end".
     static constexpr unsigned long npos = ~0UL;
 
     enum Radix : int { Auto = 0, Binary = 2, Octal = 8, Decimal = 10, Hexadecimal = 16 };
 
-    String() noexcept = default;
+    String() noexcept { bytes_[tag] = longestShort; }
     // The first `count` characters at `text`; with a count of 0, up to its terminating NUL.
     String(const char* text, unsigned long count = 0);  // NOLINT: literals convert by themselves
     explicit String(std::string_view text);
     explicit String(char c);
     // The decimal text of `number`.
     explicit String(unsigned long number);
+    String(const String& other) noexcept {
+        std::memcpy(bytes_, other.bytes_, sizeof bytes_);
+        if (!isShort()) buffer()->retain();
+    }
+    String(String&& other) noexcept {
+        std::memcpy(bytes_, other.bytes_, sizeof bytes_);
+        other.forget();
+    }
+    String& operator=(const String& other) noexcept {
+        String copy(other);
+        swap(copy);
+        return *this;
+    }
+    String& operator=(String&& other) noexcept {
+        String taken(std::move(other));
+        swap(taken);
+        return *this;
+    }
+    ~String() {
+        if (!isShort()) buffer()->release();
+    }
 
-    // The characters and a terminating NUL; valid while a String shares this text.
-    const char* buf() const noexcept { return get() ? get()->chars() : ""; }
-    unsigned long len() const noexcept { return get() ? get()->length() : 0; }
+    // The characters and a terminating NUL; valid as long as this String keeps its text.
+    const char* buf() const noexcept { return isShort() ? bytes_ : buffer()->chars(); }
+    unsigned long len() const noexcept {
+        return isShort() ? static_cast<unsigned long>(longestShort - bytes_[tag])
+                         : buffer()->length();
+    }
     bool isEmpty() const noexcept { return len() == 0; }
     // The character at `i`; '\0' at `len()` and beyond.
-    char operator[](unsigned long i) const noexcept { return i < len() ? get()->chars()[i] : '\0'; }
-    // The characters as a view; valid while a String shares this text.
+    char operator[](unsigned long i) const noexcept { return i < len() ? buf()[i] : '\0'; }
+    // The characters as a view; valid as long as this String keeps its text.
     std::string_view view() const noexcept { return {buf(), len()}; }
     // A 64-bit hash of the characters, keyed anew in each process so that no document can be made
     // to collide; equal texts have equal hashes within a process.
@@ -120,7 +152,8 @@ class String : private RefersTo<TextBuffer> {
     int compareNoCase(const String& other) const noexcept;
     bool operator==(const char* other) const noexcept { return view() == other; }
     bool operator==(const String& other) const noexcept {
-        return get() == other.get() || view() == other.view();
+        // Equal bytes: the same short text or the same shared one.
+        return std::memcmp(bytes_, other.bytes_, sizeof bytes_) == 0 || view() == other.view();
     }
     bool operator!=(const char* other) const noexcept { return view() != other; }
     bool operator!=(const String& other) const noexcept { return !(*this == other); }
@@ -150,13 +183,15 @@ class String : private RefersTo<TextBuffer> {
     StringVector split(char separator, bool skipEmpty, bool trimPieces) const;
 
     // Character classes. Bytes above 127 are letters and printable.
-    static bool isSpace(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
-    static bool isPrintable(char c) noexcept { return (c >= 32 && c != 127) || isBeyondAscii(c); }
-    static bool isLetter(char c) noexcept {
+    static constexpr bool isSpace(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
+    static constexpr bool isPrintable(char c) noexcept {
+        return (c >= 32 && c != 127) || isBeyondAscii(c);
+    }
+    static constexpr bool isLetter(char c) noexcept {
         return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || isBeyondAscii(c);
     }
-    static bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
-    static bool isHexDigit(char c) noexcept {
+    static constexpr bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
+    static constexpr bool isHexDigit(char c) noexcept {
         return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
     }
 
@@ -193,11 +228,44 @@ class String : private RefersTo<TextBuffer> {
     static bool parse(const String& text, math::RgbaT<T>& out);
 
   private:
-    explicit String(TextBuffer* buffer) noexcept : RefersTo(buffer) {}
-    static bool isBeyondAscii(char c) noexcept { return static_cast<unsigned char>(c) > 127; }
+    friend class TextBuilder;
+
+    static constexpr signed char longestShort = 15;
+    static constexpr signed char sharedMark = -1;
+    static constexpr int tag = 15;
+
+    // Shares `buffer`.
+    explicit String(TextBuffer* buffer) noexcept {
+        std::memcpy(bytes_, &buffer, sizeof buffer);
+        bytes_[tag] = sharedMark;
+        buffer->retain();
+    }
+    bool isShort() const noexcept { return static_cast<signed char>(bytes_[tag]) >= 0; }
+    TextBuffer* buffer() const noexcept {
+        TextBuffer* buffer = nullptr;
+        std::memcpy(&buffer, bytes_, sizeof buffer);
+        return buffer;
+    }
+    void forget() noexcept {
+        std::memset(bytes_, 0, sizeof bytes_);
+        bytes_[tag] = longestShort;
+    }
+    void swap(String& other) noexcept {
+        char bytes[sizeof bytes_];
+        std::memcpy(bytes, bytes_, sizeof bytes_);
+        std::memcpy(bytes_, other.bytes_, sizeof bytes_);
+        std::memcpy(other.bytes_, bytes, sizeof bytes_);
+    }
+    static constexpr bool isBeyondAscii(char c) noexcept {
+        return static_cast<unsigned char>(c) > 127;
+    }
     // A text of `length` characters that `fill(char*)` writes.
     template <class Fill>
     static String build(unsigned long length, Fill fill);
+
+    // A short text, zeros behind it; or the address of a buffer. The last byte tells which: what is
+    // left of the room for a short text, so that it also terminates a full one, or `sharedMark`.
+    alignas(TextBuffer*) char bytes_[16] = {};
 };
 
 // The hash behind `String::hash`, for text that is no String.
@@ -248,6 +316,9 @@ class File : private RefersTo<FileSource> {
 
     // The next byte in `c`; false at the end of the file and on an error.
     bool read(signed char& c);
+    // The bytes that are at hand, read from the source when there are none; empty at the end of the
+    // file and on an error. Valid until the next read.
+    std::string_view readBlock();
     Error error() const noexcept;
     // One line that says what `error()` is, with the system's reason; empty without an error.
     String errorText() const;

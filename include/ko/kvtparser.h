@@ -3,6 +3,7 @@
 
 #include <cstdarg>
 #include <cstdint>
+#include <string_view>
 
 #include <ko/ds.h>
 #include <ko/foundation.h>
@@ -52,8 +53,13 @@ struct Token {
 
 // Turns characters into tokens, one character of lookahead ahead of itself. Never throws for bad
 // text: problems are `Invalid` tokens and `Eof` tokens with a message.
+//
+// Characters can be consumed one by one; the scanners take the runs that a source has at hand.
 class Lexer {
   public:
+    Lexer() = default;
+    Lexer(const Lexer&) = delete;
+    Lexer& operator=(const Lexer&) = delete;
     virtual ~Lexer() = default;
     // Moves on by one character and returns it; -1 at the end of the input and from then on.
     virtual signed char consume() = 0;
@@ -82,27 +88,42 @@ class Lexer {
     std::int32_t column = 0;  // of `c`, from 1; 0 before the first
 
   protected:
-    // Takes `la` as the current character; the source then brings the next one.
-    void advance() noexcept;
+    // The next characters of the source, valid until the next call; empty at its end.
+    virtual std::string_view nextRun() = 0;
+    // Takes the first character as the lookahead.
+    void start(std::string_view run);
+    // What `consume` does, the same for every source.
+    signed char step();
 
   private:
+    // The lookahead and what is at hand behind it; not at the end of the input.
+    std::string_view ahead() const;
+    // Consumes that many characters of `ahead()`, at least one.
+    void skip(unsigned long count);
+    void fetch();
+
     void skipBlanks();
-    bool isAtBlank() const;
+    template <class Belongs>
+    String take(Belongs belongs);
     Token comment();
     Token string();
     Token brackets();
     struct GroupRules;
+    struct GroupText;
     Token group(const GroupRules& rules);
+
+    const char* next_ = nullptr;  // behind the lookahead
+    const char* end_ = nullptr;   // of the run that it stands in
 };
 
 // Reads a file.
 class FileLexer final : public Lexer {
   public:
     explicit FileLexer(File file);
-    signed char consume() override;
+    signed char consume() override { return step(); }
 
   private:
-    void fetch();
+    std::string_view nextRun() override { return file_.readBlock(); }
 
     File file_;
 };
@@ -111,11 +132,12 @@ class FileLexer final : public Lexer {
 class StringLexer final : public Lexer {
   public:
     explicit StringLexer(String text);
-    signed char consume() override;
+    signed char consume() override { return step(); }
 
   private:
+    std::string_view nextRun() override { return {}; }
+
     String text_;
-    unsigned long index_ = 0;  // of `la`; texts may be longer than `pos` can count
 };
 
 // Reads one document into a scene: recursive descent over a ring of three lookahead tokens. The

@@ -174,6 +174,11 @@ class NamedList {
 class Enumeration {
   public:
     explicit Enumeration(std::vector<String> values = {});
+    Enumeration(Enumeration&&) noexcept = default;
+    Enumeration& operator=(Enumeration&&) noexcept = default;
+    Enumeration(const Enumeration&) = delete;
+    Enumeration& operator=(const Enumeration&) = delete;
+    ~Enumeration() = default;
     // True when it has at least one value.
     bool isActive() const { return !values_.empty(); }
     // The place of the value spelled `text`, or none.

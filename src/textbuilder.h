@@ -1,0 +1,70 @@
+// Puts a text together whose length is not known ahead.
+#pragma once
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+
+#include <ko/foundation.h>
+
+namespace ko {
+
+// A short text is collected in place; a long one grows in the buffer that becomes its String's own.
+class TextBuilder {
+  public:
+    TextBuilder() noexcept = default;
+    TextBuilder(const TextBuilder&) = delete;
+    TextBuilder& operator=(const TextBuilder&) = delete;
+    ~TextBuilder() { TextBuffer::destroy(buffer_); }
+
+    bool isEmpty() const noexcept { return end_ == begin(); }
+    char last() const noexcept { return end_[-1]; }
+
+    void push(char c) {
+        *reserve(1) = c;
+        ++end_;
+    }
+    void append(std::string_view text) {
+        std::memcpy(reserve(text.size()), text.data(), text.size());
+        end_ += text.size();
+    }
+
+    // Room for `count` more characters behind the text, for `finishAt` to take in.
+    char* reserve(unsigned long count) {
+        if (count > static_cast<unsigned long>(limit_ - end_)) grow(count);
+        return end_;
+    }
+    // The text now ends here, within the room that was reserved.
+    void finishAt(char* end) noexcept { end_ = end; }
+
+    // The text as a String; the builder is not used any more.
+    String take() {
+        const unsigned long length = size();
+        if (!buffer_) return String(std::string_view(inline_, length));
+        buffer_ = TextBuffer::resize(buffer_, length);
+        return String(std::exchange(buffer_, nullptr));
+    }
+
+  private:
+    static constexpr unsigned long inlineRoom = 256;
+
+    const char* begin() const noexcept { return buffer_ ? buffer_->chars() : inline_; }
+    unsigned long size() const noexcept { return static_cast<unsigned long>(end_ - begin()); }
+
+    void grow(unsigned long count) {
+        const unsigned long length = size();
+        const unsigned long room = std::max(length + count, 2 * length);
+        const bool wasInline = !buffer_;
+        buffer_ = TextBuffer::resize(buffer_, room);
+        if (wasInline) std::memcpy(buffer_->chars(), inline_, length);
+        end_ = buffer_->chars() + length;
+        limit_ = buffer_->chars() + room;
+    }
+
+    TextBuffer* buffer_ = nullptr;
+    char* end_ = inline_;
+    char* limit_ = inline_ + inlineRoom;
+    char inline_[inlineRoom];
+};
+
+}  // namespace ko
