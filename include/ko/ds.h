@@ -5,7 +5,6 @@
 #include <initializer_list>
 #include <memory>
 #include <type_traits>
-#include <unordered_map>
 #include <utility>
 
 namespace ko::ds {
@@ -29,9 +28,19 @@ class Vector {
     }
     ~Vector() = default;
 
+    // A vector of `size` default elements.
+    static Vector ofSize(unsigned long size) {
+        Vector vector;
+        vector.data_.reset(new T[size]());
+        vector.size_ = vector.capacity_ = size;
+        return vector;
+    }
+
     void push_back(const T& value) { emplace(value); }
     void push_back(T&& value) { emplace(std::move(value)); }
     void pop_back() { data_[--size_] = T(); }
+    // Forgets the elements; they live on until others take their places.
+    void clear() noexcept { size_ = 0; }
 
     unsigned long size() const noexcept { return size_; }
     unsigned long capacity() const noexcept { return capacity_; }
@@ -73,6 +82,53 @@ class Vector {
     std::unique_ptr<T[]> data_;
     unsigned long size_ = 0;
     unsigned long capacity_ = 0;
+};
+
+// Positions by hash, in open addressing; of equal hashes the first stays.
+class PositionIndex {
+  public:
+    // The position for `hash`, or null.
+    const unsigned long* find(unsigned long hash) const noexcept {
+        if (slots_.isEmpty()) return nullptr;
+        const Slot& slot = slots_[place(hash)];
+        return slot.isTaken ? &slot.position : nullptr;
+    }
+
+    void insert(unsigned long hash, unsigned long position) {
+        if (2 * (taken_ + 1) > slots_.size()) grow();
+        Slot& slot = slots_[place(hash)];
+        if (slot.isTaken) return;
+        slot = {hash, position, true};
+        ++taken_;
+    }
+
+  private:
+    struct Slot {
+        unsigned long hash = 0;
+        unsigned long position = 0;
+        bool isTaken = false;
+    };
+
+    // Where `hash` stands or would stand. Addresses differ in the middle bits, so those are spread.
+    unsigned long place(unsigned long hash) const noexcept {
+        const unsigned long mask = slots_.size() - 1;
+        unsigned long at = (hash * 0x9E3779B97F4A7C15UL >> 20) & mask;
+        while (slots_[at].isTaken && slots_[at].hash != hash)
+            at = (at + 1) & mask;
+        return at;
+    }
+
+    void grow() {
+        constexpr unsigned long smallest = 64;
+        PositionIndex grown;
+        grown.slots_ = Vector<Slot>::ofSize(slots_.isEmpty() ? smallest : 2 * slots_.size());
+        for (const Slot& slot : slots_)
+            if (slot.isTaken) grown.slots_[grown.place(slot.hash)] = slot;
+        slots_ = std::move(grown.slots_);
+    }
+
+    Vector<Slot> slots_;  // a power of two of them
+    unsigned long taken_ = 0;
 };
 
 // A map of 256 inline buckets, chosen by the lowest byte of a key's hash: `key.hash()`, or the
@@ -133,6 +189,13 @@ class HashMap {
                 all.push_back(node.key);
         return all;
     }
+    // Calls `visit(node)` for every node, bucket by bucket, in the order of insertion within each.
+    template <class Visit>
+    void forEach(Visit visit) {
+        for (Vector<Node>& bucket : buckets_)
+            for (Node& node : bucket)
+                visit(node);
+    }
 
   private:
     static constexpr unsigned long longestScan = 16;
@@ -148,8 +211,8 @@ class HashMap {
     Node* find(unsigned long hash) {
         Vector<Node>& bucket = buckets_[hash % bucketCount];
         if (bucket.size() > longestScan) {
-            const auto found = positions_.find(hash);
-            return found == positions_.end() ? nullptr : &bucket[found->second];
+            const unsigned long* const position = positions_.find(hash);
+            return position ? &bucket[*position] : nullptr;
         }
         for (Node& node : bucket)
             if (node.hash == hash) return &node;
@@ -175,11 +238,11 @@ class HashMap {
         if (size <= longestScan) return;
         const unsigned long first = size == longestScan + 1 ? 0 : size - 1;
         for (unsigned long i = first; i < size; ++i)
-            positions_.emplace(bucket[i].hash, i);
+            positions_.insert(bucket[i].hash, i);
     }
 
     Vector<Node> buckets_[bucketCount];
-    std::unordered_map<unsigned long, unsigned long> positions_;  // hash to place in its bucket
+    PositionIndex positions_;  // of the nodes in their buckets
     unsigned long size_ = 0;
 };
 

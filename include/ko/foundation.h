@@ -114,13 +114,16 @@ class String {
         other.forget();
     }
     String& operator=(const String& other) noexcept {
-        String copy(other);
-        swap(copy);
+        if (isShort() && other.isShort()) {
+            std::memcpy(bytes_, other.bytes_, sizeof bytes_);
+        } else {
+            String copy(other);
+            swap(copy);
+        }
         return *this;
     }
     String& operator=(String&& other) noexcept {
-        String taken(std::move(other));
-        swap(taken);
+        swap(other);
         return *this;
     }
     ~String() {

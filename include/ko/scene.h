@@ -22,6 +22,7 @@ namespace ko::mirel_sdk {
 namespace impl {
 class Enumeration;
 class Input;
+class InputPool;
 class Node;
 class NodeType;
 class Output;
@@ -147,8 +148,30 @@ class Chain {
 struct NameHash {
     std::size_t operator()(std::string_view name) const noexcept { return hashText(name); }
 };
+// Finds things by their `name()`, in open addressing. Does not own them; equal names stand in it
+// once.
 template <class T>
-using NameIndex = std::unordered_map<std::string_view, T*, NameHash>;
+class NameIndex {
+  public:
+    T* find(std::string_view name) const;
+    void insert(T* item);  // throws std::bad_alloc and is then unchanged
+    void erase(std::string_view name) noexcept;
+    unsigned long size() const { return size_; }
+
+  private:
+    struct Slot {
+        T* item = nullptr;
+        unsigned long hash = 0;
+    };
+
+    // Where the item of that hash and name stands, or would stand.
+    unsigned long place(unsigned long hash, std::string_view name) const;
+    unsigned long next(unsigned long at) const { return (at + 1) & (slots_.size() - 1); }
+    void grow();
+
+    std::vector<Slot> slots_;  // none, or a power of two of them
+    unsigned long size_ = 0;
+};
 
 // Things with unique names in the order in which they were added; does not own them. Few are
 // compared one by one, many are found through an index.
@@ -396,7 +419,10 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
         Elements* elements;          // of an array; null while it has none
     };
 
-    Input(Node* node, Input* parent, unsigned long position, String name, AttrType type,
+    // A new input in the memory of the node's scene; throws std::bad_alloc.
+    static Input* create(Node* node, Input* parent, unsigned long position, const String& name,
+                         AttrType type, std::uint32_t elementType);
+    Input(Node* node, Input* parent, unsigned long position, const String& name, AttrType type,
           std::uint32_t elementType);
     ~Input();
 
@@ -593,7 +619,7 @@ class NodeType {
 
     String name_;
     std::vector<std::unique_ptr<InputDeclaration>> inputs_;
-    NameIndex<const InputDeclaration> inputIndex_;
+    std::unordered_map<std::string_view, const InputDeclaration*, NameHash> inputIndex_;
     std::vector<String> outputs_;
     std::vector<Rename> inputRenames_;
     std::vector<Rename> outputRenames_;
@@ -602,7 +628,7 @@ class NodeType {
 class Scene : public interfaces::IScene {
   public:
     // An empty scene of version 1, without time, comments and limits on buffers.
-    Scene() = default;
+    Scene();
     Scene(const Scene&) = delete;
     Scene& operator=(const Scene&) = delete;
     ~Scene() override;
@@ -649,6 +675,7 @@ class Scene : public interfaces::IScene {
 
     void unlink(Node& node) noexcept;
 
+    std::unique_ptr<InputPool> inputPool_;
     unsigned long fileVersion_ = KVX_FILE_VERSION_1;
     String fileTime_;
     std::vector<String> comments_;
@@ -673,11 +700,62 @@ void registerOutputRename(const String& nodeType, const String& old, const Strin
 void clearRenames();
 
 template <class T>
-T* NamedList<T>::find(std::string_view name) const {
-    if (index_) {
-        const auto found = index_->find(name);
-        return found == index_->end() ? nullptr : found->second;
+unsigned long NameIndex<T>::place(unsigned long hash, std::string_view name) const {
+    unsigned long at = hash & (slots_.size() - 1);
+    while (slots_[at].item && (slots_[at].hash != hash || slots_[at].item->name().view() != name))
+        at = next(at);
+    return at;
+}
+
+template <class T>
+T* NameIndex<T>::find(std::string_view name) const {
+    return slots_.empty() ? nullptr : slots_[place(hashText(name), name)].item;
+}
+
+template <class T>
+void NameIndex<T>::insert(T* item) {
+    if (4 * (size_ + 1) > 3 * slots_.size()) grow();
+    const unsigned long hash = hashText(item->name().view());
+    Slot& slot = slots_[place(hash, item->name().view())];
+    if (slot.item) return;
+    slot = {item, hash};
+    ++size_;
+}
+
+template <class T>
+void NameIndex<T>::grow() {
+    constexpr unsigned long smallest = 16;
+    NameIndex grown;
+    grown.slots_.resize(slots_.empty() ? smallest : 2 * slots_.size());
+    for (const Slot& slot : slots_) {
+        unsigned long at = slot.hash & (grown.slots_.size() - 1);
+        while (slot.item && grown.slots_[at].item)
+            at = grown.next(at);
+        if (slot.item) grown.slots_[at] = slot;
     }
+    slots_ = std::move(grown.slots_);
+}
+
+// Closes the gap by moving those back that had to step over it.
+template <class T>
+void NameIndex<T>::erase(std::string_view name) noexcept {
+    if (slots_.empty()) return;
+    unsigned long gap = place(hashText(name), name);
+    if (!slots_[gap].item) return;
+    --size_;
+    for (unsigned long at = next(gap); slots_[at].item; at = next(at)) {
+        const unsigned long mask = slots_.size() - 1;
+        const unsigned long stepsFromHome = (at - slots_[at].hash) & mask;
+        if (stepsFromHome < ((at - gap) & mask)) continue;
+        slots_[gap] = slots_[at];
+        gap = at;
+    }
+    slots_[gap] = {};
+}
+
+template <class T>
+T* NamedList<T>::find(std::string_view name) const {
+    if (index_) return index_->find(name);
     for (T* item : items_)
         if (item->name().view() == name) return item;
     return nullptr;
@@ -689,11 +767,11 @@ void NamedList<T>::add(T* item) {
     if (items_.size() <= longestScan) return;
     try {
         if (index_) {
-            index_->emplace(item->name().view(), item);
+            index_->insert(item);
         } else {
             auto index = std::make_unique<NameIndex<T>>();
             for (T* each : items_)
-                index->emplace(each->name().view(), each);
+                index->insert(each);
             index_ = std::move(index);
         }
     } catch (...) {

@@ -8,6 +8,8 @@
 
 #include <ko/scene.h>
 
+#include "inputpool.h"
+
 namespace ko::mirel_sdk::impl {
 
 // --- Storage ------------------------------------------------------------------------------------
@@ -66,22 +68,30 @@ struct Input::Links {
     Link<Node> reference;
 };
 
-Input::Input(Node* node, Input* parent, unsigned long position, String name, AttrType type,
+Input* Input::create(Node* node, Input* parent, unsigned long position, const String& name,
+                     AttrType type, std::uint32_t elementType) {
+    void* const place = node->scene().inputPool_->allocate(sizeof(Input));
+    try {
+        return new (place) Input(node, parent, position, name, type, elementType);
+    } catch (...) {
+        InputPool::free(place);
+        throw;
+    }
+}
+
+Input::Input(Node* node, Input* parent, unsigned long position, const String& name, AttrType type,
              std::uint32_t elementType)
     : type_(type),
       elementType_(elementType),
-      name_(std::move(name)),
+      name_(name),
       position_(position),
       node_(node),
       parent_(parent),
       value_{} {
-    const AttrData initial = AttrData::defaultOf(type);
-    if (isMatrix(type)) {
-        value_.matrix = new double[componentCount(type)];
-        std::memcpy(value_.matrix, initial.value, componentCount(type) * sizeof(double));
-    } else {
-        std::memcpy(value_.words, initial.value, sizeof value_.words);
-    }
+    if (isMatrix(type)) value_.matrix = new double[componentCount(type)];
+    const bool startsWithZeros =
+        !isMatrix(type) && type != AttrType::Quat && type != AttrType::Rgba;
+    if (!startsWithZeros) assign(AttrData::defaultOf(type));
 }
 
 Input::~Input() {
@@ -98,7 +108,9 @@ void Input::freeValue() noexcept {
 void Input::retain() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
 
 void Input::release() noexcept {
-    if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+    if (references_.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+    this->~Input();
+    InputPool::free(this);
 }
 
 // --- What it is ---------------------------------------------------------------------------------
@@ -158,7 +170,7 @@ Input* Input::createChild(const String& name, AttrType type, std::uint32_t eleme
     std::unique_ptr<NamedList<Input>> first;
     if (!isObject() || !value_.children) first = std::make_unique<NamedList<Input>>();
     NamedList<Input>& children = first ? *first : *value_.children;
-    RefersTo<Input> child(new Input(node_, this, children.size(), name, type, elementType));
+    RefersTo<Input> child(create(node_, this, children.size(), name, type, elementType));
     children.add(child.get());
     child->retain();  // for the list
     type_ = AttrType::Object;
@@ -216,7 +228,7 @@ AttrType Input::untouchedArrayType(unsigned long i) const {
 Input* Input::touch(unsigned long i) {
     ElementSlot& slot = value_.elements->slots[i];
     if (!slot.input()) {
-        auto* const element = new Input(node_, this, i, String(), slot.type(), slot.elementType());
+        auto* const element = create(node_, this, i, String(), slot.type(), slot.elementType());
         element->retain();  // for the array
         slot.touch(element);
     }

@@ -33,7 +33,7 @@ Input* Node::createArray(const String& name, AttrType elementType) {
 
 Input* Node::add(const String& name, AttrType type, std::uint32_t elementType) {
     if (name.isEmpty() || name[0] == '[' || input(name)) return nullptr;
-    RefersTo<Input> created(new Input(this, nullptr, inputs_.size(), name, type, elementType));
+    RefersTo<Input> created(Input::create(this, nullptr, inputs_.size(), name, type, elementType));
     inputs_.add(created.get());
     created->retain();  // for the list
     return created.get();

@@ -3,7 +3,11 @@
 #include <memory>
 #include <utility>
 
+#include "inputpool.h"
+
 namespace ko::mirel_sdk::impl {
+
+Scene::Scene() : inputPool_(std::make_unique<InputPool>()) {}
 
 Scene::~Scene() {
     while (Node* const node = firstNode_) {
@@ -13,10 +17,7 @@ Scene::~Scene() {
     purgeRemoved();
 }
 
-Node* Scene::findNode(const String& name) const {
-    const auto found = index_.find(name.view());
-    return found == index_.end() ? nullptr : found->second;
-}
+Node* Scene::findNode(const String& name) const { return index_.find(name.view()); }
 
 Node* Scene::createNode(String type, String name, String label) {
     if (type.isEmpty() || name.isEmpty() || findNode(name)) return nullptr;
@@ -24,7 +25,7 @@ Node* Scene::createNode(String type, String name, String label) {
     Node* const node = new Node(*this, std::move(type), std::move(name), std::move(label));
     try {
         if (declared) node->addDeclared(*declared);
-        index_.emplace(node->name_.view(), node);
+        index_.insert(node);
     } catch (...) {
         delete node;
         throw;
@@ -42,15 +43,14 @@ Node* Scene::defineNode(String name) {
 }
 
 void Scene::removeNode(const String& name) {
-    const auto found = index_.find(name.view());
-    if (found == index_.end()) return;
-    Node& node = *found->second;
-    node.cut();
-    index_.erase(found);
-    unlink(node);
-    node.isRemoved_ = true;
-    node.previous_ = firstRemoved_;
-    firstRemoved_ = &node;
+    Node* const node = findNode(name);
+    if (!node) return;
+    node->cut();
+    index_.erase(name.view());
+    unlink(*node);
+    node->isRemoved_ = true;
+    node->previous_ = firstRemoved_;
+    firstRemoved_ = node;
 }
 
 void Scene::unlink(Node& node) noexcept {
@@ -70,7 +70,7 @@ const NodeType* Scene::registerType(NodeType type) {
     types_.push_back(std::make_unique<const NodeType>(std::move(type)));
     const NodeType* const registered = types_.back().get();
     typeIndex_.erase(registered->name().view());
-    typeIndex_.emplace(registered->name().view(), registered);
+    typeIndex_.insert(registered);
     for (const auto& [old, current] : registered->inputRenames_)
         registerInputRename(registered->name(), old, current);
     for (const auto& [old, current] : registered->outputRenames_)
@@ -78,9 +78,6 @@ const NodeType* Scene::registerType(NodeType type) {
     return registered;
 }
 
-const NodeType* Scene::nodeType(const String& name) const {
-    const auto found = typeIndex_.find(name.view());
-    return found == typeIndex_.end() ? nullptr : found->second;
-}
+const NodeType* Scene::nodeType(const String& name) const { return typeIndex_.find(name.view()); }
 
 }  // namespace ko::mirel_sdk::impl
