@@ -57,14 +57,14 @@ void Lexer::start(std::string_view run) {
 void Lexer::fetch() {
     if (next_ == end_) {
         const std::string_view run = nextRun();
-        next_ = run.data();
+        if (!run.empty()) next_ = run.data();
         end_ = next_ + run.size();
     }
     la = next_ == end_ ? endOfInput : static_cast<signed char>(*next_++);
 }
 
 // A line break ends its line: the line moves on with the character behind it.
-signed char Lexer::step() {
+void Lexer::advance() noexcept {
     if (c == '\n') {
         add(line, 1);
         column = 1;
@@ -73,15 +73,29 @@ signed char Lexer::step() {
     }
     c = la;
     add(pos, 1);
+}
+
+signed char Lexer::step() {
+    advance();
     if (la != endOfInput) fetch();
     return c;
 }
 
+void Lexer::moveRun(const char* from, const char* to) {
+    next_ = to + (next_ - from);
+    end_ = to + (end_ - from);
+}
+
 std::string_view Lexer::ahead() const {
+    if (!next_) return {reinterpret_cast<const char*>(&la), 1};
     return {next_ - 1, static_cast<unsigned long>(end_ - next_) + 1};
 }
 
 void Lexer::skip(unsigned long count) {
+    if (!next_) {
+        consume();
+        return;
+    }
     const char* const run = next_ - 1;
     const char* const last = run + count - 1;
     // What moves the line is a break before the last character.
@@ -110,11 +124,22 @@ StringLexer::StringLexer(String text) : text_(std::move(text)) {
     start({text_.buf(), std::max(text_.len(), 1UL)});
 }
 
+StringLexer::StringLexer(const StringLexer& other) : Lexer(other), text_(other.text_) {
+    moveRun(other.text_.buf(), text_.buf());
+}
+
+StringLexer& StringLexer::operator=(const StringLexer& other) {
+    Lexer::operator=(other);
+    text_ = other.text_;
+    moveRun(other.text_.buf(), text_.buf());
+    return *this;
+}
+
 // === Tokens =====================================================================================
 
 Token Lexer::token(Token::Type type) {
     Token t{type, String(), line, column};
-    t.text = String(static_cast<char>(consume()));
+    t.text = String(static_cast<char>(one()));
     return t;
 }
 
@@ -139,7 +164,7 @@ Token Lexer::unexpectedEof(const String& what) const {
 
 void Lexer::skipBlanks() {
     while (chars::is(la, chars::Blank))
-        step();
+        one();
 }
 
 // Consumes the characters from the lookahead on that belong, and returns them.
@@ -220,9 +245,9 @@ Token Lexer::comment() {
 // Kept as written; whoever takes the value resolves the escapes.
 Token Lexer::string() {
     TextBuilder text;
-    text.push(static_cast<char>(step()));
+    text.push(static_cast<char>(one()));
     for (;;) {
-        if (c == '\\' && (la == '"' || la == '\\')) text.push(static_cast<char>(step()));
+        if (c == '\\' && (la == '"' || la == '\\')) text.push(static_cast<char>(one()));
         if (la == endOfInput) return unexpectedEof("STRING");
         if (chars::is(la, chars::StringPart)) {
             const std::string_view run = ahead();
@@ -233,7 +258,7 @@ Token Lexer::string() {
             continue;
         }
         const bool isEnd = la == '"';
-        text.push(static_cast<char>(step()));
+        text.push(static_cast<char>(one()));
         if (isEnd) return token(Token::StringLiteral, text.take());
     }
 }
@@ -245,10 +270,10 @@ Token Lexer::brackets() {
         const bool isAllowed = chars::is(la, chars::Blank) || String::isDigit(la) || la == '[' ||
                                la == ']' || la == '*';
         if (!isAllowed) return invalidListToken("BRACKET");
-        text.push(static_cast<char>(step()));
+        text.push(static_cast<char>(one()));
         if (la == endOfInput) return unexpectedEof("BRACKETS");
     } while (la != ']');
-    text.push(static_cast<char>(step()));
+    text.push(static_cast<char>(one()));
     return token(Token::Brackets, text.take());
 }
 

@@ -57,9 +57,6 @@ struct Token {
 // Characters can be consumed one by one; the scanners take the runs that a source has at hand.
 class Lexer {
   public:
-    Lexer() = default;
-    Lexer(const Lexer&) = delete;
-    Lexer& operator=(const Lexer&) = delete;
     virtual ~Lexer() = default;
     // Moves on by one character and returns it; -1 at the end of the input and from then on.
     virtual signed char consume() = 0;
@@ -88,14 +85,21 @@ class Lexer {
     std::int32_t column = 0;  // of `c`, from 1; 0 before the first
 
   protected:
-    // The next characters of the source, valid until the next call; empty at its end.
-    virtual std::string_view nextRun() = 0;
-    // Takes the first character as the lookahead.
+    // Takes `la` as the current character; the source then brings the next one.
+    void advance() noexcept;
+
+    // For a source that has its characters at hand in runs: the first run, whose first character
+    // becomes the lookahead; the next one, valid until it is asked again and empty at the end; and
+    // what `consume` does for such a source.
     void start(std::string_view run);
-    // What `consume` does, the same for every source.
+    virtual std::string_view nextRun() { return {}; }
     signed char step();
+    // The run now stands at `to` instead of `from`.
+    void moveRun(const char* from, const char* to);
 
   private:
+    // The next character, from the run if there is one.
+    signed char one() { return next_ ? step() : consume(); }
     // The lookahead and what is at hand behind it; not at the end of the input.
     std::string_view ahead() const;
     // Consumes that many characters of `ahead()`, at least one.
@@ -112,7 +116,7 @@ class Lexer {
     struct GroupText;
     Token group(const GroupRules& rules);
 
-    const char* next_ = nullptr;  // behind the lookahead
+    const char* next_ = nullptr;  // behind the lookahead; null for a source without runs
     const char* end_ = nullptr;   // of the run that it stands in
 };
 
@@ -120,6 +124,9 @@ class Lexer {
 class FileLexer final : public Lexer {
   public:
     explicit FileLexer(File file);
+    FileLexer(const FileLexer&) = delete;
+    FileLexer& operator=(const FileLexer&) = delete;
+    ~FileLexer() override = default;
     signed char consume() override { return step(); }
 
   private:
@@ -132,11 +139,12 @@ class FileLexer final : public Lexer {
 class StringLexer final : public Lexer {
   public:
     explicit StringLexer(String text);
+    StringLexer(const StringLexer& other);
+    StringLexer& operator=(const StringLexer& other);
+    ~StringLexer() override = default;
     signed char consume() override { return step(); }
 
   private:
-    std::string_view nextRun() override { return {}; }
-
     String text_;
 };
 

@@ -147,6 +147,7 @@ class Chain {
 
 struct NameHash {
     std::size_t operator()(std::string_view name) const noexcept { return hashText(name); }
+    std::size_t operator()(const String& name) const noexcept { return name.hash(); }
 };
 // Finds things by their `name()`, in open addressing. Does not own them; equal names stand in it
 // once.
@@ -197,11 +198,6 @@ class NamedList {
 class Enumeration {
   public:
     explicit Enumeration(std::vector<String> values = {});
-    Enumeration(Enumeration&&) noexcept = default;
-    Enumeration& operator=(Enumeration&&) noexcept = default;
-    Enumeration(const Enumeration&) = delete;
-    Enumeration& operator=(const Enumeration&) = delete;
-    ~Enumeration() = default;
     // True when it has at least one value.
     bool isActive() const { return !values_.empty(); }
     // The place of the value spelled `text`, or none.
@@ -210,7 +206,7 @@ class Enumeration {
 
   private:
     std::vector<String> values_;
-    std::unordered_map<std::string_view, unsigned long, NameHash> places_;
+    std::unordered_map<String, unsigned long, NameHash> places_;
 };
 
 }  // namespace impl
@@ -419,9 +415,12 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
         Elements* elements;          // of an array; null while it has none
     };
 
-    // A new input in the memory of the node's scene; throws std::bad_alloc.
+    // A new input in the memory of the node's scene, with one reference, its holder's; `addTo` puts
+    // it at the end of `list`. They throw std::bad_alloc.
     static Input* create(Node* node, Input* parent, unsigned long position, const String& name,
                          AttrType type, std::uint32_t elementType);
+    static Input* addTo(NamedList<Input>& list, Node* node, Input* parent, const String& name,
+                        AttrType type, std::uint32_t elementType);
     Input(Node* node, Input* parent, unsigned long position, const String& name, AttrType type,
           std::uint32_t elementType);
     ~Input();
@@ -453,7 +452,7 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
     // Ends the life of this input in its node; counted references may keep the object.
     void leaveNode() noexcept;
 
-    std::atomic<std::uint32_t> references_{0};
+    std::atomic<std::uint32_t> references_{1};
     AttrType type_;
     std::uint32_t elementType_;  // an array's AttrType or a buffer's DataType
     String name_;

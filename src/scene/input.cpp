@@ -79,6 +79,18 @@ Input* Input::create(Node* node, Input* parent, unsigned long position, const St
     }
 }
 
+Input* Input::addTo(NamedList<Input>& list, Node* node, Input* parent, const String& name,
+                    AttrType type, std::uint32_t elementType) {
+    Input* const input = create(node, parent, list.size(), name, type, elementType);
+    try {
+        list.add(input);
+    } catch (...) {
+        input->release();
+        throw;
+    }
+    return input;
+}
+
 Input::Input(Node* node, Input* parent, unsigned long position, const String& name, AttrType type,
              std::uint32_t elementType)
     : type_(type),
@@ -170,12 +182,10 @@ Input* Input::createChild(const String& name, AttrType type, std::uint32_t eleme
     std::unique_ptr<NamedList<Input>> first;
     if (!isObject() || !value_.children) first = std::make_unique<NamedList<Input>>();
     NamedList<Input>& children = first ? *first : *value_.children;
-    RefersTo<Input> child(create(node_, this, children.size(), name, type, elementType));
-    children.add(child.get());
-    child->retain();  // for the list
+    Input* const child = addTo(children, node_, this, name, type, elementType);
     type_ = AttrType::Object;
     if (first) value_.children = first.release();
-    return child.get();
+    return child;
 }
 
 bool Input::hasInput(const String& name, AttrType type) const {
@@ -229,7 +239,6 @@ Input* Input::touch(unsigned long i) {
     ElementSlot& slot = value_.elements->slots[i];
     if (!slot.input()) {
         auto* const element = create(node_, this, i, String(), slot.type(), slot.elementType());
-        element->retain();  // for the array
         slot.touch(element);
     }
     return slot.input();

@@ -33,10 +33,7 @@ Input* Node::createArray(const String& name, AttrType elementType) {
 
 Input* Node::add(const String& name, AttrType type, std::uint32_t elementType) {
     if (name.isEmpty() || name[0] == '[' || input(name)) return nullptr;
-    RefersTo<Input> created(Input::create(this, nullptr, inputs_.size(), name, type, elementType));
-    inputs_.add(created.get());
-    created->retain();  // for the list
-    return created.get();
+    return Input::addTo(inputs_, this, nullptr, name, type, elementType);
 }
 
 Output* Node::output(const String& name) {
@@ -82,11 +79,11 @@ String Output::fullName() const { return node_->name() + "." + name_; }
 
 Enumeration::Enumeration(std::vector<String> values) : values_(std::move(values)) {
     for (unsigned long i = 0; i < values_.size(); ++i)
-        places_.emplace(values_[i].view(), i);
+        places_.emplace(values_[i], i);
 }
 
 std::optional<unsigned long> Enumeration::find(const String& text) const {
-    const auto found = places_.find(text.view());
+    const auto found = places_.find(text);
     if (found == places_.end()) return std::nullopt;
     return found->second;
 }
