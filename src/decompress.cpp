@@ -73,7 +73,6 @@ class BlockReader {
         : block_(block), out_(out), limit_(limit) {}
 
     bool read() {
-        if (block_.empty()) return fail("is empty");
         for (;;) {
             const unsigned char token = block_[at_++];
             if (!literals(token >> 4U)) return false;

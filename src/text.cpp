@@ -51,7 +51,9 @@ String::String(const char* text, unsigned long count)
                   : std::string_view()) {}
 
 String::String(std::string_view text)
-    : String(build(text.size(), [text](char* to) { std::memcpy(to, text.data(), text.size()); })) {}
+    : String(build(text.size(), [text](char* to) {
+          if (!text.empty()) std::memcpy(to, text.data(), text.size());
+      })) {}
 
 String::String(char c) : String(std::string_view(&c, 1)) {}
 

@@ -199,8 +199,8 @@ TEST(StringTest, HoldsMillionsOfCharacters) {
 
 // --- sharing
 
-TEST(StringTest, CopiesShareTheCharacters) {
-    const String text("shared");
+TEST(StringTest, CopiesShareTheCharactersOfALongText) {
+    const String text("shared by all its copies");
     const String copy(text);
     String assigned;
     assigned = text;
@@ -217,12 +217,29 @@ TEST(StringTest, CopyOutlivesTheOriginal) {
     EXPECT_EQ(str(copy), "outlived");
 }
 
-TEST(StringTest, MoveKeepsTheText) {
-    String text("moved");
+TEST(StringTest, MoveKeepsTheCharactersOfALongText) {
+    String text("moved from here to there");
     const char* const before = text.buf();
     const String taker(std::move(text));
     EXPECT_EQ(taker.buf(), before);
-    EXPECT_EQ(str(taker), "moved");
+    EXPECT_EQ(str(taker), "moved from here to there");
+}
+
+TEST(StringTest, TextsAroundTheLongestShortOneKeepTheirCharacters) {
+    for (unsigned long length = 13; length <= 18; ++length) {
+        SCOPED_TRACE(length);
+        const std::string characters(length, 'x');
+        String text{std::string_view(characters)};
+        const String copy(text);
+        String assigned("before");
+        assigned = text;
+        const String moved(std::move(text));
+        for (const String& each : {copy, assigned, moved}) {
+            EXPECT_EQ(str(each), characters);
+            EXPECT_EQ(each.buf()[length], '\0');
+        }
+        EXPECT_EQ(moved, copy);
+    }
 }
 
 TEST(StringTest, AssignmentToItselfKeepsTheText) {
