@@ -91,30 +91,37 @@ std::string_view Lexer::ahead() const {
     return {next_ - 1, static_cast<unsigned long>(end_ - next_) + 1};
 }
 
+void Lexer::skipInLine(unsigned long count) {
+    if (!next_) {
+        consume();
+        return;
+    }
+    if (c == '\n') {
+        add(line, 1);
+        column = 0;
+    }
+    add(column, count);
+    add(pos, count);
+    next_ += count - 1;
+    c = static_cast<signed char>(next_[-1]);
+    fetch();
+}
+
 void Lexer::skip(unsigned long count) {
     if (!next_) {
         consume();
         return;
     }
-    const char* const run = next_ - 1;
-    const char* const last = run + count - 1;
-    // What moves the line is a break before the last character.
-    const char* lineStart = c == '\n' ? run : nullptr;
-    if (lineStart) add(line, 1);
-    const auto breakFrom = [last](const char* from) {
-        const auto left = static_cast<unsigned long>(last - from);
-        return static_cast<const char*>(left ? std::memchr(from, '\n', left) : nullptr);
-    };
-    for (const char* at = breakFrom(run); at; at = breakFrom(lineStart)) {
-        lineStart = at + 1;
-        add(line, 1);
+    // A break moves the line for what follows it: those before the last character count here.
+    const char* at = next_ - 1;
+    const char* const last = at + count - 1;
+    while (
+        const auto* const lineEnd = static_cast<const char*>(
+            at == last ? nullptr : std::memchr(at, '\n', static_cast<unsigned long>(last - at)))) {
+        skipInLine(static_cast<unsigned long>(lineEnd + 1 - at));
+        at = lineEnd + 1;
     }
-    if (lineStart) column = 0;
-    add(column, static_cast<unsigned long>(last + 1 - (lineStart ? lineStart : run)));
-    add(pos, count);
-    c = static_cast<signed char>(*last);
-    next_ = last + 1;
-    fetch();
+    skipInLine(static_cast<unsigned long>(last + 1 - at));
 }
 
 FileLexer::FileLexer(File file) : file_(std::move(file)) { start(file_.readBlock()); }
@@ -167,7 +174,8 @@ void Lexer::skipBlanks() {
         one();
 }
 
-// Consumes the characters from the lookahead on that belong, and returns them.
+// Consumes the characters from the lookahead on that belong, no line break among them, and returns
+// them.
 template <class Belongs>
 String Lexer::take(Belongs belongs) {
     TextBuilder text;
@@ -178,11 +186,11 @@ String Lexer::take(Belongs belongs) {
         const std::string_view piece = run.substr(0, static_cast<unsigned long>(stop - run.data()));
         if (stop != end && text.isEmpty()) {
             String whole(piece);
-            skip(piece.size());
+            skipInLine(piece.size());
             return whole;
         }
         text.append(piece);
-        skip(piece.size());
+        skipInLine(piece.size());
     } while (belongs(la));
     return text.take();
 }
@@ -447,21 +455,23 @@ void KvtParser::prime(IScene* scene, Lexer* lexer) {
     }
 }
 
-Token::Type KvtParser::la(int i) const {
-    return ring_[static_cast<unsigned long>((head_ + i - 1) % lookahead_)].type;
+// The place of the i-th unread token in the ring.
+unsigned long KvtParser::slot(int i) const {
+    const int at = head_ + i - 1;
+    return static_cast<unsigned long>(at < lookahead_ ? at : at - lookahead_);
 }
 
-Token KvtParser::lt(int i) const {
-    return ring_[static_cast<unsigned long>((head_ + i - 1) % lookahead_)];
-}
+Token::Type KvtParser::la(int i) const { return ring_[slot(i)].type; }
+
+Token KvtParser::lt(int i) const { return ring_[slot(i)]; }
 
 Token KvtParser::consume() {
-    Token& slot = ring_[static_cast<unsigned long>(head_)];
-    lastToken_ = slot;
+    Token& first = ring_[slot(1)];
+    lastToken_ = first;
     nextToken_ = lexer_->nextToken();
     if (nextToken_.type == Token::Invalid) tokenError(nextToken_);
-    slot = nextToken_;
-    head_ = (head_ + 1) % lookahead_;
+    first = nextToken_;
+    head_ = head_ + 1 < lookahead_ ? head_ + 1 : 0;
     return lastToken_;
 }
 
@@ -1120,7 +1130,8 @@ void KvtParser::storeValue(const Walk& walk, AssignInfo& info) {
     Input& target = *walk.input;
     if (!fit(info, target)) return;
     declareSiblings(walk.parent, info.data);
-    target.assign(std::exchange(info.data, AttrData()));
+    target.assign(info.data);
+    info.data.type = AttrType::Null;  // what it carried is the target's now
     checkEnumeration(target);
 }
 

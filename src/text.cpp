@@ -55,8 +55,6 @@ String::String(std::string_view text)
           if (!text.empty()) std::memcpy(to, text.data(), text.size());
       })) {}
 
-String::String(char c) : String(std::string_view(&c, 1)) {}
-
 String::String(unsigned long number) : String(std::string_view(std::to_string(number))) {}
 
 // --- Hash ---------------------------------------------------------------------------------------

@@ -102,7 +102,10 @@ class String {
     // The first `count` characters at `text`; with a count of 0, up to its terminating NUL.
     String(const char* text, unsigned long count = 0);  // NOLINT: literals convert by themselves
     explicit String(std::string_view text);
-    explicit String(char c);
+    explicit String(char c) noexcept {
+        bytes_[0] = c;
+        bytes_[tag] = longestShort - 1;
+    }
     // The decimal text of `number`.
     explicit String(unsigned long number);
     String(const String& other) noexcept {
@@ -123,7 +126,11 @@ class String {
         return *this;
     }
     String& operator=(String&& other) noexcept {
-        swap(other);
+        if (isShort() && other.isShort()) {
+            std::memcpy(bytes_, other.bytes_, sizeof bytes_);
+        } else {
+            swap(other);
+        }
         return *this;
     }
     ~String() {

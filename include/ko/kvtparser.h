@@ -102,7 +102,8 @@ class Lexer {
     signed char one() { return next_ ? step() : consume(); }
     // The lookahead and what is at hand behind it; not at the end of the input.
     std::string_view ahead() const;
-    // Consumes that many characters of `ahead()`, at least one.
+    // Consumes that many characters of `ahead()`, at least one; no line break among them, or any.
+    void skipInLine(unsigned long count);
     void skip(unsigned long count);
     void fetch();
 
@@ -242,6 +243,7 @@ class KvtParser {
 
     Scene& scene() const { return static_cast<Scene&>(*scene_); }
 
+    unsigned long slot(int i) const;
     bool statement();
     bool isNamed(const char* keyword, Token::Type end) const;
     Token takeName();
