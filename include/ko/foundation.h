@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdarg>
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <string_view>
@@ -246,15 +247,16 @@ class String {
 
     // Shares `buffer`.
     explicit String(TextBuffer* buffer) noexcept {
-        std::memcpy(bytes_, &buffer, sizeof buffer);
+        const auto address = reinterpret_cast<std::uintptr_t>(buffer);
+        std::memcpy(bytes_, &address, sizeof address);
         bytes_[tag] = sharedMark;
         buffer->retain();
     }
     bool isShort() const noexcept { return static_cast<signed char>(bytes_[tag]) >= 0; }
     TextBuffer* buffer() const noexcept {
-        TextBuffer* buffer = nullptr;
-        std::memcpy(&buffer, bytes_, sizeof buffer);
-        return buffer;
+        std::uintptr_t address = 0;
+        std::memcpy(&address, bytes_, sizeof address);
+        return reinterpret_cast<TextBuffer*>(address);
     }
     void forget() noexcept {
         std::memset(bytes_, 0, sizeof bytes_);
