@@ -109,12 +109,13 @@ KO_AVX2 inline Masks masksOf(const char* at, __m256i low, __m256i high) {
             joined(_mm256_cmpeq_epi8(first, zero), _mm256_cmpeq_epi8(second, zero))};
 }
 
-// Copies at least `length` characters, up to a multiple of 16 of them; returns where they end.
-KO_AVX2 inline char* copyOver(const char* from, char* to, unsigned long length) {
+// Appends `length` characters at `from`; writes up to a multiple of 16 of them.
+KO_AVX2 inline void append(Copied& copied, const char* from, unsigned long length) {
     constexpr unsigned long step = 16;  // known to the compiler: one load and one store
     for (unsigned long done = 0; done < length; done += step)
-        std::memcpy(to + done, from + done, step);
-    return to + length;
+        std::memcpy(copied.written + done, from + done, step);
+    copied.written += length;
+    copied.read = from + length;
 }
 
 // 64 characters at a time, the last of them by the plain path: each run of a number is copied
@@ -137,8 +138,7 @@ KO_AVX2 Copied copyNumbers(const char* from, const char* end, char* to, Group gr
             const unsigned long length =
                 behind ? std::min(left, static_cast<unsigned long>(_tzcnt_u64(behind))) : left;
             if (start != 0 || !inNumber) *done.written++ = ' ';
-            done.written = copyOver(from + start, done.written, length);
-            done.read = from + start + length;
+            append(done, from + start, length);
             numbers = start + length < 64 ? numbers >> (start + length) << (start + length) : 0;
         }
         if (masks.other) return done;
