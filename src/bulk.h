@@ -13,8 +13,8 @@ namespace ko::bulk {
 enum class Group { Parens, Braces };
 
 struct Copied {
-    const char* read;  // behind the last character taken, which is one of a number
-    char* written;     // behind the last one written
+    const char* read = nullptr;  // behind the last character taken, which is one of a number
+    char* written = nullptr;     // behind the last one written
 };
 
 // Copies the numbers at `from`, which is on a character of a number, one space between them

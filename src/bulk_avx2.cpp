@@ -125,7 +125,9 @@ KO_AVX2 Copied copyNumbers(const char* from, const char* end, char* to, Group gr
     const ClassTables& tables = group == Group::Parens ? parensTables : bracesTables;
     const __m256i low = broadcast(tables.low);
     const __m256i high = broadcast(tables.high);
-    Copied done{from, to};
+    Copied done;
+    done.read = from;
+    done.written = to;
     bool inNumber = true;
     while (end - from >= step + 16) {
         const Masks masks = masksOf(from, low, high);
