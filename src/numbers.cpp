@@ -1,8 +1,12 @@
-// Numbers from text. The grammar is checked here, digit by digit, and the value is left to the
-// standard library, which rounds correctly and knows no locale.
+// Numbers from text. The grammar is checked here, digit by digit; reals that plain arithmetic
+// rounds correctly are converted here too, the others by the standard library. Neither knows a
+// locale.
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <string_view>
 #include <type_traits>
@@ -80,57 +84,121 @@ template bool parseInteger(std::string_view, unsigned long&, String::Radix) noex
 
 namespace {
 
-unsigned long digitsAt(std::string_view text, unsigned long start) noexcept {
-    unsigned long end = start;
-    while (end < text.size() && String::isDigit(text[end]))
-        ++end;
-    return end - start;
-}
+__extension__ using Wide = unsigned __int128;
 
-// decimal = digits [ "." [ digits ] ] | "." digits, then [ "e" [ "+" | "-" ] digits ]
-// True when `text` is just that.
-bool isDecimal(std::string_view text) noexcept {
-    const unsigned long whole = digitsAt(text, 0);
-    unsigned long at = whole;
-    unsigned long fraction = 0;
-    if (at < text.size() && text[at] == '.') {
-        fraction = digitsAt(text, at + 1);
-        at += 1 + fraction;
-    }
-    if (whole + fraction == 0) return false;
-    if (at == text.size()) return true;
-    if (ascii::lower(text[at]) != 'e') return false;
-    ++at;
-    if (at < text.size() && (text[at] == '+' || text[at] == '-')) ++at;
-    const unsigned long exponent = digitsAt(text, at);
-    return exponent > 0 && at + exponent == text.size();
-}
-
-// Whether a decimal that no finite value can hold lies beyond the largest, and not below the
-// smallest: its first digit that counts stands left of the point, the exponent applied.
-bool isHuge(std::string_view text) noexcept {
-    const unsigned long e = std::min(text.find_first_of("eE"), text.size());
-    const std::string_view mantissa = text.substr(0, e);
-    const unsigned long first = mantissa.find_first_of("123456789");
-    const unsigned long point = std::min(mantissa.find('.'), mantissa.size());
-    if (e == text.size()) return first < point;
-    std::string_view digits = text.substr(e + 1);
-    const bool negative = digits.front() == '-';
-    if (negative || digits.front() == '+') digits.remove_prefix(1);
-    const auto saturated = std::numeric_limits<long>::max() / 4;
+// mantissa * 10^exponent. The mantissa holds the first 19 digits that count.
+struct Decimal {
+    std::uint64_t mantissa = 0;
     long exponent = 0;
-    for (const char c : digits)
-        if (exponent < saturated / 10) exponent = exponent * 10 + (c - '0');
-    const long place = static_cast<long>(point) - static_cast<long>(first);
-    return place + (negative ? -exponent : exponent) > 0;
+    bool isWhole = true;  // false when digits are missing
+};
+
+// Takes the digits at `at`, with the point behind or before them; returns how many.
+unsigned long takeDigits(const char*& at, const char* end, bool behindPoint, Decimal& decimal) {
+    constexpr std::uint64_t full = 1'000'000'000'000'000'000;
+    const char* const begin = at;
+    for (; at != end && String::isDigit(*at); ++at) {
+        const auto digit = static_cast<std::uint64_t>(*at - '0');
+        if (decimal.mantissa < full) {
+            decimal.mantissa = decimal.mantissa * 10 + digit;
+            if (behindPoint) --decimal.exponent;
+        } else {
+            if (digit != 0) decimal.isWhole = false;
+            if (!behindPoint) ++decimal.exponent;
+        }
+    }
+    return static_cast<unsigned long>(at - begin);
+}
+
+// exponent = "e" [ "+" | "-" ] digits
+bool takeExponent(const char*& at, const char* end, Decimal& decimal) {
+    constexpr long beyondAll = 1'000'000'000'000;  // no text has digits enough to bring it back
+    if (ascii::lower(*at++) != 'e') return false;
+    const bool negative = at != end && *at == '-';
+    if (at != end && (*at == '-' || *at == '+')) ++at;
+    const char* const begin = at;
+    long exponent = 0;
+    for (; at != end && String::isDigit(*at); ++at)
+        exponent = std::min(exponent * 10 + (*at - '0'), beyondAll);
+    decimal.exponent += negative ? -exponent : exponent;
+    return at != begin;
+}
+
+// decimal = digits [ "." [ digits ] ] | "." digits, then [ exponent ]
+// True when `text` is just that.
+bool splitDecimal(std::string_view text, Decimal& decimal) {
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    unsigned long digits = takeDigits(at, end, false, decimal);
+    if (at != end && *at == '.') digits += takeDigits(++at, end, true, decimal);
+    if (digits == 0) return false;
+    return at == end || (takeExponent(at, end, decimal) && at == end);
+}
+
+int bitLength(std::uint64_t number) { return number == 0 ? 0 : 64 - __builtin_clzl(number); }
+
+// number / 10^power, rounded once. 5^power fits 63 bits.
+template <class Real>
+Real quotient(std::uint64_t number, int power) {
+    std::uint64_t divisor = 1;
+    for (int i = 0; i < power; ++i)
+        divisor *= 5;
+    // Shifted so that the result has at least 63 bits, more than any Real keeps.
+    const int shift = 63 + bitLength(divisor) - bitLength(number);
+    const Wide dividend = Wide(number) << shift;
+    const auto bits = static_cast<std::uint64_t>(dividend / divisor);
+    const bool isExact = dividend % divisor == 0;
+    const int dropped = bitLength(bits) - std::numeric_limits<Real>::digits;
+    const std::uint64_t half = std::uint64_t(1) << (dropped - 1);
+    const std::uint64_t rest = bits & (2 * half - 1);
+    std::uint64_t kept = bits >> dropped;
+    if (rest > half || (rest == half && (!isExact || kept % 2 != 0))) ++kept;
+    return std::ldexp(static_cast<Real>(kept), dropped - shift - power);
+}
+
+// A double that lies just between two floats may stand for a number beside it.
+bool isBetweenFloats(double number) {
+    constexpr std::uint64_t lostBits = 0x1FFFFFFF;
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &number, sizeof bits);
+    return (bits & lostBits) == (lostBits + 1) / 2;
+}
+
+// The value where plain arithmetic rounds it once; false elsewhere.
+template <class Real>
+bool convertExactly(const Decimal& decimal, Real& magnitude) {
+    constexpr double powers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                 1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    constexpr long largestPower = 22;
+    constexpr long largestDivisor = 27;
+    constexpr std::uint64_t exactLimit = std::uint64_t(1) << 53;
+    if (!decimal.isWhole) return false;
+    const long exponent = decimal.exponent;
+    if (decimal.mantissa <= exactLimit && std::abs(exponent) <= largestPower) {
+        const auto mantissa = static_cast<double>(decimal.mantissa);
+        const double value =
+            exponent < 0 ? mantissa / powers[-exponent] : mantissa * powers[exponent];
+        magnitude = static_cast<Real>(value);
+        if (std::is_same_v<Real, double> || !isBetweenFloats(value)) return true;
+    }
+    if (exponent > 0 || exponent < -largestDivisor) return false;
+    magnitude = quotient<Real>(decimal.mantissa, static_cast<int>(-exponent));
+    return true;
 }
 
 template <class Real>
 bool readDecimal(std::string_view text, Real& magnitude) noexcept {
+    Decimal decimal;
+    if (!splitDecimal(text, decimal)) return false;
+    if (decimal.mantissa == 0) return true;
+    if (convertExactly(decimal, magnitude)) return true;
     const auto result = std::from_chars(text.data(), text.data() + text.size(), magnitude);
     if (result.ec == std::errc()) return std::isfinite(magnitude);
+    // No value can hold it: it is far above 1, and refused, or far below, and zero.
+    constexpr long digitsOfMantissa = 19;
     magnitude = 0;
-    return !isHuge(text);
+    return decimal.exponent <= -digitsOfMantissa;
 }
 
 template <class Real>
@@ -150,9 +218,11 @@ bool readReal(std::string_view text, Real& out) noexcept {
     const bool negative = !text.empty() && text.front() == '-';
     if (negative || (!text.empty() && text.front() == '+')) text.remove_prefix(1);
     Real magnitude = 0;
-    if (!readWord(text, magnitude)) {
+    const bool isNumber = !text.empty() && (String::isDigit(text.front()) || text.front() == '.');
+    if (isNumber || !readWord(text, magnitude)) {
+        magnitude = 0;
         if (!text.empty() && ascii::lower(text.back()) == 'f') text.remove_suffix(1);
-        if (!isDecimal(text) || !readDecimal(text, magnitude)) return false;
+        if (!readDecimal(text, magnitude)) return false;
     }
     out = std::copysign(magnitude, negative ? Real(-1) : Real(1));
     return true;
