@@ -324,10 +324,11 @@ struct Lexer::GroupText {
         while (at != end && !isClosed) {
             if (chars::is(*at, chars::GroupNumber)) {
                 endGap(*at);
-                char* const to =
-                    text.reserve(static_cast<unsigned long>(end - at) + bulk::copySlack);
+                const unsigned long step = std::min(static_cast<unsigned long>(end - at),
+                                                    std::max(shortStep, text.size()));
+                char* const to = text.reserve(step + bulk::copySlack);
                 const bulk::Copied copied =
-                    bulk::operations().copyNumbers(at, end, to, rules.group);
+                    bulk::operations().copyNumbers(at, at + step, to, rules.group);
                 text.finishAt(copied.written);
                 at = copied.read;
             } else if (chars::is(*at, rules.gap)) {
@@ -346,6 +347,9 @@ struct Lexer::GroupText {
     }
 
   private:
+    // Room is made for as much as there is already, so that a short group stays in the builder.
+    static constexpr unsigned long shortStep = 128;
+
     // The outermost delimiters are kept, those inside dropped.
     void delimiter(char ch) {
         endGap(ch);
@@ -860,6 +864,15 @@ String shownPath(const ds::Vector<Token>& path, const Node* node) {
 
 }  // namespace
 
+void KvtParser::AssignInfo::clear() {
+    path.clear();
+    refPath.clear();
+    for (Token* const t : {&token0, &token1, &token2, &token3, &token4})
+        *t = Token();
+    gotScalar = gotBuffer = gotReference = gotIdentifier = false;
+    data = AttrData();
+}
+
 String KvtParser::AssignInfo::valueString() const {
     constexpr unsigned long longest = 20;
     String text = token0.text;
@@ -871,9 +884,9 @@ String KvtParser::AssignInfo::valueString() const {
 struct KvtParser::Walk {
     Node& node;
     const AssignInfo& info;
-    ds::Vector<const Token*> steps;  // names and indices, without the dots
-    Input* input = nullptr;          // reached so far
-    Input* parent = nullptr;         // the one before it
+    ds::Vector<const Token*>& steps;  // names and indices, without the dots
+    Input* input = nullptr;           // reached so far
+    Input* parent = nullptr;          // the one before it
 };
 
 // What a step should lead to.
@@ -884,11 +897,13 @@ struct KvtParser::Expected {
 
 // assign = path ( reference | value )
 bool KvtParser::parseAssign() {
-    AssignInfo info;
+    AssignInfo& info = assignment_;
+    info.clear();
     if (!path(info.path)) return false;
     const PayloadGuard guard(scene(), info.data);
     if (!connect(info) && !value(info)) return false;
-    Walk walk{assignedNode(info), info, {}};
+    steps_.clear();
+    Walk walk{assignedNode(info), info, steps_};
     Input* const target = reachTarget(walk);
     if (!target) {
         parseError("input '%s' not found.", shownPath(info.path, &walk.node).buf());
@@ -1122,8 +1137,12 @@ void declareSiblings(Input* parent, const AttrData& data) {
 
 // The last assignment to an input wins.
 void KvtParser::postpone(PendingMap& pending, Input& target, AssignInfo&& info) {
-    if (!pending.findNode(&target)) held_.push_back(RefersTo<IInput>(&target));
-    pending.find(&target) = std::move(info);
+    if (auto* const earlier = pending.findNode(&target)) {
+        earlier->value = std::move(info);
+        return;
+    }
+    held_.push_back(RefersTo<IInput>(&target));
+    pending.insert(&target, std::move(info));
 }
 
 void KvtParser::storeValue(const Walk& walk, AssignInfo& info) {
@@ -1174,8 +1193,8 @@ void KvtParser::checkEnumeration(const Input& target) {
 // === Resolution =================================================================================
 
 void KvtParser::resolveConnections() {
-    for (IInput* const input : pendingConnections.keys())
-        connectTo(*input, collapse(pendingConnections.find(input).refPath));
+    pendingConnections.forEach(
+        [this](const auto& entry) { connectTo(*entry.key, collapse(entry.value.refPath)); });
 }
 
 // output = node "." name, the only shape of a path that names one
@@ -1205,17 +1224,17 @@ void KvtParser::connectTo(IInput& input, const String& path) {
 }
 
 void KvtParser::resolveIdentifiers() {
-    for (IInput* const input : pendingIdentifiers.keys()) {
-        const Token reference = pendingIdentifiers.find(input).token4;
+    pendingIdentifiers.forEach([this](const auto& entry) {
+        const Token& reference = entry.value.token4;
         const bool isNull = reference.type == Token::Null;
         Node* const node = isNull ? nullptr : scene().findNode(reference.text);
         if (isNull || node) {
-            input->setNode(node);
+            entry.key->setNode(node);
         } else {
             logWarning("Cannot assign nonexistent node %s to %s.", reference.text.buf(),
-                       input->fullName().buf());
+                       entry.key->fullName().buf());
         }
-    }
+    });
 }
 
 // === Entry points ===============================================================================

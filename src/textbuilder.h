@@ -18,6 +18,7 @@ class TextBuilder {
     ~TextBuilder() { TextBuffer::destroy(buffer_); }
 
     bool isEmpty() const noexcept { return end_ == begin(); }
+    unsigned long size() const noexcept { return static_cast<unsigned long>(end_ - begin()); }
     char last() const noexcept { return end_[-1]; }
 
     void push(char c) {
@@ -49,8 +50,6 @@ class TextBuilder {
     static constexpr unsigned long inlineRoom = 256;
 
     const char* begin() const noexcept { return buffer_ ? buffer_->chars() : inline_; }
-    unsigned long size() const noexcept { return static_cast<unsigned long>(end_ - begin()); }
-
     void grow(unsigned long count) {
         const unsigned long length = size();
         const unsigned long room = std::max(length + count, 2 * length);

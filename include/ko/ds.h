@@ -155,7 +155,7 @@ class HashMap {
     }
 
     // Appends a node; of two nodes with one hash the earlier is found.
-    Node& insert(const K& key, const V& value) { return append({hashOf(key), key, value}); }
+    Node& insert(const K& key, V value) { return append({hashOf(key), key, std::move(value)}); }
 
     // The node for `key`, or null; valid until the next insertion.
     Node* findNode(const K& key) { return find(hashOf(key)); }

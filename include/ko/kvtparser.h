@@ -168,6 +168,8 @@ class KvtParser {
         bool gotIdentifier = false;
         AttrData data;
 
+        // As just made, but with the memory that its paths have.
+        void clear();
         // The value for messages: at most 20 characters and "...", "[]" behind a buffer's type.
         String valueString() const;
     };
@@ -281,6 +283,9 @@ class KvtParser {
     Node* withNode_ = nullptr;
     ds::Vector<Node*> definedNodes_;
 
+    // What an assignment is read into, one after the other.
+    AssignInfo assignment_;
+    ds::Vector<const Token*> steps_;
     // Keeps the inputs of the pending maps alive, one reference each.
     ds::Vector<RefersTo<interfaces::IInput>> held_;
 
