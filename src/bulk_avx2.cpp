@@ -175,7 +175,8 @@ struct Quad {
     __m256i mantissa;  // below 10^16
     __m256i negative;  // 1 or 0
     __m256d scale;     // 10^digits behind the point
-    unsigned odd;      // a bit for each number that is not plain
+    unsigned pointed;  // a bit for each number with a point
+    unsigned odd;      // a bit for each that is not plain
 };
 
 constexpr double powersOf10[lanes] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
@@ -198,6 +199,7 @@ struct Pair {
     __m256i digits;  // four 16-bit sums of four digits in each half, as 32-bit words
     unsigned minus[2];
     unsigned fraction[2];  // digits behind the point
+    unsigned pointed;
     unsigned odd;
 };
 
@@ -223,6 +225,7 @@ KO_AVX2 inline Pair readPair(const Piece* pieces) {
         const unsigned ownPoints = (points >> (lanes * i)) & 0xFFFF;
         point[i] = ownPoints ? static_cast<int>(_tzcnt_u32(ownPoints)) : -1;
         pair.minus[i] = ownMinus != 0;
+        pair.pointed |= static_cast<unsigned>(ownPoints != 0) << i;
         pair.fraction[i] = ownPoints ? static_cast<unsigned>(lanes - 1 - point[i]) : 0;
         // Digits there must be, beside a sign at the front and one point.
         const long digits = lengths[i] - pair.minus[i] - (ownPoints != 0);
@@ -260,7 +263,7 @@ KO_AVX2 inline Quad readQuad(const Piece* pieces) {
             _mm256_setr_epi64x(first.minus[0], first.minus[1], second.minus[0], second.minus[1]),
             _mm256_setr_pd(powersOf10[first.fraction[0]], powersOf10[first.fraction[1]],
                            powersOf10[second.fraction[0]], powersOf10[second.fraction[1]]),
-            first.odd | second.odd << 2U};
+            first.pointed | second.pointed << 2U, first.odd | second.odd << 2U};
 }
 
 KO_AVX2 inline unsigned whereTrue(__m256i wide) {
@@ -295,9 +298,7 @@ KO_AVX2 inline void store(Quad& numbers, Integer* out) {
     constexpr bool isSigned = std::is_signed_v<Integer>;
     const __m256i none = _mm256_setzero_si256();
     const __m256i isNegative = _mm256_sub_epi64(none, numbers.negative);
-    const __m256d one = _mm256_set1_pd(1);
-    numbers.odd |=
-        static_cast<unsigned>(_mm256_movemask_pd(_mm256_cmp_pd(numbers.scale, one, _CMP_NEQ_OQ)));
+    numbers.odd |= numbers.pointed;
     if (!isSigned) numbers.odd |= whereTrue(isNegative);
     if (sizeof(Integer) < 8) {
         const __m256i largest =

@@ -174,11 +174,15 @@ void Lexer::skipBlanks() {
         one();
 }
 
-// Consumes the characters from the lookahead on that belong, no line break among them, and returns
-// them.
+// Consumes the lookahead, whatever it is, and the characters behind it that belong; returns them.
+// No line break belongs.
 template <class Belongs>
 String Lexer::take(Belongs belongs) {
     TextBuilder text;
+    if (la == '\n') {
+        text.push(static_cast<char>(one()));
+        if (!belongs(la)) return text.take();
+    }
     do {
         const std::string_view run = ahead();
         const char* const end = run.data() + run.size();
@@ -358,7 +362,7 @@ struct Lexer::GroupText {
         } else if (ch == rules.close && depth > 0) {
             --depth;
         } else {
-            isClosed = ch == rules.close;
+            isClosed = ch == rules.close && !text.isEmpty();
             text.push(ch);
         }
     }
@@ -368,7 +372,8 @@ struct Lexer::GroupText {
     void endGap(char next) {
         const int parts = std::exchange(gapParts, 0);
         inBlanks = false;
-        if (parts == 0 || text.isEmpty() || text.last() == ' ' || text.last() == rules.open) return;
+        const bool isCovered = !text.isEmpty() && (text.last() == ' ' || text.last() == rules.open);
+        if (parts == 0 || isCovered) return;
         if (next != rules.close || parts > 1) text.push(' ');
     }
 };

@@ -26,6 +26,7 @@ class TextBuilder {
         ++end_;
     }
     void append(std::string_view text) {
+        if (text.empty()) return;
         std::memcpy(reserve(text.size()), text.data(), text.size());
         end_ += text.size();
     }

@@ -1,0 +1,1688 @@
+// Work on long runs of characters: copying and converting numbers, on each path of this machine;
+// texts that grow; and a lexer that takes its source in runs, against one that takes single
+// characters.
+
+#include <ko/foundation.h>
+#include <ko/kvtparser.h>
+#include <ko/scene.h>
+#include <ko/types.h>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <initializer_list>
+#include <iterator>
+#include <limits>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "bulk.h"
+#include "reading.h"
+#include "textbuilder.h"
+#include "tokens.h"
+
+namespace {
+
+using ko::DataType;
+using ko::File;
+using ko::String;
+using ko::TextBuilder;
+using ko::bulk::Group;
+using ko::bulk::Path;
+using ko::mirel_sdk::impl::FileLexer;
+using ko::mirel_sdk::impl::Lexer;
+using ko::mirel_sdk::impl::Scene;
+using ko::mirel_sdk::impl::StringLexer;
+using ko::mirel_sdk::impl::Token;
+using kvt::test::Reading;
+using std::string_literals::operator""s;
+using std::string_view_literals::operator""sv;
+
+namespace fs = std::filesystem;
+
+// --- What the tests share
+
+// The same numbers on every run.
+class Random {
+  public:
+    explicit Random(std::uint64_t seed) : state_(seed) {}
+    std::uint64_t next() {
+        state_ += 0x9E3779B97F4A7C15;
+        std::uint64_t bits = state_;
+        bits = (bits ^ (bits >> 30)) * 0xBF58476D1CE4E5B9;
+        bits = (bits ^ (bits >> 27)) * 0x94D049BB133111EB;
+        return bits ^ (bits >> 31);
+    }
+    unsigned long below(unsigned long limit) { return next() % limit; }
+    bool oneIn(unsigned long count) { return below(count) == 0; }
+    char oneOf(std::string_view set) { return set[below(set.size())]; }
+
+  private:
+    std::uint64_t state_;
+};
+
+std::string digits(Random& random, unsigned long count) {
+    std::string text;
+    while (text.size() < count)
+        text += static_cast<char>('0' + random.below(10));
+    return text;
+}
+
+// The text in a block of just its size, beyond which nothing may be read.
+class Block {
+  public:
+    explicit Block(std::string_view text) : chars_(new char[text.size()]), size_(text.size()) {
+        std::copy(text.begin(), text.end(), chars_.get());
+    }
+    std::string_view view() const { return {chars_.get(), size_}; }
+
+  private:
+    std::unique_ptr<char[]> chars_;
+    unsigned long size_;
+};
+
+const ko::bulk::Operations& operationsOf(Path path) {
+    return path == Path::Avx2 ? ko::bulk::avx2Operations : ko::bulk::plainOperations;
+}
+
+// Takes a path until it goes out of scope.
+class PathGuard {
+  public:
+    explicit PathGuard(Path path) { ko::bulk::usePath(path); }
+    PathGuard(const PathGuard&) = delete;
+    PathGuard& operator=(const PathGuard&) = delete;
+    ~PathGuard() { ko::bulk::usePath(former_); }
+
+  private:
+    Path former_ = &ko::bulk::operations() == &ko::bulk::plainOperations ? Path::Plain : Path::Avx2;
+};
+
+// Tests that run once on each path that this machine can take.
+class BulkPaths : public testing::TestWithParam<Path> {
+  protected:
+    void SetUp() override {
+        if (!ko::bulk::hasPath(GetParam())) GTEST_SKIP() << "not on this machine";
+    }
+    static const ko::bulk::Operations& operations() { return operationsOf(GetParam()); }
+};
+
+INSTANTIATE_TEST_SUITE_P(, BulkPaths, testing::Values(Path::Plain, Path::Avx2),
+                         [](const auto& path) {
+                             return path.param == Path::Plain ? "Plain" : "Avx2";
+                         });
+
+TEST(PlainPath, IsOnEveryMachine) { EXPECT_TRUE(ko::bulk::hasPath(Path::Plain)); }
+
+TEST_P(BulkPaths, AreTakenWhenAskedFor) {
+    const ko::bulk::Operations& former = ko::bulk::operations();
+    {
+        const PathGuard guard(GetParam());
+        EXPECT_EQ(&operations(), &ko::bulk::operations());
+    }
+    EXPECT_EQ(&former, &ko::bulk::operations());
+}
+
+// --- Copying
+
+constexpr std::string_view numberCharacters = "0123456789abcdefABCDEF+-.IiNnUu";
+constexpr Group bothGroups[] = {Group::Parens, Group::Braces};
+
+bool isBlank(char c) { return (c >= 0 && c <= ' ') || c == '\x7F'; }
+
+std::string_view separatorsOf(Group group) { return group == Group::Parens ? ",[]{}" : ",()[]"; }
+
+enum class Kind : unsigned char { Other, Number, Gap };
+
+using Kinds = std::array<Kind, 256>;
+
+Kinds makeKinds(Group group) {
+    Kinds kinds{};
+    for (int code = -128; code < 128; ++code) {
+        const char c = static_cast<char>(code);
+        Kind& kind = kinds[static_cast<unsigned char>(c)];
+        if (numberCharacters.find(c) != std::string_view::npos) kind = Kind::Number;
+        if (isBlank(c) || separatorsOf(group).find(c) != std::string_view::npos) kind = Kind::Gap;
+    }
+    return kinds;
+}
+
+Kind kindOf(char c, Group group) {
+    static const Kinds inParens = makeKinds(Group::Parens);
+    static const Kinds inBraces = makeKinds(Group::Braces);
+    return (group == Group::Parens ? inParens : inBraces)[static_cast<unsigned char>(c)];
+}
+
+std::string gapsOf(Group group) {
+    std::string gaps;
+    for (int code = -128; code < 128; ++code)
+        if (kindOf(static_cast<char>(code), group) == Kind::Gap) gaps += static_cast<char>(code);
+    return gaps;
+}
+
+struct Copy {
+    unsigned long read = 0;
+    std::string written;
+};
+
+Copy copyByRule(std::string_view text, Group group) {
+    Copy copy;
+    bool inGap = false;
+    for (unsigned long i = 0; i < text.size(); ++i) {
+        const Kind kind = kindOf(text[i], group);
+        if (kind == Kind::Other) break;
+        if (kind == Kind::Number) {
+            if (inGap) copy.written += ' ';
+            copy.written += text[i];
+            copy.read = i + 1;
+        }
+        inGap = kind == Kind::Gap;
+    }
+    return copy;
+}
+
+// Characters as they can be told apart in a message.
+std::string shown(std::string_view text) {
+    std::string all;
+    for (const char c : text) {
+        char code[5];
+        std::snprintf(code, sizeof code, "\\x%02X", static_cast<unsigned>(c) & 0xFF);
+        all += c > ' ' && c < '\x7F' ? std::string(1, c) : code;
+    }
+    return all;
+}
+
+class Copying : public BulkPaths {
+  protected:
+    static void expectCopy(std::string_view text, Group group) {
+        constexpr char untouched = '\xA5';
+        constexpr unsigned long guard = 256;
+        const Copy expected = copyByRule(text, group);
+        const Block block(text);
+        const std::string_view from = block.view();
+        const unsigned long room = text.size() + ko::bulk::copySlack;
+        std::string to(room + guard, untouched);
+        const ko::bulk::Copied copied =
+            operations().copyNumbers(from.data(), from.data() + from.size(), to.data(), group);
+        ASSERT_EQ(expected.read, static_cast<unsigned long>(copied.read - from.data()))
+            << shown(text);
+        ASSERT_EQ(expected.written.size(), static_cast<unsigned long>(copied.written - to.data()))
+            << shown(text);
+        ASSERT_EQ(0, to.compare(0, expected.written.size(), expected.written))
+            << shown(text) << "\nbecame " << shown(to);
+        ASSERT_EQ(std::string::npos, to.find_first_not_of(untouched, room)) << shown(text);
+    }
+
+    static void expectCopies(std::string_view text) {
+        for (const Group group : bothGroups)
+            ASSERT_NO_FATAL_FAILURE(expectCopy(text, group));
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(, Copying, testing::Values(Path::Plain, Path::Avx2), [](const auto& path) {
+    return path.param == Path::Plain ? "Plain" : "Avx2";
+});
+
+TEST_P(Copying, KnowsEveryByteWhereverItStands) {
+    constexpr unsigned long places[] = {1,  2,  15,  16,  17,  31,  32,  33,  47,  48, 49,
+                                        61, 62, 63,  64,  65,  66,  78,  79,  80,  81, 95,
+                                        96, 97, 126, 127, 128, 129, 143, 144, 145, 160};
+    for (int code = -128; code < 128; ++code) {
+        for (const unsigned long place : places) {
+            for (const char around : {'7', ' '}) {
+                std::string text(place + 1, around);
+                text[0] = '1';
+                text[place] = static_cast<char>(code);
+                ASSERT_NO_FATAL_FAILURE(expectCopies(text));
+                text += std::string(80, around) + "9";
+                ASSERT_NO_FATAL_FAILURE(expectCopies(text));
+            }
+        }
+    }
+}
+
+TEST_P(Copying, TakesTextsOfEveryLength) {
+    for (unsigned long length = 1; length <= 300; ++length) {
+        for (const std::string_view pattern :
+             {"1", "1 ", "12 ", "1, ", "-1.5 ", "1   ", "1234567 "}) {
+            std::string text;
+            while (text.size() < length)
+                text += pattern;
+            text.resize(length);
+            ASSERT_NO_FATAL_FAILURE(expectCopies(text));
+        }
+    }
+}
+
+TEST_P(Copying, TakesRunsOfEveryLengthFromEveryPlace) {
+    for (unsigned long length = 1; length <= 200; ++length) {
+        for (unsigned long before = 0; before <= 66; ++before) {
+            const Group group = bothGroups[(length + before) % 2];
+            std::string text = "1" + std::string(before, ' ');
+            text.append(length, 'e').append(" 2");
+            ASSERT_NO_FATAL_FAILURE(expectCopy(text, group));
+            if (before % 8 != 0) continue;
+            text.append(80, ' ').append("3");
+            ASSERT_NO_FATAL_FAILURE(expectCopy(text, group));
+        }
+    }
+}
+
+TEST_P(Copying, MakesEveryGapOneSpace) {
+    Random random(1);
+    for (const Group group : bothGroups) {
+        const std::string gaps = gapsOf(group);
+        for (unsigned long length = 1; length <= 200; ++length) {
+            for (const char kind : gaps) {
+                if (length > 4 && !random.oneIn(8)) continue;
+                const std::string gap(length, kind);
+                ASSERT_NO_FATAL_FAILURE(expectCopy("1" + gap + "2", group));
+                ASSERT_NO_FATAL_FAILURE(expectCopy("1" + gap, group));
+                ASSERT_NO_FATAL_FAILURE(
+                    expectCopy("12" + gap + "345" + gap + std::string(81, '6'), group));
+            }
+            std::string mixed = "1";
+            for (unsigned long i = 0; i < length; ++i)
+                mixed += random.oneOf(gaps);
+            ASSERT_NO_FATAL_FAILURE(expectCopy(mixed, group));
+            ASSERT_NO_FATAL_FAILURE(expectCopy(mixed + mixed + mixed, group));
+        }
+    }
+}
+
+TEST_P(Copying, StopsBeforeWhateverIsNeitherNumberNorGap) {
+    for (const char special : "(){}[]!;xX\xFF\x80\0"sv) {
+        for (unsigned long place = 1; place <= 270; ++place) {
+            for (const std::string_view pattern : {"123456", "12 ", "1    ,    "}) {
+                std::string text;
+                while (text.size() < place + 130)
+                    text += pattern;
+                text[place] = special;
+                ASSERT_NO_FATAL_FAILURE(expectCopies(text));
+            }
+            // The gap before it is not taken, however long.
+            std::string gap(place + 1, ' ');
+            gap[0] = '1';
+            ASSERT_NO_FATAL_FAILURE(expectCopies(gap + special + std::string(100, '2')));
+        }
+    }
+}
+
+TEST_P(Copying, TakesAnyMixture) {
+    Random random(2);
+    const std::string others = "(){}!;xyz\xFF\x80\xC3";
+    for (int round = 0; round < 8000; ++round) {
+        const Group group = bothGroups[round % 2];
+        const std::string gaps = gapsOf(group);
+        const unsigned long longestNumber = 1 + random.below(40);
+        const unsigned long longestGap = 1 + random.below(random.oneIn(4) ? 90 : 4);
+        const unsigned long othersAre = random.oneIn(3) ? 40 : 100000;
+        const unsigned long size = 1 + random.below(400);
+        std::string text(1, random.oneOf(numberCharacters));
+        while (text.size() < size) {
+            for (unsigned long left = random.below(longestNumber + 1); left > 0; --left)
+                text += random.oneOf(numberCharacters);
+            for (unsigned long left = random.below(longestGap + 1); left > 0; --left)
+                text += random.oneIn(2) ? ' ' : random.oneOf(gaps);
+            if (random.oneIn(othersAre)) text += random.oneOf(others);
+        }
+        ASSERT_NO_FATAL_FAILURE(expectCopy(text, group));
+    }
+}
+
+TEST_P(Copying, TakesAnyBytes) {
+    Random random(3);
+    for (int round = 0; round < 4000; ++round) {
+        std::string text = "1";
+        for (unsigned long left = random.below(200); left > 0; --left)
+            text += static_cast<char>(random.next());
+        ASSERT_NO_FATAL_FAILURE(expectCopies(text));
+    }
+}
+
+TEST_P(Copying, TakesALongGroup) {
+    Random random(4);
+    std::string text = "0";
+    while (text.size() < 500'000) {
+        text += random.oneIn(3) ? ", " : random.oneIn(50) ? ",\n    " : " ";
+        if (random.oneIn(2)) text += '-';
+        text += digits(random, 1 + random.below(2)) + '.' + digits(random, random.below(8));
+    }
+    expectCopies(text);
+}
+
+// --- Converting
+
+constexpr DataType scalarTypes[] = {
+    DataType::Char,   DataType::Byte,  DataType::Int16,  DataType::UInt16, DataType::Int32,
+    DataType::UInt32, DataType::Int64, DataType::UInt64, DataType::Float,  DataType::Double};
+
+// The numbers that a text of pieces with spaces between them makes.
+struct Numbers {
+    std::vector<unsigned char> bytes;  // what is not written keeps `untouched`
+    unsigned long count = 0;
+    bool allConverted = true;
+    std::string_view excess;
+};
+
+constexpr unsigned char untouched = 0xA5;
+constexpr unsigned long behindNumbers = 64;
+
+std::vector<std::string_view> piecesOf(std::string_view text) {
+    std::vector<std::string_view> pieces;
+    while (!text.empty()) {
+        const unsigned long end = std::min(text.find(' '), text.size());
+        if (end > 0) pieces.push_back(text.substr(0, end));
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return pieces;
+}
+
+Numbers convertPiecewise(std::string_view text, DataType type, unsigned long room,
+                         unsigned long offset) {
+    const unsigned long size = ko::componentSize(type);
+    const std::vector<std::string_view> pieces = piecesOf(text);
+    Numbers numbers;
+    numbers.count = std::min<unsigned long>(pieces.size(), room);
+    if (pieces.size() > room) numbers.excess = pieces[room];
+    numbers.bytes.assign(offset + numbers.count * size + behindNumbers, untouched);
+    unsigned char* dest = numbers.bytes.data() + offset;
+    for (unsigned long i = 0; i < numbers.count; ++i, dest += size)
+        if (!ko::bulk::convertNumber(pieces[i], type, dest)) numbers.allConverted = false;
+    return numbers;
+}
+
+// Tells where two results differ.
+std::string difference(std::string_view text, DataType type, unsigned long offset,
+                       const std::vector<unsigned char>& expected,
+                       const std::vector<unsigned char>& found) {
+    const auto at = std::mismatch(expected.begin(), expected.end(), found.begin()).first;
+    const long byte = at - expected.begin() - static_cast<long>(offset);
+    const auto i = static_cast<unsigned long>(byte) / ko::componentSize(type);
+    const std::vector<std::string_view> pieces = piecesOf(text);
+    std::string what =
+        byte < 0 || i >= pieces.size() ? "beside the numbers"s : "piece '" + shown(pieces[i]) + "'";
+    return what + ", number " + std::to_string(i) + " as type " +
+           std::to_string(static_cast<int>(type));
+}
+
+class Converting : public BulkPaths {
+  protected:
+    static void expectNumbers(std::string_view source, DataType type, unsigned long room) {
+        const Block block(source);
+        const std::string_view text = block.view();
+        const unsigned long offset = text.size() % 8;
+        const Numbers expected = convertPiecewise(text, type, room, offset);
+        std::vector<unsigned char> bytes(expected.bytes.size(), untouched);
+        const ko::bulk::Conversion found =
+            operations().convertNumbers(text, type, bytes.data() + offset, room);
+        ASSERT_EQ(expected.count, found.count) << text;
+        ASSERT_EQ(expected.allConverted, found.allConverted) << text;
+        ASSERT_EQ(expected.excess, found.excess) << text;
+        if (!expected.excess.empty()) {
+            ASSERT_EQ(expected.excess.data(), found.excess.data()) << text;
+        }
+        ASSERT_TRUE(expected.bytes == bytes)
+            << difference(text, type, offset, expected.bytes, bytes);
+    }
+
+    // As every type, with room for just the pieces there are.
+    static void expectNumbers(std::string_view text) {
+        const unsigned long count = piecesOf(text).size();
+        for (const DataType type : scalarTypes)
+            ASSERT_NO_FATAL_FAILURE(expectNumbers(text, type, count));
+    }
+
+    // Each piece in each lane of those that are converted side by side, and in any company.
+    static void expectPieces(std::vector<std::string> pieces) {
+        for (const std::string_view before : {"", "1 ", "1 2 ", "1 2 3 "}) {
+            std::string text(before);
+            for (const std::string& piece : pieces)
+                text += piece + ' ';
+            text.pop_back();
+            ASSERT_NO_FATAL_FAILURE(expectNumbers(text));
+        }
+        Random random(pieces.size());
+        for (int round = 0; round < 2; ++round) {
+            for (unsigned long i = pieces.size(); i > 1; --i)
+                std::swap(pieces[i - 1], pieces[random.below(i)]);
+            std::string text = "12345678901234567";
+            for (const std::string& piece : pieces)
+                text += (random.oneIn(2) ? " 1 " : " ") + piece;
+            ASSERT_NO_FATAL_FAILURE(expectNumbers(text));
+        }
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(, Converting, testing::Values(Path::Plain, Path::Avx2),
+                         [](const auto& path) {
+                             return path.param == Path::Plain ? "Plain" : "Avx2";
+                         });
+
+// Digits with signs, and with a point in every place.
+std::vector<std::string> decimals() {
+    Random random(5);
+    std::vector<std::string> all;
+    for (unsigned long length = 1; length <= 40; ++length) {
+        for (const std::string& text :
+             {digits(random, length), std::string(length, '9'), std::string(length, '0'),
+              "1" + std::string(length - 1, '0'), std::string(length - 1, '0') + "1"}) {
+            for (const char* sign : {"", "-", "+"}) {
+                all.push_back(sign + text);
+                for (unsigned long point = 0; point <= length; ++point) {
+                    if (length > 20 && !random.oneIn(4)) continue;
+                    all.push_back(sign + text.substr(0, point) + '.' + text.substr(point));
+                }
+            }
+        }
+    }
+    return all;
+}
+
+std::vector<std::string> copiesOf(const std::vector<std::string_view>& texts) {
+    return {texts.begin(), texts.end()};
+}
+
+// What number characters can make besides, and other characters with them.
+std::vector<std::string> oddities() {
+    return copiesOf(
+        piecesOf(". .. - -- + +- -+ -. +. -.. u f uf fu e E5 1.2.3 1..2 ..1 1.. .1. --1 -1- 1- 1-2 "
+                 "-1-2 1.-2 -1.2.3 .-5 -.5 +.5 5-. 1+ 1+2 +-1 -+1 1e 1e+ 1e- e5 .e5 -e5 1e5 1E5 "
+                 "1E+5 1e-5 -1e5 +1e5 1.e5 .5e5 1.5e3 1e5f 1e5u 1e5.0 1e+-5 1ee5 1e5e5 1e400 "
+                 "-1e400 1e-400 -1e-400 1e99999999999999999999 -1e-99999999999999999999 "
+                 "0e99999999999999999999 1e38 3.4028235e38 3.4028236e38 1e39 1e-45 7e-46 1e308 "
+                 "1.8e308 5e-324 2e-324 1u 1U 0u -1u +1u 1uu 1f 1F 1ff 1.5f 1.f .5f .f -f -u 1.5u "
+                 "1uf 1fu 0x1F 0X1f -0x10 +0x7F 0x -0x 0xg 0x1.8p3 0xfu 0xu x1 1x 00x1 0x80 0xFF "
+                 "0x100 0x7FFFFFFF 0x80000000 -0x80000000 0xFFFFFFFFFFFFFFFF 0x10000000000000000 "
+                 "1F ff FF dead b inf -inf +inf INF Inf infinity -Infinity INFINITY infinit nan "
+                 "NaN NAN -nan +nan inff nanf nanu infu in na i n nan1 1nan 1inf nan(1) --inf i5 "
+                 "-0 +0 -0.0 -.0 -0. -0u -0f -0e0 00 -00 0.0 1_0 1,2 a abcdef true / : 1/2 1:2 12; "
+                 "' 1\t \t1 \v-1.5\f \n12\r 1\t2 \t \n\n 1\x80 \xFF 1\xFF \xB0 \xB1\xB2 "
+                 "\x90- 1\0 \0 \0.1"sv));
+}
+
+std::string plus(std::string text, int change) {
+    // Of a positive number without leading zeros; it keeps its sign.
+    for (auto place = text.size(); change != 0 && place-- > 0 && text[place] != '-';) {
+        const int digit = text[place] - '0' + change;
+        text[place] = static_cast<char>('0' + (digit + 10) % 10);
+        change = digit > 9 ? 1 : digit < 0 ? -1 : 0;
+    }
+    return change > 0 ? "1" + text : text;
+}
+
+// The limits of all integer types and their neighbours, in several dresses.
+std::vector<std::string> integerLimits() {
+    std::vector<std::string> all;
+    for (const char* limit : {"127",
+                              "128",
+                              "255",
+                              "256",
+                              "32767",
+                              "32768",
+                              "65535",
+                              "65536",
+                              "2147483647",
+                              "2147483648",
+                              "4294967295",
+                              "4294967296",
+                              "9223372036854775807",
+                              "9223372036854775808",
+                              "18446744073709551615",
+                              "18446744073709551616",
+                              "9999999999999999",
+                              "10000000000000000",
+                              "999999999999999",
+                              "99999999",
+                              "100000000"}) {
+        for (int change = -2; change <= 2; ++change) {
+            const std::string number = plus(limit, change);
+            for (const char* sign : {"", "-", "+"}) {
+                for (unsigned long width : {0UL, 15UL, 16UL, 17UL, 20UL, 24UL}) {
+                    const unsigned long zeros = std::max(width, number.size()) - number.size();
+                    all.push_back(sign + std::string(zeros, '0') + number);
+                }
+                all.push_back(sign + number + "u");
+                all.push_back(sign + number + ".");
+                all.push_back(sign + number + ".0");
+            }
+        }
+    }
+    return all;
+}
+
+// Around 2^52 and 2^53, a point in every place.
+std::vector<std::string> wideMantissas() {
+    std::vector<std::string> all;
+    for (const char* center : {"4503599627370496", "9007199254740992"}) {
+        for (int change = -3; change <= 3; ++change) {
+            const std::string number = plus(center, change);
+            for (const char* sign : {"", "-"}) {
+                all.push_back(sign + number);
+                for (unsigned long point = 0; point <= number.size(); ++point)
+                    all.push_back(sign + number.substr(0, point) + '.' + number.substr(point));
+            }
+        }
+    }
+    // The same with a digit less: 16 characters with the point.
+    for (const char* number : {"450359962737049", "450359962737050", "900719925474099"}) {
+        const std::string text = number;
+        for (unsigned long point = 0; point <= text.size(); ++point)
+            all.push_back(text.substr(0, point) + '.' + text.substr(point));
+    }
+    return all;
+}
+
+// Values halfway between two floats: exactly, one digit beside, and as near as a few digits come,
+// which a double may round to the middle itself.
+std::vector<std::string> halfwayFloats() {
+    Random random(6);
+    std::vector<std::string> all;
+    for (int round = 0; round < 1200; ++round) {
+        const auto wide = static_cast<double>((1UL << 24) + 2 * random.below(1UL << 23) + 1);
+        const double middle = std::ldexp(wide, static_cast<int>(random.below(50)) - 27);
+        char text[100];
+        std::snprintf(text, sizeof text, "%.50f", middle);
+        std::string exact = text;
+        exact.erase(exact.find_last_not_of('0') + 1);
+        if (exact.back() == '.') exact.pop_back();
+        all.push_back(exact);
+        all.push_back("-" + exact);
+        const bool hasPoint = exact.find('.') != std::string::npos;
+        all.push_back(exact + (hasPoint ? "1" : ".1"));
+        const char last = exact.back();
+        exact.back() = static_cast<char>(last == '9' ? '8' : last + 1);
+        all.push_back(exact);
+        exact.back() = static_cast<char>(last == '0' ? '1' : last - 1);
+        all.push_back(exact + (hasPoint ? "9" : ".9"));
+        const int whole = static_cast<int>(std::max(0.0, std::ceil(std::log10(middle))));
+        for (const int significant : {13, 14, 15, 16, 17}) {
+            std::snprintf(text, sizeof text, "%.*f", std::max(0, significant - whole), middle);
+            all.emplace_back(text);
+        }
+    }
+    return all;
+}
+
+// Values halfway between two doubles in up to 19 digits, one digit beside them, and one more.
+std::vector<std::string> halfwayDoubles() {
+    Random random(17);
+    std::vector<std::string> all;
+    for (int round = 0; round < 600; ++round) {
+        const unsigned long odd = (1UL << 53) + 2 * random.below(1UL << 52) + 1;
+        const std::string thousandths = std::to_string(odd * 1000 >> random.below(4));
+        for (int change = -1; change <= 1; ++change) {
+            const std::string number = plus(thousandths, change);
+            const unsigned long point = number.size() - 3;
+            all.push_back(number + "e-3");
+            all.push_back("-" + number + "e-3");
+            all.push_back(number.substr(0, point) + '.' + number.substr(point));
+            all.push_back(number.substr(0, point) + '.' + number.substr(point) + "000001");
+        }
+        const std::string shifted = std::to_string(odd << random.below(10));
+        for (int change = -1; change <= 1; ++change) {
+            const std::string number = plus(shifted, change);
+            all.push_back(number);
+            all.push_back(number + ".0");
+            all.push_back(number + "00e-2");
+        }
+    }
+    return all;
+}
+
+// Mantissas of every length with exponents around those that powers of ten are exact for.
+std::vector<std::string> scaledDecimals() {
+    Random random(18);
+    std::vector<std::string> all;
+    for (unsigned long length = 1; length <= 22; ++length) {
+        for (int exponent = -50; exponent <= 42; ++exponent) {
+            const std::string number = digits(random, length);
+            all.push_back(number + "e" + std::to_string(exponent));
+            all.push_back(number.substr(0, length / 2) + "." + number.substr(length / 2) + "E" +
+                          std::to_string(exponent));
+            if (exponent < 0)
+                all.push_back("0." + std::string(static_cast<unsigned long>(-exponent), '0') +
+                              number);
+            if (exponent > 0)
+                all.push_back(number + std::string(static_cast<unsigned long>(exponent), '0'));
+        }
+    }
+    return all;
+}
+
+TEST_P(Converting, ReadsDecimalsOfEveryLength) { expectPieces(decimals()); }
+TEST_P(Converting, ReadsOddities) { expectPieces(oddities()); }
+TEST_P(Converting, KeepsWithinTheLimitsOfIntegers) { expectPieces(integerLimits()); }
+TEST_P(Converting, RoundsWideMantissas) { expectPieces(wideMantissas()); }
+TEST_P(Converting, RoundsHalfwayFloats) { expectPieces(halfwayFloats()); }
+TEST_P(Converting, RoundsHalfwayDoubles) { expectPieces(halfwayDoubles()); }
+TEST_P(Converting, ScalesDecimals) { expectPieces(scaledDecimals()); }
+
+TEST_P(Converting, ReadsAPieceAlone) {
+    for (const auto& pieces : {oddities(), integerLimits(), wideMantissas()})
+        for (const std::string& piece : pieces)
+            ASSERT_NO_FATAL_FAILURE(expectNumbers(piece));
+}
+
+TEST_P(Converting, ReadsOddPiecesAtTheEndsOfAText) {
+    for (const std::string& piece : oddities()) {
+        for (const char* others : {"1", "1 2", "1 2 3", "1 2 3 4 5 6 7 8 9", "-123456.789e5 1"}) {
+            ASSERT_NO_FATAL_FAILURE(expectNumbers(piece + ' ' + others));
+            ASSERT_NO_FATAL_FAILURE(expectNumbers(others + (' ' + piece)));
+        }
+    }
+}
+
+TEST_P(Converting, ReadsNothingFromBlanks) {
+    for (unsigned long length = 0; length <= 200; ++length)
+        ASSERT_NO_FATAL_FAILURE(expectNumbers(std::string(length, ' ')));
+}
+
+TEST_P(Converting, PassesOverEmptyPieces) {
+    std::string text;
+    while (text.size() < 4300)
+        text += "7 -1.5 12345 ";
+    text.pop_back();
+    for (unsigned long place = 0; place <= text.size(); ++place) {
+        const bool isNearEdge = place < 140 || place % 2048 < 70 || place % 2048 > 1980;
+        if (!isNearEdge || (place > 140 && place % 3 != 0)) continue;
+        const std::string spaced = text.substr(0, place) + "  " + text.substr(place);
+        const DataType type = scalarTypes[place % std::size(scalarTypes)];
+        ASSERT_NO_FATAL_FAILURE(expectNumbers(spaced, type, 10000));
+    }
+    for (unsigned long length = 1; length <= 200; ++length) {
+        const std::string few = text.substr(0, length);
+        for (const char* blanks : {" ", "  ", "                "}) {
+            ASSERT_NO_FATAL_FAILURE(expectNumbers(blanks + few, DataType::Float, 1000));
+            ASSERT_NO_FATAL_FAILURE(expectNumbers(few + blanks, DataType::Int32, 1000));
+        }
+    }
+}
+
+TEST_P(Converting, ReadsTextsOfEveryLength) {
+    std::string text;
+    for (int i = 0; i < 60; ++i)
+        text += i % 3 == 0 ? "-1.5 " : i % 3 == 1 ? "12 " : "7 ";
+    for (unsigned long length = 0; length <= text.size(); ++length)
+        ASSERT_NO_FATAL_FAILURE(expectNumbers(text.substr(0, length)));
+    for (unsigned long length = 1980; length <= 2120; ++length) {
+        std::string singles;
+        while (singles.size() < length)
+            singles += "1 ";
+        singles.resize(length);
+        ASSERT_NO_FATAL_FAILURE(expectNumbers(singles, DataType::Byte, 5000));
+    }
+}
+
+TEST_P(Converting, StopsWhereThereIsNoRoom) {
+    std::string text;
+    for (unsigned long count = 0; count <= 40; ++count) {
+        for (unsigned long room = 0; room <= count + 3; ++room) {
+            for (const DataType type : scalarTypes)
+                ASSERT_NO_FATAL_FAILURE(expectNumbers(text, type, room));
+            ASSERT_NO_FATAL_FAILURE(expectNumbers(text + ' ', DataType::Float, room));
+        }
+        text += (text.empty() ? "" : " ") + std::to_string(count * 3);
+        if (count % 11 == 5) text += "x";
+    }
+    while (text.size() < 10000)
+        text += " 1.25";
+    const unsigned long count = piecesOf(text).size();
+    for (unsigned long room = 0; room <= count; room += 1 + room / 7)
+        ASSERT_NO_FATAL_FAILURE(expectNumbers(text, DataType::Double, room));
+}
+
+TEST_P(Converting, RefusesTypesThatAreNoScalars) {
+    for (const DataType type : {DataType::Null, DataType::Bool, DataType::Vec3f}) {
+        const std::string text = "1 2 3 4 5 6 7 8 9 10 11 12";
+        ASSERT_NO_FATAL_FAILURE(expectNumbers(text, type, 12));
+        unsigned char byte = untouched;
+        EXPECT_FALSE(ko::bulk::convertNumber("1", type, &byte));
+        EXPECT_EQ(untouched, byte);
+    }
+}
+
+// Numbers as exporters print them, and as they do not.
+std::string randomNumber(Random& random) {
+    std::string text = random.oneIn(2) ? "-" : "";
+    const unsigned long kind = random.below(16);
+    if (kind < 8) {
+        text += digits(random, 1 + random.below(3)) + '.' + digits(random, 4 + random.below(4));
+    } else if (kind < 11) {
+        text += digits(random, 1 + random.below(10));
+    } else if (kind < 13) {
+        const unsigned long length = 15 + random.below(4);
+        text += digits(random, length);
+        text.insert(random.below(text.size()), 1, '.');
+    } else if (kind == 13) {
+        text += digits(random, 1) + '.' + digits(random, 6) + "e-" + digits(random, 2);
+    } else if (kind == 14) {
+        text += digits(random, 1 + random.below(22));
+    } else {
+        for (unsigned long left = random.below(18); left > 0; --left)
+            text += random.oneOf("0123456789.-+eEfuUxinaN");
+        text += '0';
+    }
+    return text;
+}
+
+TEST_P(Converting, ReadsMillionsOfNumbers) {
+    Random random(7);
+    for (int round = 0; round < 32; ++round) {
+        std::string text;
+        for (int i = 0; i < 8000; ++i) {
+            if (!text.empty()) text += ' ';
+            text += randomNumber(random);
+        }
+        ASSERT_NO_FATAL_FAILURE(expectNumbers(text));
+    }
+}
+
+TEST_P(Converting, ReadsRandomTextsOfFewCharacters) {
+    Random random(8);
+    for (int round = 0; round < 30000; ++round) {
+        std::string text;
+        const std::string_view set = random.oneIn(2) ? "0123456789 " : "0123456789  .-e+";
+        for (unsigned long left = random.below(100); left > 0; --left)
+            text += random.oneIn(100) ? static_cast<char>(random.next()) : random.oneOf(set);
+        const DataType type = scalarTypes[random.below(std::size(scalarTypes))];
+        ASSERT_NO_FATAL_FAILURE(expectNumbers(text, type, random.oneIn(4) ? random.below(30) : 99));
+    }
+}
+
+// --- Converting one number, by the rules
+
+std::string_view withoutBlanks(std::string_view text) {
+    const std::string_view blanks = " \t\n\v\f\r";
+    const unsigned long begin = std::min(text.find_first_not_of(blanks), text.size());
+    const unsigned long end = text.find_last_not_of(blanks) + 1;
+    return text.substr(begin, std::max(begin, end) - begin);
+}
+
+char lower(char c) { return static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c); }
+
+std::string lowered(std::string_view text) {
+    std::string all;
+    for (const char c : text)
+        all += lower(c);
+    return all;
+}
+
+// Takes the first character if it is of the set.
+bool takeOneOf(std::string_view& text, std::string_view set) {
+    if (text.empty() || set.find(text.front()) == std::string_view::npos) return false;
+    text.remove_prefix(1);
+    return true;
+}
+
+unsigned long takeDigits(std::string_view& text) {
+    unsigned long count = 0;
+    for (; takeOneOf(text, "0123456789"); ++count)
+        ;
+    return count;
+}
+
+bool isDecimal(std::string_view text) {
+    unsigned long count = takeDigits(text);
+    if (takeOneOf(text, ".")) count += takeDigits(text);
+    if (count == 0) return false;
+    if (takeOneOf(text, "eE")) {
+        takeOneOf(text, "+-");
+        if (takeDigits(text) == 0) return false;
+    }
+    return text.empty();
+}
+
+template <class Real>
+bool realByRule(std::string_view text, Real& out) {
+    std::string_view rest = withoutBlanks(text);
+    const bool isNegative = takeOneOf(rest, "-");
+    if (!isNegative) takeOneOf(rest, "+");
+    Real value = 0;
+    const std::string word = lowered(rest);
+    if (word == "nan") {
+        value = std::numeric_limits<Real>::quiet_NaN();
+    } else if (word == "inf" || word == "infinity") {
+        value = std::numeric_limits<Real>::infinity();
+    } else {
+        if (!rest.empty() && lower(rest.back()) == 'f') rest.remove_suffix(1);
+        if (!isDecimal(rest)) return false;
+        const std::string number(rest);
+        if constexpr (sizeof(Real) == sizeof(float)) {
+            value = std::strtof(number.c_str(), nullptr);
+        } else {
+            value = std::strtod(number.c_str(), nullptr);
+        }
+        if (std::isinf(value)) return false;
+    }
+    out = std::copysign(value, isNegative ? Real(-1) : Real(1));
+    return true;
+}
+
+// The value of the digits; false when there are none, others among them, or too many.
+bool magnitudeByRule(std::string_view text, unsigned long base, unsigned long& out) {
+    const std::string_view known = "0123456789abcdef"sv.substr(0, base);
+    constexpr unsigned long largest = std::numeric_limits<unsigned long>::max();
+    unsigned long value = 0;
+    for (const char c : text) {
+        const unsigned long digit = known.find(lower(c));
+        if (digit == std::string_view::npos || value > (largest - digit) / base) return false;
+        value = value * base + digit;
+    }
+    out = value;
+    return !text.empty();
+}
+
+template <class Integer>
+bool integerByRule(std::string_view text, Integer& out) {
+    std::string_view rest = withoutBlanks(text);
+    const bool isNegative = takeOneOf(rest, "-");
+    if (isNegative && std::is_unsigned_v<Integer>) return false;
+    if (!isNegative) takeOneOf(rest, "+");
+    if (!rest.empty() && lower(rest.back()) == 'u') rest.remove_suffix(1);
+    const bool isHexadecimal = rest.size() > 1 && rest[0] == '0' && lower(rest[1]) == 'x';
+    if (isHexadecimal) rest.remove_prefix(2);
+    unsigned long magnitude = 0;
+    if (!magnitudeByRule(rest, isHexadecimal ? 16 : 10, magnitude)) return false;
+    const auto largest = static_cast<unsigned long>(std::numeric_limits<Integer>::max());
+    if (magnitude > largest + (isNegative ? 1 : 0)) return false;
+    out = static_cast<Integer>(isNegative ? 0 - magnitude : magnitude);
+    return true;
+}
+
+// Compares the conversion to one type, which the rules make in `byRule`.
+template <class Scalar>
+void expectNumber(std::string_view text, bool (*byRule)(std::string_view, Scalar&)) {
+    unsigned char expected[1 + sizeof(Scalar) + 1];
+    std::memset(expected, untouched, sizeof expected);
+    Scalar value = 0;
+    const bool isNumber = byRule(text, value);
+    if (isNumber) std::memcpy(expected + 1, &value, sizeof value);
+    const Block block(text);
+    unsigned char found[sizeof expected];
+    std::memset(found, untouched, sizeof found);
+    const DataType type = ko::dataTypeOf<Scalar>();
+    ASSERT_EQ(isNumber, ko::bulk::convertNumber(block.view(), type, found + 1)) << shown(text);
+    ASSERT_TRUE(std::equal(std::begin(expected), std::end(expected), found)) << shown(text);
+}
+
+void expectNumberByRule(std::string_view text) {
+    ASSERT_NO_FATAL_FAILURE(expectNumber<signed char>(text, integerByRule));
+    ASSERT_NO_FATAL_FAILURE(expectNumber<unsigned char>(text, integerByRule));
+    ASSERT_NO_FATAL_FAILURE(expectNumber<short>(text, integerByRule));
+    ASSERT_NO_FATAL_FAILURE(expectNumber<unsigned short>(text, integerByRule));
+    ASSERT_NO_FATAL_FAILURE(expectNumber<int>(text, integerByRule));
+    ASSERT_NO_FATAL_FAILURE(expectNumber<unsigned int>(text, integerByRule));
+    ASSERT_NO_FATAL_FAILURE(expectNumber<long>(text, integerByRule));
+    ASSERT_NO_FATAL_FAILURE(expectNumber<unsigned long>(text, integerByRule));
+    ASSERT_NO_FATAL_FAILURE(expectNumber<float>(text, realByRule));
+    ASSERT_NO_FATAL_FAILURE(expectNumber<double>(text, realByRule));
+}
+
+TEST(ConvertingOne, FollowsTheRules) {
+    for (const auto& pieces : {decimals(), oddities(), integerLimits(), wideMantissas(),
+                               halfwayFloats(), halfwayDoubles(), scaledDecimals()})
+        for (const std::string& piece : pieces)
+            ASSERT_NO_FATAL_FAILURE(expectNumberByRule(piece));
+    expectNumberByRule("");
+}
+
+TEST(ConvertingOne, FollowsTheRulesForRandomNumbers) {
+    Random random(9);
+    for (int round = 0; round < 30000; ++round)
+        ASSERT_NO_FATAL_FAILURE(expectNumberByRule(randomNumber(random)));
+}
+
+// --- Whole documents
+
+std::string contents(const fs::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    EXPECT_TRUE(stream) << file << " cannot be opened";
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+std::vector<fs::path> documents() {
+    std::vector<fs::path> files;
+    for (const fs::directory_entry& entry : fs::directory_iterator(KVT_TEST_DOCUMENTS))
+        if (entry.path().extension() == ".kvt") files.push_back(entry.path());
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+fs::path besides(fs::path document, const char* extension) {
+    return document.replace_extension(extension);
+}
+
+struct Outcome {
+    std::string log;
+    std::string json;
+};
+
+Outcome outcomeOf(const std::string& text, Path path, bool hasScene = true) {
+    const PathGuard guard(path);
+    Scene scene;
+    kvt::test::registerNodeTypes(scene);
+    const Reading reading = kvt::test::readText(hasScene ? &scene : nullptr, text);
+    return {reading.log, kvt::test::jsonOf(scene, reading.ok)};
+}
+
+TEST_P(BulkPaths, ReadEveryDocument) {
+    for (const fs::path& document : documents()) {
+        SCOPED_TRACE(document.stem());
+        const fs::path scene = besides(document, ".json");
+        const Outcome found = outcomeOf(contents(document), GetParam(), fs::exists(scene));
+        EXPECT_EQ(contents(besides(document, ".log")), found.log);
+        if (!fs::exists(scene)) continue;
+        EXPECT_EQ(nlohmann::json::parse(contents(scene)), nlohmann::json::parse(found.json));
+    }
+}
+
+// Buffers of every scalar type, with too many, too few and bad numbers here and there.
+std::string randomBuffers(Random& random) {
+    constexpr const char* types[] = {"char",   "byte",  "int16",  "uint16", "int32",
+                                     "uint32", "int64", "uint64", "float",  "double"};
+    std::string text = "others n:\n";
+    for (const char* type : types) {
+        const unsigned long count = random.below(300);
+        text += ".buffer = "s + type + '[' + std::to_string(count + random.below(3)) + "] {";
+        for (unsigned long i = random.oneIn(9) ? 0 : 1; i <= count; ++i) {
+            text += random.oneIn(8) ? ",\n  " : " ";
+            text += random.oneIn(900) ? randomNumber(random) : digits(random, 1 + random.below(2));
+        }
+        text += "};\n.buffer = null;\n.";
+        text += type + " = "s + type + "[3] {1 2 3};\n";
+    }
+    return text;
+}
+
+TEST_P(BulkPaths, ReadRandomBuffers) {
+    Random random(10);
+    for (int round = 0; round < 60; ++round) {
+        const std::string text = randomBuffers(random);
+        const Outcome expected = outcomeOf(text, Path::Plain);
+        const Outcome found = outcomeOf(text, GetParam());
+        ASSERT_EQ(expected.log, found.log) << text;
+        ASSERT_EQ(expected.json, found.json) << text;
+    }
+}
+
+// --- Texts that grow
+
+// Of the given length, every character from its place.
+std::string sample(unsigned long length) {
+    std::string text;
+    while (text.size() < length)
+        text += static_cast<char>('!' + text.size() * 7 % 90);
+    return text;
+}
+
+void expectText(std::string_view expected, const String& text) {
+    ASSERT_EQ(expected.size(), text.len());
+    ASSERT_EQ(expected, text.view());
+    ASSERT_EQ('\0', text.buf()[text.len()]);
+}
+
+constexpr unsigned long telling[] = {0,   1,   2,   14,  15,  16,  17,  31,   255, 256,
+                                     257, 258, 511, 512, 513, 514, 700, 1023, 5000};
+
+TEST(TextBuilder, TakesCharactersOneByOne) {
+    for (const unsigned long length : telling) {
+        const std::string expected = sample(length);
+        TextBuilder builder;
+        EXPECT_TRUE(builder.isEmpty());
+        for (const char c : expected) {
+            builder.push(c);
+            ASSERT_EQ(c, builder.last());
+            ASSERT_FALSE(builder.isEmpty());
+        }
+        ASSERT_NO_FATAL_FAILURE(expectText(expected, builder.take()));
+    }
+}
+
+TEST(TextBuilder, TakesTexts) {
+    for (const unsigned long first : telling) {
+        for (const unsigned long second : telling) {
+            const std::string expected = sample(first + second + 1);
+            const std::string_view text = expected;
+            TextBuilder builder;
+            builder.append(text.substr(0, first));
+            builder.append(text.substr(first, second));
+            ASSERT_EQ(first + second == 0, builder.isEmpty());
+            builder.push(expected.back());
+            ASSERT_EQ(expected.back(), builder.last());
+            ASSERT_NO_FATAL_FAILURE(expectText(expected, builder.take()));
+        }
+    }
+}
+
+TEST(TextBuilder, TakesWhatIsWrittenIntoItsRoom) {
+    for (const unsigned long first : telling) {
+        for (const unsigned long room : telling) {
+            for (const unsigned long used : {0UL, room / 2, room}) {
+                const std::string expected = sample(first + used);
+                TextBuilder builder;
+                builder.append(std::string_view(expected).substr(0, first));
+                char* const to = builder.reserve(room);
+                std::fill(to, to + room, '~');
+                builder.finishAt(
+                    std::copy(expected.begin() + static_cast<long>(first), expected.end(), to));
+                ASSERT_EQ(expected.empty(), builder.isEmpty());
+                ASSERT_NO_FATAL_FAILURE(expectText(expected, builder.take()));
+            }
+        }
+    }
+}
+
+TEST(TextBuilder, KeepsItsTextThroughAnyGrowth) {
+    Random random(11);
+    for (int round = 0; round < 300; ++round) {
+        std::string expected;
+        TextBuilder builder;
+        for (unsigned long left = random.below(30); left > 0; --left) {
+            const std::string piece = digits(random, random.below(random.oneIn(5) ? 900 : 40));
+            if (random.oneIn(3)) {
+                char* const to = builder.reserve(piece.size() + random.below(2000));
+                builder.finishAt(std::copy(piece.begin(), piece.end(), to));
+            } else if (random.oneIn(2)) {
+                builder.append(piece);
+            } else {
+                for (const char c : piece)
+                    builder.push(c);
+            }
+            expected += piece;
+        }
+        if (round % 4 == 0) continue;  // a text that nobody takes
+        ASSERT_NO_FATAL_FAILURE(expectText(expected, builder.take()));
+    }
+}
+
+TEST(TextBuilder, KeepsNulsAndHighBytes) {
+    const std::string expected = "\0\xFF\0"s + std::string(300, '\0') + '\x80';
+    TextBuilder builder;
+    builder.push('\0');
+    builder.append(std::string_view(expected).substr(1));
+    expectText(expected, builder.take());
+}
+
+TEST(TextBuilder, GivesATextThatItsCopiesShare) {
+    String copy;
+    {
+        TextBuilder builder;
+        builder.append(sample(1000));
+        const String text = builder.take();
+        copy = text;
+        EXPECT_EQ(text.buf(), copy.buf());
+    }
+    expectText(sample(1000), copy);
+}
+
+// --- Texts around the longest that stands in its String
+
+constexpr unsigned long longest = 40;
+
+String stringOf(std::string_view text) { return String(text); }
+
+// The same text, made by way of a buffer however short it is.
+String builtOf(std::string_view text) {
+    TextBuilder builder;
+    char* const to = builder.reserve(2000);
+    builder.finishAt(std::copy(text.begin(), text.end(), to));
+    return builder.take();
+}
+
+class TextLengths : public testing::TestWithParam<String (*)(std::string_view)> {
+  protected:
+    static String make(std::string_view text) { return GetParam()(text); }
+    // Calls back with a text of each length, and with the String of it.
+    template <class Check>
+    static void forEach(Check check) {
+        for (unsigned long length = 0; length <= longest; ++length) {
+            SCOPED_TRACE(length);
+            const std::string text = sample(length);
+            ASSERT_NO_FATAL_FAILURE(check(text, make(text)));
+        }
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(, TextLengths, testing::Values(stringOf, builtOf), [](const auto& made) {
+    return made.param == stringOf ? "Plain" : "Built";
+});
+
+TEST_P(TextLengths, KeepTheirCharacters) {
+    forEach([](const std::string& text, const String& made) {
+        expectText(text, made);
+        expectText(text, String(text.c_str()));
+        if (!text.empty()) expectText(text, String((text + "beyond").c_str(), text.size()));
+        EXPECT_EQ(text.empty(), made.isEmpty());
+        for (unsigned long i = 0; i < text.size(); ++i)
+            EXPECT_EQ(text[i], made[i]);
+        for (const unsigned long beyond : {text.size(), text.size() + 1, 16UL, 1000UL, ~0UL})
+            EXPECT_EQ('\0', beyond < text.size() ? '\0' : made[beyond]);
+    });
+}
+
+TEST_P(TextLengths, KeepNulsAndHighBytes) {
+    for (unsigned long length = 0; length <= longest; ++length) {
+        for (const char c : {'\0', '\xFF', '\x0F'}) {
+            const std::string text(length, c);
+            const String made = make(text);
+            expectText(text, made);
+            EXPECT_EQ(String(text), made);
+            EXPECT_EQ(length == 0, made == String());
+        }
+    }
+}
+
+TEST_P(TextLengths, AreCopiedMovedAndAssigned) {
+    forEach([](const std::string& text, const String& made) {
+        const String copy(made);  // NOLINT: the copy is what is tested
+        expectText(text, copy);
+        String source(made);
+        const String moved(std::move(source));
+        expectText(text, moved);
+        for (unsigned long length = 0; length <= longest; ++length) {
+            const std::string former = std::string(length, '#');
+            String target = make(former);
+            const String formerCopy = target;
+            target = made;
+            expectText(text, target);
+            expectText(former, formerCopy);
+            String other = make(former);
+            other = std::move(target);
+            expectText(text, other);
+            const String& same = other;
+            other = same;
+            expectText(text, other);
+            target = make(former);
+            expectText(former, target);
+        }
+        expectText(text, made);
+    });
+}
+
+TEST_P(TextLengths, AreCompared) {
+    forEach([](const std::string& text, const String& made) {
+        EXPECT_TRUE(made == String(text));
+        EXPECT_TRUE(String(text) == made);
+        EXPECT_FALSE(made != String(text));
+        EXPECT_TRUE(made == text.c_str());
+        EXPECT_FALSE(made != text.c_str());
+        EXPECT_EQ(String(text).hash(), made.hash());
+        EXPECT_EQ(ko::hashText(text), made.hash());
+        for (unsigned long i = 0; i < text.size(); ++i) {
+            std::string other = text;
+            other[i] = '\x7F';
+            EXPECT_TRUE(made != make(other));
+            EXPECT_FALSE(made == make(other));
+            EXPECT_LT(made.compareNoCase(make(other)), 0);
+            EXPECT_GT(make(other).compareNoCase(made), 0);
+        }
+        EXPECT_TRUE(made != make(text + '\0'));
+        EXPECT_LT(made.compareNoCase(make(text + '\0')), 0);
+        EXPECT_EQ(0, made.compareNoCase(made.toLower(true)));
+    });
+}
+
+TEST_P(TextLengths, AreSearched) {
+    forEach([](const std::string& text, const String& made) {
+        for (unsigned long length = 0; length <= text.size(); ++length) {
+            const unsigned long rest = text.size() - length;
+            EXPECT_TRUE(made.startsWith(make(text.substr(0, length)), false));
+            EXPECT_TRUE(made.endsWith(make(text.substr(rest)), false));
+            EXPECT_TRUE(made.contains(make(text.substr(rest / 2, length)), false));
+            EXPECT_TRUE(made.contains(make(text.substr(rest / 2, length)).toLower(true), true));
+        }
+        EXPECT_FALSE(made.startsWith(make(text + "!"), false));
+        EXPECT_FALSE(made.endsWith(make("!" + text), false));
+        EXPECT_FALSE(made.contains(make(text + "!"), false));
+        for (unsigned long start = 0; start <= text.size() + 1; ++start)
+            for (const char c : {'!', '(', '/', '\0', '\x7F'})
+                EXPECT_EQ(text.find(c, start), made.find(c, false, start));
+    });
+}
+
+TEST_P(TextLengths, AreCut) {
+    forEach([](const std::string& text, const String& made) {
+        for (unsigned long start = 0; start <= text.size(); ++start)
+            for (unsigned long count = 0; count <= text.size() - start + 1; ++count)
+                ASSERT_NO_FATAL_FAILURE(
+                    expectText(text.substr(start, count), made.substring(start, count)));
+        for (unsigned long before = 0; before <= 20; ++before) {
+            const std::string blanks(before, ' ');
+            expectText(text, make(blanks + text + blanks).trim(true, true));
+            const std::string ends = text.empty() ? "" : blanks;
+            expectText(text + ends, make(blanks + text + blanks).trim(true, false));
+            expectText(ends + text, make(blanks + text + blanks).trim(false, true));
+            const std::string tildes(before, '\x7F');
+            expectText(text, make(tildes + text + tildes).trimChars("\x7F", ""));
+        }
+        const unsigned long first = text.find('(');
+        const bool isFound = first != std::string::npos;
+        expectText(isFound ? text.substr(first) : "", made.fromFirst('(', true));
+        expectText(isFound ? text.substr(first + 1) : "", made.fromFirst('(', false));
+    });
+}
+
+TEST_P(TextLengths, AreTransformed) {
+    forEach([](const std::string& text, const String& made) {
+        expectText(lowered(text), made.toLower(true));
+        std::string escaped;
+        for (const char c : text)
+            escaped += c == '\\' ? "\\\\" : c == '"' ? "\\\"" : std::string(1, c);
+        expectText(text, make(escaped).unescape());
+        expectText(text, String::format("%s", made.buf()));
+        for (unsigned long length = 0; length <= longest; ++length) {
+            const std::string other = sample(length);
+            expectText(text + other, made + make(other));
+            expectText(text + other, made + other.c_str());
+        }
+    });
+}
+
+TEST_P(TextLengths, AreSplit) {
+    forEach([](const std::string& text, const String&) {
+        for (unsigned long length = 0; length <= longest; ++length) {
+            const std::string other = sample(length);
+            const auto pieces = make(text + ' ' + other + "  ").split(' ', false, false);
+            ASSERT_EQ(4U, pieces.size());
+            expectText(text, pieces[0]);
+            expectText(other, pieces[1]);
+            expectText("", pieces[2]);
+            const unsigned long count = (text.empty() ? 0 : 1) + (other.empty() ? 0 : 1);
+            EXPECT_EQ(count, make(text + ' ' + other).split(' ', true, true).size());
+        }
+    });
+}
+
+TEST_P(TextLengths, AreRead) {
+    for (unsigned long length = 1; length <= longest; ++length) {
+        const std::string text = std::string(length - 1, '0') + '7';
+        unsigned long number = 0;
+        EXPECT_TRUE(String::parse(make(text), number, String::Auto));
+        EXPECT_EQ(7U, number);
+        double real = 0;
+        EXPECT_TRUE(String::parse(make("." + text), real));
+        EXPECT_EQ(std::strtod(("." + text).c_str(), nullptr), real);
+        bool isTrue = false;
+        EXPECT_TRUE(String::parse(make(std::string(length, ' ') + "TRUE"), isTrue));
+        EXPECT_TRUE(isTrue);
+    }
+    unsigned long number = 1;
+    for (int i = 0; i < 20; ++i, number = number * 10 + 1)
+        expectText(std::to_string(number), String(number));
+}
+
+// --- Sources in runs
+
+// Brings a text one character at a time.
+class Single final : public Lexer {
+  public:
+    explicit Single(std::string_view text) : text_(text) { bring(); }
+    signed char consume() override {
+        advance();
+        if (la != -1) bring();
+        return c;
+    }
+
+  private:
+    void bring() {
+        la = next_ < text_.size() ? static_cast<signed char>(text_[next_])
+                                  : static_cast<signed char>(-1);
+        ++next_;
+    }
+
+    std::string_view text_;
+    unsigned long next_ = 0;
+};
+
+// Brings a text in runs of up to `longestRun` characters, each in a block that is gone when the
+// next one is asked for.
+class InRuns final : public Lexer {
+  public:
+    InRuns(std::string_view text, unsigned long longestRun)
+        : text_(text), longestRun_(longestRun), random_(longestRun) {
+        start(takeRun());
+    }
+    signed char consume() override { return step(); }
+
+  private:
+    std::string_view nextRun() override { return takeRun(); }
+    std::string_view takeRun() {
+        const unsigned long length = 1 + random_.below(longestRun_);
+        block_ = std::make_unique<Block>(text_.substr(0, length));
+        text_.remove_prefix(block_->view().size());
+        return block_->view();
+    }
+
+    std::string_view text_;
+    unsigned long longestRun_;
+    Random random_;
+    std::unique_ptr<Block> block_;
+};
+
+struct State {
+    int c, la;
+    std::int32_t pos, line, column;
+};
+
+State stateOf(const Lexer& lexer) {
+    return {lexer.c, lexer.la, lexer.pos, lexer.line, lexer.column};
+}
+
+bool operator==(const State& a, const State& b) {
+    return a.c == b.c && a.la == b.la && a.pos == b.pos && a.line == b.line && a.column == b.column;
+}
+
+std::ostream& operator<<(std::ostream& out, const State& state) {
+    return out << "c " << state.c << " la " << state.la << " pos " << state.pos << " line "
+               << state.line << " column " << state.column;
+}
+
+// The lexers give the same tokens and stand at the same places, up to the end and behind it.
+void expectSameTokens(Lexer& expected, Lexer& found, std::int32_t ahead = 0) {
+    for (int ends = 0; ends < 3;) {
+        const Token token = expected.nextToken();
+        ASSERT_EQ(token, found.nextToken());
+        if (token.type == Token::Eof) ++ends;
+        if (token.type == Token::Invalid) {
+            expected.consume();
+            found.consume();
+        }
+        State state = stateOf(expected);
+        state.pos += ahead;
+        ASSERT_EQ(state, stateOf(found));
+    }
+}
+
+void expectSameAsSingle(std::string_view text, Lexer&& found) {
+    Single expected(text);
+    ASSERT_EQ(stateOf(expected), stateOf(found)) << shown(text);
+    ASSERT_NO_FATAL_FAILURE(expectSameTokens(expected, found)) << shown(text);
+}
+
+void expectSameInRuns(std::string_view text) {
+    if (text.empty()) return;  // a text has its terminator as the lookahead then
+    ASSERT_NO_FATAL_FAILURE(expectSameAsSingle(text, StringLexer(String(text)))) << shown(text);
+    const Block block(text);
+    // A file does not bring the mark at its start.
+    const bool isMarked = text.substr(0, 3) == "\xEF\xBB\xBF";
+    ASSERT_NO_FATAL_FAILURE(
+        expectSameAsSingle(isMarked ? text.substr(3) : text,
+                           FileLexer(File::memory(block.view().data(), block.view().size()))))
+        << shown(text);
+    constexpr unsigned long longestRuns[] = {1, 3, 17};
+    const unsigned long longestRun = longestRuns[text.size() % std::size(longestRuns)];
+    ASSERT_NO_FATAL_FAILURE(expectSameAsSingle(text, InRuns(text, longestRun))) << shown(text);
+}
+
+// Tokens of every kind, short and long, whole and not.
+std::vector<std::string> tokens() {
+    return {
+        "name",
+        "_" + std::string(40, 'x'),
+        "TrUe",
+        "false",
+        "null",
+        "h\xC3\xA9llo",
+        "-12.5e+7",
+        "123456789012345678901234567890",
+        "# a comment, \\ \"of\" (some) length",
+        "#\r",
+        R"("")",
+        R"("a \"text\" with \\ and \n")",
+        R"("\\\\\\\"")",
+        "\"two\nlines\n\"",
+        "[ 1\n2 ]",
+        "[*]",
+        "(1, 2.5, -inf)",
+        "((1 2)\n(3 4) , )",
+        "{1,2,,3\n\n[4]\t(5)}",
+        "{" + std::string(70, '1') + " " + std::string(20, ' ') + std::string(30, '2') + "}",
+        "(1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 23 24 25 26 27 28 29 30)",
+        "(1 ;",
+        "[1 x",
+        "\n\r\n \t \n",
+        ";=.,:'|*+/\\",
+        "!$)",
+    };
+}
+
+TEST(Runs, GiveTheTokensOfDocuments) {
+    for (const fs::path& document : documents()) {
+        const std::string text = contents(document);
+        for (unsigned long length = 1; length <= text.size(); ++length) {
+            if (text.size() - length > 400 && length % 5 != 0) continue;
+            ASSERT_NO_FATAL_FAILURE(expectSameInRuns(text.substr(0, length))) << document;
+        }
+    }
+}
+
+TEST(Runs, GiveTheTokensOfAnyBytes) {
+    Random random(12);
+    const std::string_view sets[] = {
+        "ab1 \n\"\\#(){}[],.;-=",
+        "0123456789.-+eEnif ,\n()",
+        "0123456789.-+ ,{}[]()\t",
+        "{} ()[],1",
+        "\"\\\na",
+    };
+    for (int round = 0; round < 6000; ++round) {
+        const unsigned long set = random.below(std::size(sets) + 1);
+        std::string text;
+        if (random.oneIn(2)) text += random.oneOf("({\"[");
+        for (unsigned long left = 1 + random.below(100); left > 0; --left) {
+            const bool isAny = set == std::size(sets) || random.oneIn(200);
+            text += isAny ? static_cast<char>(random.next()) : random.oneOf(sets[set]);
+        }
+        ASSERT_NO_FATAL_FAILURE(expectSameInRuns(text));
+    }
+}
+
+TEST(Runs, GiveEveryTokenOnEveryPath) {
+    for (const Path path : {Path::Plain, Path::Avx2}) {
+        if (!ko::bulk::hasPath(path)) continue;
+        const PathGuard guard(path);
+        for (const std::string& first : tokens())
+            for (const std::string& second : tokens())
+                ASSERT_NO_FATAL_FAILURE(expectSameInRuns(first + "\n" + second));
+    }
+}
+
+TEST(Runs, StopCountingAtTheLargestCounter) {
+    constexpr std::int32_t largest = std::numeric_limits<std::int32_t>::max();
+    for (const std::string& token : tokens()) {
+        const std::string text = "\n" + token + "\n\n" + token + " a\nb";
+        for (std::int32_t left = 0; left < 60; left += left < 6 ? 1 : 9) {
+            Single expected(text);
+            InRuns found(text, 90);
+            for (Lexer* const lexer : std::initializer_list<Lexer*>{&expected, &found})
+                lexer->pos = lexer->line = lexer->column = largest - left;
+            ASSERT_NO_FATAL_FAILURE(expectSameTokens(expected, found)) << text;
+        }
+    }
+}
+
+// Single characters and whole tokens may be asked for in turn.
+TEST(Runs, MayBeLeftForSingleCharacters) {
+    Random random(13);
+    for (int round = 0; round < 500; ++round) {
+        std::string text;
+        for (int i = 0; i < 6; ++i)
+            text += tokens()[random.below(tokens().size())] + " ";
+        Single expected(text);
+        InRuns found(text, 1 + random.below(60));
+        while (expected.la != -1) {
+            for (unsigned long left = 1 + random.below(4); left > 0; --left)
+                ASSERT_EQ(expected.consume(), found.consume());
+            ASSERT_EQ(stateOf(expected), stateOf(found));
+            ASSERT_EQ(expected.nextToken(), found.nextToken()) << text;
+            ASSERT_EQ(stateOf(expected), stateOf(found));
+        }
+    }
+}
+
+// Each scanner takes whatever character comes first.
+TEST(Runs, MayBeScannedFromAnyCharacter) {
+    using Scanner = Token (Lexer::*)();
+    constexpr Scanner scanners[] = {&Lexer::id, &Lexer::number, &Lexer::parens, &Lexer::braces,
+                                    &Lexer::nextToken};
+    Random random(16);
+    for (int round = 0; round < 3000; ++round) {
+        std::string text;
+        for (unsigned long left = 1 + random.below(40); left > 0; --left)
+            text += random.oneIn(30) ? static_cast<char>(random.next())
+                                     : random.oneOf("ab12.-\n\n ,(){}[]#\"");
+        Single expected(text);
+        InRuns found(text, 1 + random.below(30));
+        for (int step = 0; step < 12; ++step) {
+            const Scanner scan = scanners[random.below(std::size(scanners))];
+            ASSERT_EQ((expected.*scan)(), (found.*scan)()) << shown(text);
+            ASSERT_EQ(stateOf(expected), stateOf(found)) << shown(text);
+        }
+    }
+}
+
+// A file in the directory for tests, gone at the end.
+class TestFile {
+  public:
+    explicit TestFile(std::string_view bytes) {
+        std::ofstream(name_, std::ios::binary)
+            .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    }
+    TestFile(const TestFile&) = delete;
+    TestFile& operator=(const TestFile&) = delete;
+    ~TestFile() { std::remove(name_.c_str()); }
+    const char* name() const { return name_.c_str(); }
+
+  private:
+    std::string name_ = testing::TempDir() + "kvt-bulk-" + std::to_string(getpid()) + ".kvt";
+};
+
+// The block ends at each character of each token; a comment fills what is before it.
+TEST(Runs, GoOnBehindABlockOfAFile) {
+    constexpr unsigned long blockSize = 64UL * 1024;
+    for (const std::string& token : tokens()) {
+        for (unsigned long inBlock = 0; inBlock <= token.size() + 2; ++inBlock) {
+            const unsigned long length = blockSize - inBlock - 1;
+            const std::string rest = "\n " + token + " behind\n";
+            const std::string text = "#x" + rest;
+            const TestFile file("#" + std::string(length - 1, 'x') + rest);
+            Single expected(text);
+            FileLexer found(File::open(file.name()));
+            ASSERT_EQ(Token::Comment, expected.nextToken().type);
+            ASSERT_EQ(length, found.nextToken().text.len());
+            const std::int32_t ahead = found.pos - expected.pos;
+            ASSERT_EQ(static_cast<std::int32_t>(length - 2), ahead);
+            ASSERT_NO_FATAL_FAILURE(expectSameTokens(expected, found, ahead)) << token << inBlock;
+        }
+    }
+}
+
+TEST(Runs, GiveATokenOfManyBlocks) {
+    Random random(14);
+    std::string group = "{0";
+    while (group.size() < 300'000)
+        group += (random.oneIn(3) ? " ,\n" : " ") + digits(random, 1 + random.below(12));
+    const std::string text = group + "}; \"" + std::string(200'000, 's') + "\\\"\n\" " +
+                             std::string(150'000, 'i') + '\n' + std::string(150'000, ' ') + "#" +
+                             std::string(150'000, 'c');
+    const TestFile file(text);
+    ASSERT_NO_FATAL_FAILURE(expectSameAsSingle(text, FileLexer(File::open(file.name()))));
+    ASSERT_NO_FATAL_FAILURE(expectSameAsSingle(text, StringLexer(String(text))));
+    ASSERT_NO_FATAL_FAILURE(expectSameAsSingle(text, InRuns(text, 1000)));
+}
+
+// --- Groups, by the rules
+
+// A group from its opening delimiter on, a character at a time.
+class GroupByRule {
+  public:
+    explicit GroupByRule(std::string_view text)
+        : text_(text),
+          group_(text.front() == '(' ? Group::Parens : Group::Braces),
+          open_(text.front()),
+          close_(open_ == '(' ? ')' : '}') {}
+
+    // The type of the token, and its text if it is whole.
+    std::pair<Token::Type, std::string> read() {
+        do {
+            if (isAtEnd()) return {Token::Eof, ""};
+            if (!isAllowed(text_[at_])) return {Token::Invalid, ""};
+            takeOne();
+        } while (depth_ > 0 || isAtEnd() || text_[at_] != close_);
+        return {open_ == '(' ? Token::Parens : Token::Braces, written_ + close_};
+    }
+
+  private:
+    bool isAtEnd() const { return at_ == text_.size() || text_[at_] == '\xFF'; }
+    static bool isAllowed(char c) {
+        return isBlank(c) || numberCharacters.find(c) != std::string_view::npos ||
+               ",()[]{}"sv.find(c) != std::string_view::npos;
+    }
+    void takeOne() {
+        const char c = text_[at_];
+        if (c == open_ && !written_.empty()) {
+            ++depth_;
+        } else if (c == close_ && depth_ > 0) {
+            --depth_;
+        } else if (kindOf(c, group_) == Kind::Gap) {
+            takeGap();
+            return;
+        } else {
+            written_ += c;
+        }
+        ++at_;
+    }
+    void takeGap() {
+        const bool isRun = isBlank(text_[at_]);
+        do
+            ++at_;
+        while (isRun && !isAtEnd() && isBlank(text_[at_]));
+        const bool isClosing = !isAtEnd() && text_[at_] == close_;
+        if (written_.back() != ' ' && written_.back() != open_ && !isClosing) written_ += ' ';
+    }
+
+    std::string_view text_;
+    Group group_;
+    char open_;
+    char close_;
+    unsigned long at_ = 0;
+    unsigned long depth_ = 0;
+    std::string written_;
+};
+
+TEST_P(BulkPaths, NormaliseGroupsByTheRules) {
+    const PathGuard guard(GetParam());
+    Random random(15);
+    constexpr std::string_view sets[] = {"1 ,()", "1 ,{}", "12 ,()[]{}\n", "12.-e,\t\x01 []"};
+    for (int round = 0; round < 20000; ++round) {
+        const std::string_view set = sets[random.below(std::size(sets))];
+        std::string text(1, random.oneOf("({"));
+        for (unsigned long left = random.below(random.oneIn(20) ? 300 : 14); left > 0; --left)
+            text += random.oneIn(200) ? static_cast<char>(random.next()) : random.oneOf(set);
+        if (random.oneIn(2)) text += text.front() == '(' ? "))))" : "}}}}";
+        const auto [type, written] = GroupByRule(text).read();
+        const Token found = StringLexer(String(text)).nextToken();
+        ASSERT_EQ(type, found.type) << shown(text);
+        if (type > Token::Invalid) {
+            ASSERT_EQ(written, found.text.view()) << shown(text);
+        }
+    }
+}
+
+}  // namespace
