@@ -1,0 +1,62 @@
+// The scene is what the allocator says was handed out between the two ends of reading (blocks in
+// the heap and blocks mapped alone). The peak is the kernel's high-water mark of resident memory
+// over what was resident before, less the scene.
+#include "memory.h"
+
+#include <malloc.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <limits>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include <ko/kvtparser.h>
+
+namespace bench {
+
+namespace {
+
+double allocated() {
+    const struct mallinfo2 info = mallinfo2();
+    return static_cast<double>(info.uordblks + info.hblkhd);
+}
+
+// A field of this process's status, in bytes.
+double statusField(const std::string& name) {
+    std::ifstream status("/proc/self/status");
+    std::string word;
+    while (status >> word) {
+        double kilobytes = 0;
+        if (word == name + ":" && status >> kilobytes) return 1024 * kilobytes;
+        status.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+    }
+    throw std::runtime_error("/proc/self/status has no " + name);
+}
+
+}  // namespace
+
+MemoryUse measureMemory(const std::string& program, const std::string& path) {
+    const std::string command = "'" + program + "' --memory-of='" + path + "'";
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    MemoryUse use;
+    if (!pipe || std::fscanf(pipe.get(), "%lf %lf", &use.scene, &use.peakBeyond) != 2)
+        throw std::runtime_error("cannot measure the memory of " + path);
+    return use;
+}
+
+void printMemoryUse(const std::string& path) {
+    using namespace ko::mirel_sdk;
+    const double allocatedBefore = allocated();
+    const double residentBefore = statusField("VmRSS");
+    impl::Scene scene;
+    if (!impl::parseKvt(&scene, ko::File::open(path.c_str()), false))
+        throw std::runtime_error("cannot read " + path);
+    const double sceneBytes = allocated() - allocatedBefore;
+    const double peak = statusField("VmHWM") - residentBefore;
+    std::printf("%.0f %.0f\n", sceneBytes, peak - sceneBytes);
+}
+
+}  // namespace bench
