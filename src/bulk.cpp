@@ -33,11 +33,11 @@ bool convertReal(std::string_view text, unsigned char* dest) noexcept {
 Copied copyNumbers(const char* from, const char* end, char* to, Group group) {
     const chars::Class gap = group == Group::Parens ? chars::ParensGap : chars::BracesGap;
     for (;;) {
-        const char* const stop = chars::skip(from, end, chars::GroupNumber);
+        const char* const stop = chars::skip(from, end, chars::NumberPart);
         std::memcpy(to, from, static_cast<unsigned long>(stop - from));
         to += stop - from;
         from = chars::skip(stop, end, gap);
-        if (from == end || !chars::is(*from, chars::GroupNumber)) return {stop, to};
+        if (from == end || !chars::is(*from, chars::NumberPart)) return {stop, to};
         *to++ = ' ';
     }
 }

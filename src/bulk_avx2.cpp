@@ -150,7 +150,7 @@ KO_AVX2 Copied copyNumbers(const char* from, const char* end, char* to, Group gr
     // What is left may go on with the number, or with a gap that leads to one.
     const char* const next =
         chars::skip(from, end, group == Group::Parens ? chars::ParensGap : chars::BracesGap);
-    if (next == end || !chars::is(*next, chars::GroupNumber)) return done;
+    if (next == end || !chars::is(*next, chars::NumberPart)) return done;
     if (!inNumber || next != from) *done.written++ = ' ';
     return plainOperations.copyNumbers(next, end, done.written, group);
 }

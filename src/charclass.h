@@ -10,8 +10,7 @@ namespace ko::chars {
 enum Class : unsigned char {
     Blank = 1,         // separates tokens
     IdPart = 2,        // of an identifier, behind its first character
-    NumberPart = 4,    // of a number, behind its first character
-    GroupNumber = 8,   // of a number in a parenthesised or braced group
+    NumberPart = 4,    // of a number, in a group from its first character on, else behind it
     ParensGap = 16,    // between the numbers of a parenthesised group
     BracesGap = 32,    // between the numbers of a braced group
     CommentPart = 64,  // of a comment
@@ -30,7 +29,6 @@ constexpr unsigned char classesOf(char c) {
     if (isBlank) classes |= Blank;
     if (String::isLetter(c) || String::isDigit(c) || c == '_') classes |= IdPart;
     if (String::isHexDigit(c) || isOneOf(c, "+-.IiNnUu")) classes |= NumberPart;
-    if (String::isHexDigit(c) || isOneOf(c, "+-.IiNnUu")) classes |= GroupNumber;
     if (isBlank || isOneOf(c, ",[]{}")) classes |= ParensGap;
     if (isBlank || isOneOf(c, ",()[]")) classes |= BracesGap;
     if (c != '\n' && c != '\r') classes |= CommentPart;

@@ -326,7 +326,7 @@ struct Lexer::GroupText {
         const char* at = run.data();
         const char* const end = at + run.size();
         while (at != end && !isClosed) {
-            if (chars::is(*at, chars::GroupNumber)) {
+            if (chars::is(*at, chars::NumberPart)) {
                 endGap(*at);
                 const unsigned long step = std::min(static_cast<unsigned long>(end - at),
                                                     std::max(shortStep, text.size()));
