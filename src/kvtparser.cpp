@@ -317,7 +317,8 @@ struct Lexer::GroupText {
     const GroupRules& rules;
     TextBuilder text;
     unsigned long depth = 0;
-    int gapParts = 0;  // separators and runs of blanks since the last character that counts
+    // Separators and runs of blanks since the last character that counts.
+    unsigned long gapParts = 0;
     bool inBlanks = false;
     bool isClosed = false;
 
@@ -370,7 +371,7 @@ struct Lexer::GroupText {
     // A gap before `next` becomes one space. Not behind the opening delimiter, and not where it is
     // one separator or run of blanks before a closing one.
     void endGap(char next) {
-        const int parts = std::exchange(gapParts, 0);
+        const unsigned long parts = std::exchange(gapParts, 0);
         inBlanks = false;
         const bool isCovered = !text.isEmpty() && (text.last() == ' ' || text.last() == rules.open);
         if (parts == 0 || isCovered) return;
