@@ -11,6 +11,7 @@ enum Class : unsigned char {
     Blank = 1,         // separates tokens
     IdPart = 2,        // of an identifier, behind its first character
     NumberPart = 4,    // of a number, in a group from its first character on, else behind it
+    RealMark = 8,      // makes a number a real
     ParensGap = 16,    // between the numbers of a parenthesised group
     BracesGap = 32,    // between the numbers of a braced group
     CommentPart = 64,  // of a comment
@@ -29,6 +30,7 @@ constexpr unsigned char classesOf(char c) {
     if (isBlank) classes |= Blank;
     if (String::isLetter(c) || String::isDigit(c) || c == '_') classes |= IdPart;
     if (String::isHexDigit(c) || isOneOf(c, "+-.IiNnUu")) classes |= NumberPart;
+    if (isOneOf(c, ".fFnNaAiI")) classes |= RealMark;
     if (isBlank || isOneOf(c, ",[]{}")) classes |= ParensGap;
     if (isBlank || isOneOf(c, ",()[]")) classes |= BracesGap;
     if (c != '\n' && c != '\r') classes |= CommentPart;
@@ -45,7 +47,16 @@ constexpr std::array<unsigned char, 256> makeTable() {
 
 inline constexpr std::array<unsigned char, 256> table = makeTable();
 
-inline bool is(char c, Class wanted) { return table[static_cast<unsigned char>(c)] & wanted; }
+inline unsigned classes(char c) { return table[static_cast<unsigned char>(c)]; }
+inline bool is(char c, Class wanted) { return classes(c) & wanted; }
+
+// The classes that any character of the text is in.
+inline unsigned unionOf(std::string_view text) {
+    unsigned all = 0;
+    for (const char c : text)
+        all |= classes(c);
+    return all;
+}
 
 // The first place in [at, end) that is not of the class.
 inline const char* skip(const char* at, const char* end, Class wanted) {

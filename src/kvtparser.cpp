@@ -41,9 +41,9 @@ namespace {
 constexpr signed char endOfInput = -1;
 
 void add(std::int32_t& counter, unsigned long count) noexcept {
-    const auto left =
-        static_cast<unsigned long>(std::numeric_limits<std::int32_t>::max() - counter);
-    counter += static_cast<std::int32_t>(std::min(count, left));
+    constexpr unsigned long largest = std::numeric_limits<std::int32_t>::max();
+    const unsigned long sum = static_cast<unsigned long>(counter) + count;
+    counter = static_cast<std::int32_t>(std::min(sum, largest));
 }
 
 }  // namespace
@@ -54,13 +54,16 @@ void Lexer::start(std::string_view run) {
     fetch();
 }
 
-void Lexer::fetch() {
-    if (next_ == end_) {
-        const std::string_view run = nextRun();
-        if (!run.empty()) next_ = run.data();
-        end_ = next_ + run.size();
-    }
-    la = next_ == end_ ? endOfInput : static_cast<signed char>(*next_++);
+inline void Lexer::fetch() {
+    if (next_ == end_) return fetchRun();
+    la = static_cast<signed char>(*next_++);
+}
+
+void Lexer::fetchRun() {
+    const std::string_view run = nextRun();
+    if (!run.empty()) next_ = run.data();
+    end_ = next_ + run.size();
+    la = run.empty() ? endOfInput : static_cast<signed char>(*next_++);
 }
 
 // A line break ends its line: the line moves on with the character behind it.
@@ -91,7 +94,15 @@ std::string_view Lexer::ahead() const {
     return {next_ - 1, static_cast<unsigned long>(end_ - next_) + 1};
 }
 
-void Lexer::skipInLine(unsigned long count) {
+// Of the run; line and column are those of the character before `to` already.
+inline void Lexer::moveTo(const char* to, unsigned long count) {
+    add(pos, count);
+    c = static_cast<signed char>(to[-1]);
+    next_ = to;
+    fetch();
+}
+
+inline void Lexer::skipInLine(unsigned long count) {
     if (!next_) {
         consume();
         return;
@@ -101,10 +112,7 @@ void Lexer::skipInLine(unsigned long count) {
         column = 0;
     }
     add(column, count);
-    add(pos, count);
-    next_ += count - 1;
-    c = static_cast<signed char>(next_[-1]);
-    fetch();
+    moveTo(next_ + count - 1, count);
 }
 
 void Lexer::skip(unsigned long count) {
@@ -145,8 +153,12 @@ StringLexer& StringLexer::operator=(const StringLexer& other) {
 // === Tokens =====================================================================================
 
 Token Lexer::token(Token::Type type) {
-    Token t{type, String(), line, column};
-    t.text = String(static_cast<char>(one()));
+    Token t{type, String(static_cast<char>(la)), line, column};
+    if (la == endOfInput) {
+        one();
+    } else {
+        skipInLine(1);
+    }
     return t;
 }
 
@@ -169,93 +181,184 @@ Token Lexer::unexpectedEof(const String& what) const {
 
 // === Lexer ======================================================================================
 
-void Lexer::skipBlanks() {
-    while (chars::is(la, chars::Blank))
-        one();
+inline void Lexer::skipBlanks() {
+    while (chars::is(la, chars::Blank)) {
+        if (next_) {
+            skipBlankRun();
+        } else {
+            consume();
+        }
+    }
 }
 
-// Consumes the lookahead, whatever it is, and the characters behind it that belong; returns them.
-// No line break belongs.
-template <class Belongs>
-String Lexer::take(Belongs belongs) {
-    TextBuilder text;
-    if (la == '\n') {
-        text.push(static_cast<char>(one()));
-        if (!belongs(la)) return text.take();
-    }
+inline void Lexer::skipBlankRun() {
+    const char* const begin = next_ - 1;
+    const char* at = begin;
+    const char* lineBegin = begin;
+    unsigned long breaks = 0;
+    char last = static_cast<char>(c);
     do {
-        const std::string_view run = ahead();
-        const char* const end = run.data() + run.size();
-        const char* const stop = std::find_if_not(run.data() + 1, end, belongs);
-        const std::string_view piece = run.substr(0, static_cast<unsigned long>(stop - run.data()));
-        if (stop != end && text.isEmpty()) {
-            String whole(piece);
-            skipInLine(piece.size());
-            return whole;
+        // A break moves the line for what follows it: that may be in the next run.
+        if (last == '\n') {
+            lineBegin = at;
+            ++breaks;
         }
-        text.append(piece);
-        skipInLine(piece.size());
-    } while (belongs(la));
+        last = *at++;
+    } while (at != end_ && chars::is(*at, chars::Blank));
+    if (breaks > 0) {
+        add(line, breaks);
+        column = 0;
+    }
+    add(column, static_cast<unsigned long>(at - lineBegin));
+    moveTo(at, static_cast<unsigned long>(at - begin));
+}
+
+// Consumes the lookahead, whatever it is, and the characters behind it of that class, into `text`.
+// No line break is of the class. Returns the classes that they are in.
+unsigned Lexer::take(chars::Class belonging, String& text) {
+    const std::string_view run = ahead();
+    const char* const end = run.data() + run.size();
+    const char* at = run.data();
+    unsigned classes = chars::classes(*at);
+    unsigned next = 0;
+    while (++at != end && ((next = chars::classes(*at)) & belonging))
+        classes |= next;
+    if (at == end || la == '\n') {
+        text = takeAcross(belonging);
+        return chars::unionOf(text.view());
+    }
+    const auto length = static_cast<unsigned long>(at - run.data());
+    text.assign(run.substr(0, length));
+    skipInLine(length);
+    return classes;
+}
+
+// The same where the text begins with a line break or may go on in the next run.
+String Lexer::takeAcross(chars::Class belonging) {
+    TextBuilder text;
+    text.push(static_cast<char>(one()));
+    while (chars::is(la, belonging)) {
+        const std::string_view run = ahead();
+        const char* const stop = chars::skip(run.data(), run.data() + run.size(), belonging);
+        const auto length = static_cast<unsigned long>(stop - run.data());
+        text.append(run.substr(0, length));
+        skipInLine(length);
+    }
     return text.take();
 }
 
+inline void Lexer::finish(Token::Type type, Token& t) const {
+    t.type = type;
+    t.line = line;
+    t.column = column;
+}
+
+// A sign has the position of the character before it.
+inline void Lexer::readSign(Token::Type type, Token& t) {
+    const char sign = static_cast<char>(la);
+    t.text.assign({&sign, 1});
+    finish(type, t);
+    skipInLine(1);
+}
+
 Token Lexer::nextToken() {
+    Token t;
+    read(t);
+    return t;
+}
+
+void Lexer::read(Token& t) {
     skipBlanks();
-    if (la == endOfInput) return token(Token::Eof, "EOF");
     switch (la) {
-        case '"': return string();
-        case '#': return comment();
-        case '\'': return token(Token::Quote);
-        case '(': return parens();
-        case '*': return token(Token::Star);
-        case '+': return token(Token::Plus);
-        case ',': return token(Token::Comma);
-        case '.': return token(Token::Dot);
-        case '/': return token(Token::Slash);
-        case ':': return token(Token::Colon);
-        case ';': return token(Token::Semicolon);
-        case '=': return token(Token::Equals);
-        case '[': return brackets();
-        case '\\': return token(Token::Backslash);
-        case '{': return braces();
-        case '|': return token(Token::Pipe);
+        case endOfInput: t = token(Token::Eof, "EOF"); return;
+        case '"': t = string(); return;
+        case '#': t = comment(); return;
+        case '\'': return readSign(Token::Quote, t);
+        case '(': t = parens(); return;
+        case '*': return readSign(Token::Star, t);
+        case '+': return readSign(Token::Plus, t);
+        case ',': return readSign(Token::Comma, t);
+        case '.': return readSign(Token::Dot, t);
+        case '/': return readSign(Token::Slash, t);
+        case ':': return readSign(Token::Colon, t);
+        case ';': return readSign(Token::Semicolon, t);
+        case '=': return readSign(Token::Equals, t);
+        case '[': t = brackets(); return;
+        case '\\': return readSign(Token::Backslash, t);
+        case '{': t = braces(); return;
+        case '|': return readSign(Token::Pipe, t);
         default: break;
     }
-    if (String::isLetter(la) || la == '_') return id();
-    if (la == '-' || String::isHexDigit(la)) return number();
-    return token(Token::Invalid, String::format("INVALID TOKEN (%d,%d): '%c'", line, column, la));
+    if (String::isLetter(la) || la == '_') return readId(t);
+    if (la == '-' || String::isHexDigit(la)) return readNumber(t);
+    t = token(Token::Invalid, String::format("INVALID TOKEN (%d,%d): '%c'", line, column, la));
+}
+
+Token Lexer::id() {
+    if (la == endOfInput) return unexpectedEof("ID");
+    Token t;
+    readId(t);
+    return t;
 }
 
 // id = ( letter | "_" ) { letter | "_" | digit }
-Token Lexer::id() {
-    if (la == endOfInput) return unexpectedEof("ID");
-    const String text = take([](char ch) { return chars::is(ch, chars::IdPart); });
-    if (ascii::equalNoCase(text.view(), "true")) return token(Token::True, "true");
-    if (ascii::equalNoCase(text.view(), "false")) return token(Token::False, "false");
-    if (ascii::equalNoCase(text.view(), "null")) return token(Token::Null, "null");
-    return token(Token::Id, text);
+void Lexer::readId(Token& t) {
+    take(chars::IdPart, t.text);
+    finish(Token::Id, t);
+    switch (ascii::lower(t.text[0])) {
+        case 't': return becomeIf("true", Token::True, t);
+        case 'f': return becomeIf("false", Token::False, t);
+        case 'n': return becomeIf("null", Token::Null, t);
+        default: return;
+    }
+}
+
+// A word that is no identifier has one spelling in its token.
+void Lexer::becomeIf(std::string_view word, Token::Type type, Token& t) {
+    if (!ascii::equalNoCase(t.text.view(), word)) return;
+    t.type = type;
+    t.text.assign(word);
+}
+
+Token Lexer::number() {
+    if (la == endOfInput) return unexpectedEof("NUMBER");
+    Token t;
+    readNumber(t);
+    return t;
 }
 
 // number = ( "-" | digit ) { hex digit | "+" | "-" | "." | "I" | "i" | "N" | "n" | "U" | "u" }
 //
 // What is real follows from letters alone. An `a` counts, for `nan`; an `e` does not, so `1e5` is
 // an integer.
-Token Lexer::number() {
-    if (la == endOfInput) return unexpectedEof("NUMBER");
-    const String text = take([](char ch) { return chars::is(ch, chars::NumberPart); });
-    const bool isReal = text.view().find_first_of(".fFnNaAiI") != std::string_view::npos;
-    return token(isReal ? Token::Real : Token::Integer, text);
+void Lexer::readNumber(Token& t) {
+    const unsigned classes = take(chars::NumberPart, t.text);
+    finish(classes & chars::RealMark ? Token::Real : Token::Integer, t);
 }
 
 // comment = "#" { any character but a line break }
 Token Lexer::comment() {
-    return token(Token::Comment, take([](char ch) { return chars::is(ch, chars::CommentPart); }));
+    String text;
+    take(chars::CommentPart, text);
+    return token(Token::Comment, std::move(text));
 }
 
 // string = '"' { any character but '"' and '\' | '\' | '\"' | '\\' } '"'
 //
 // Kept as written; whoever takes the value resolves the escapes.
 Token Lexer::string() {
+    const std::string_view run = ahead();
+    const char* const end = run.data() + run.size();
+    const char* const stop = chars::skip(run.data() + 1, end, chars::StringPart);
+    if (stop == end || *stop != '"') return stringAcross();
+    const auto length = static_cast<unsigned long>(stop + 1 - run.data());
+    String text(run.substr(0, length));
+    skip(length);
+    return token(Token::StringLiteral, std::move(text));
+}
+
+// The same where the text has a backslash or may go on in the next run.
+Token Lexer::stringAcross() {
     TextBuilder text;
     text.push(static_cast<char>(one()));
     for (;;) {
@@ -413,7 +516,7 @@ void KvtParser::tokenError(const String& expected, const Token& found) {
 
 // The detail at the place of the token taken last.
 String KvtParser::framed(const char* kind, const String& detail) const {
-    return String::format("%s (%d,%d): %s.", kind, lastToken_.line, lastToken_.column,
+    return String::format("%s (%d,%d): %s.", kind, lastToken().line, lastToken().column,
                           detail.buf());
 }
 
@@ -457,37 +560,41 @@ void KvtParser::wrongTypeWarning(const String& value, IInput* input) {
 void KvtParser::prime(IScene* scene, Lexer* lexer) {
     scene_ = scene;
     lexer_ = lexer;
-    ring_ = {};
-    head_ = 0;
-    for (int i = 0; i < lookahead_; ++i) {
-        ring_.push_back(Token());
-        consume();
+    for (Token& t : ring_)
+        t = Token();
+    for (unsigned i = 0; i < lookahead; ++i)
+        advance();
+}
+
+Token::Type KvtParser::la(int i) const { return peek(i).type; }
+
+Token KvtParser::lt(int i) const { return peek(i); }
+
+// The new token takes the place of the one behind the last; an invalid one never gets there.
+void KvtParser::advance() {
+    Token& oldest = ring_[(head_ + lookahead) % ringSize];
+    lexer_->read(oldest);
+    if (oldest.type == Token::Invalid) {
+        const Token invalid = std::exchange(oldest, peek(1));
+        tokenError(invalid);
     }
+    head_ = (head_ + 1) % ringSize;
 }
-
-// The place of the i-th unread token in the ring.
-unsigned long KvtParser::slot(int i) const {
-    const int at = head_ + i - 1;
-    return static_cast<unsigned long>(at < lookahead_ ? at : at - lookahead_);
-}
-
-Token::Type KvtParser::la(int i) const { return ring_[slot(i)].type; }
-
-Token KvtParser::lt(int i) const { return ring_[slot(i)]; }
 
 Token KvtParser::consume() {
-    Token& first = ring_[slot(1)];
-    lastToken_ = first;
-    nextToken_ = lexer_->nextToken();
-    if (nextToken_.type == Token::Invalid) tokenError(nextToken_);
-    first = nextToken_;
-    head_ = head_ + 1 < lookahead_ ? head_ + 1 : 0;
-    return lastToken_;
+    advance();
+    return lastToken();
+}
+
+bool KvtParser::skip(Token::Type type) {
+    if (la(1) != type) return false;
+    advance();
+    return true;
 }
 
 bool KvtParser::match(Token& t, Token::Type type) {
-    if (la(1) != type) return false;
-    t = consume();
+    if (!skip(type)) return false;
+    t = lastToken();
     return true;
 }
 
@@ -499,7 +606,7 @@ bool KvtParser::parse(IScene* scene, Lexer* lexer) {
     try {
         while (la(1) != Token::Eof && la(1) != Token::Invalid) {
             if (!scene_) parseError("no scene to read into");
-            if (!statement()) parseError("unrecognized token '%s'.", lt(1).text.buf());
+            if (!statement()) parseError("unrecognized token '%s'.", peek(1).text.buf());
         }
         resolveConnections();
         resolveIdentifiers();
@@ -514,54 +621,57 @@ bool KvtParser::parse(IScene* scene, Lexer* lexer) {
 //
 // A `with` looks like a declaration and is taken as one, of type `with` if the node is not there.
 bool KvtParser::statement() {
+    if (la(1) == Token::Dot)
+        return parseAssign();  // begins nothing else, and is most of a document
     return parseComment() || parseRemove() || parseDefine() || parseDeclare() || parseWith() ||
            parseAssign();
 }
 
 // comment = Comment; one with "version:" or "time:" also sets the scene's version or time
 bool KvtParser::parseComment() {
-    Token comment;
-    if (!match(comment, Token::Comment)) return false;
-    const String field = comment.text.fromFirst(':', false).trim(true, true);
-    if (comment.text.contains("version:", false)) {
+    if (!skip(Token::Comment)) return false;
+    const String comment = lastToken().text;
+    const String field = comment.fromFirst(':', false).trim(true, true);
+    if (comment.contains("version:", false)) {
         unsigned long version = 0;
         if (String::parse(field, version, String::Auto)) {
             scene().setFileVersion(version);
         } else {
-            logWarning("Failed to parse KVT version comment: %s", comment.text.buf());
+            logWarning("Failed to parse KVT version comment: %s", comment.buf());
         }
-    } else if (comment.text.contains("time:", false) && !field.isEmpty()) {
+    } else if (comment.contains("time:", false) && !field.isEmpty()) {
         scene().setFileTime(field);
     }
-    scene().pushFileComment(comment.text);
+    scene().pushFileComment(comment);
     return true;
 }
 
 // Whether the next tokens are the keyword, a name and `end`.
 bool KvtParser::isNamed(const char* keyword, Token::Type end) const {
     return la(1) == Token::Id && la(2) == Token::Id && la(3) == end &&
-           lt(1).text.compareNoCase(keyword) == 0;
+           peek(1).text.compareNoCase(keyword) == 0;
 }
 
-// Takes keyword, name and end, and returns the name.
-Token KvtParser::takeName() {
-    consume();
-    Token name = consume();
-    consume();
+// Takes keyword or type, name and end, and returns the name.
+String KvtParser::takeName() {
+    advance();
+    advance();
+    String name = lastToken().text;
+    advance();
     return name;
 }
 
 // remove = "remove" Id ";"
 bool KvtParser::parseRemove() {
     if (!isNamed("remove", Token::Semicolon)) return false;
-    scene().removeNode(takeName().text);
+    scene().removeNode(takeName());
     return true;
 }
 
 // define = "define" Id ";"
 bool KvtParser::parseDefine() {
     if (!isNamed("define", Token::Semicolon)) return false;
-    const String name = takeName().text;
+    const String name = takeName();
     Node* node = scene().findNode(name);
     if (!node) node = scene().defineNode(name);
     definedNodes_.push_back(node);
@@ -573,11 +683,9 @@ bool KvtParser::parseDeclare() {
     const bool isBlock = la(3) == Token::Colon;
     if (la(1) != Token::Id || la(2) != Token::Id) return false;
     if (!isBlock && la(3) != Token::Semicolon) return false;
-    const Token type = consume();
-    const Token name = consume();
-    consume();
-    Node* node = scene().findNode(name.text);
-    if (!node) node = scene().createNode(type.text, name.text, "");
+    const String type = peek(1).text;
+    const String name = takeName();
+    Node* const node = scene().findOrCreateNode(type, name);
     if (isBlock) withNode_ = node;
     return true;
 }
@@ -585,7 +693,7 @@ bool KvtParser::parseDeclare() {
 // with = "with" Id ":", the name of a node or the type of a defined one
 bool KvtParser::parseWith() {
     if (!isNamed("with", Token::Colon)) return false;
-    const String name = takeName().text;
+    const String name = takeName();
     withNode_ = scene().findNode(name);
     if (withNode_) return true;
     for (Node* const node : definedNodes_)
@@ -598,15 +706,19 @@ bool KvtParser::path(ds::Vector<Token>& tokens) {
     const bool isAbsolute = la(1) == Token::Id;
     if (isAbsolute && (la(2) != Token::Dot || la(3) != Token::Id)) return false;
     if (!isAbsolute && (la(1) != Token::Dot || la(2) != Token::Id)) return false;
-    if (isAbsolute) tokens.push_back(consume());
-    tokens.push_back(consume());
-    tokens.push_back(consume());
+    const auto take = [&] {
+        advance();
+        tokens.push_back(lastToken());
+    };
+    if (isAbsolute) take();
+    take();
+    take();
     for (;;) {
         if (la(1) == Token::Brackets) {
-            tokens.push_back(consume());
+            take();
         } else if (la(1) == Token::Dot && la(2) == Token::Id) {
-            tokens.push_back(consume());
-            tokens.push_back(consume());
+            take();
+            take();
         } else {
             return true;
         }
@@ -622,16 +734,15 @@ String KvtParser::collapse(const ds::Vector<Token>& tokens) {
 
 // reference = "|" "=" ( "null" | path ) ";"
 bool KvtParser::connect(AssignInfo& info) {
-    Token t;
-    if (!match(t, Token::Pipe)) return false;
-    if (!match(t, Token::Equals)) tokenError("=", lt(1));
-    if (match(t, Token::Null)) {
-        info.refPath.push_back(t);
+    if (!skip(Token::Pipe)) return false;
+    if (!skip(Token::Equals)) tokenError("=", peek(1));
+    if (skip(Token::Null)) {
+        info.refPath.push_back(lastToken());
     } else if (!path(info.refPath)) {
-        tokenError("(null|path)", lt(1));
+        tokenError("(null|path)", peek(1));
     }
     info.token0 = info.refPath[0];
-    if (!match(t, Token::Semicolon)) tokenError(";", lt(1));
+    if (!skip(Token::Semicolon)) tokenError(";", peek(1));
     info.gotReference = true;
     return true;
 }
@@ -640,8 +751,7 @@ bool KvtParser::connect(AssignInfo& info) {
 
 // value = "=" ( scalar | buffer | Id | "null" ) ";"
 bool KvtParser::value(AssignInfo& info) {
-    Token t;
-    if (!match(t, Token::Equals)) return false;
+    if (!skip(Token::Equals)) return false;
     if (scalar(info)) {
         info.gotScalar = true;
     } else if (buffer(info)) {
@@ -649,34 +759,39 @@ bool KvtParser::value(AssignInfo& info) {
     } else {
         identifier(info);
     }
-    if (!match(t, Token::Semicolon)) tokenError(";", lt(1));
+    if (!skip(Token::Semicolon)) tokenError(";", peek(1));
     return true;
 }
 
 void KvtParser::identifier(AssignInfo& info) {
     const bool isIdentifier = la(1) == Token::Id || la(1) == Token::Null;
-    if (!isIdentifier) tokenError("(scalar|buffer|reference)", lt(1));
+    if (!isIdentifier) tokenError("(scalar|buffer|reference)", peek(1));
     info.gotIdentifier = true;
-    info.token4 = consume();
-    info.token0 = info.token4;
+    advance();
+    info.token4 = lastToken();
+    info.token0 = lastToken();
 }
 
 // --- Scalars ------------------------------------------------------------------------------------
 
 namespace {
 
+// The text of a group without its delimiters.
+std::string_view inside(const Token& group) {
+    return group.text.view().substr(1, group.text.len() - 2);
+}
+
 bool readBool(const String& text, AttrData& data) {
     data.type = AttrType::Bool;
     bool value = false;
     if (!String::parse(text, value)) return false;
-    data.value[0] = 0;
-    std::memcpy(data.value, &value, sizeof value);
+    data = AttrData::ofBool(value);
     return true;
 }
 
 // Unsigned integers too go through the signed parser; they end at 2^63 - 1.
 bool readInteger(const String& text, AttrData& data) {
-    data.type = text.endsWith("u", false) ? AttrType::UInt : AttrType::Int;
+    data.type = text.view().back() == 'u' ? AttrType::UInt : AttrType::Int;
     long value = 0;
     if (!String::parse(text, value, String::Auto)) return false;
     data.value[0] = static_cast<std::uint64_t>(value);
@@ -691,28 +806,39 @@ bool readReal(const String& text, AttrData& data) {
     return true;
 }
 
-template <class Math>
-bool readMath(const String& text, AttrData& data) {
-    static_assert(sizeof(Math) <= sizeof data.value);
-    Math value;
-    std::memcpy(&value, data.value, sizeof value);
-    const bool isRead = String::parse(text, value);
-    std::memcpy(data.value, &value, sizeof value);
+// A string between its quotes.
+bool readText(const String& text, AttrData& data) {
+    data = AttrData::ofText(text.substring(1, text.len() - 2).unescape().view());
+    return true;
+}
+
+template <int N>
+bool readComponents(std::string_view text, AttrData& data) {
+    double components[N];
+    std::memcpy(components, data.value, sizeof components);
+    const bool isRead = math::parseComponents<N>(text, components);
+    std::memcpy(data.value, components, sizeof components);
     return isRead;
 }
 
-bool readMath(const String& text, AttrType type, AttrData& data) {
+// A colour may leave out its alpha, which is 1 then.
+bool readColour(std::string_view text, AttrData& data) {
+    double components[4];
+    std::memcpy(components, data.value, sizeof components);
+    const bool isRead = math::parseRgba(text, components);
+    std::memcpy(data.value, components, sizeof components);
+    return isRead;
+}
+
+bool readMath(std::string_view text, AttrType type, AttrData& data) {
     data.type = type;
-    switch (type) {
-        case AttrType::Vec2: return readMath<math::VecT<2, double>>(text, data);
-        case AttrType::Vec3: return readMath<math::VecT<3, double>>(text, data);
-        case AttrType::Vec4: return readMath<math::VecT<4, double>>(text, data);
-        case AttrType::Pos2: return readMath<math::PosT<2, double>>(text, data);
-        case AttrType::Pos3: return readMath<math::PosT<3, double>>(text, data);
-        case AttrType::Quat: return readMath<math::QuatT<double>>(text, data);
-        case AttrType::Rgba: return readMath<math::RgbaT<double>>(text, data);
-        case AttrType::Mat3: return readMath<math::MatT<3, double>>(text, data);
-        default: return readMath<math::MatT<4, double>>(text, data);
+    if (type == AttrType::Rgba) return readColour(text, data);
+    switch (componentCount(type)) {
+        case 2: return readComponents<2>(text, data);
+        case 3: return readComponents<3>(text, data);
+        case 4: return readComponents<4>(text, data);
+        case 9: return readComponents<9>(text, data);
+        default: return readComponents<16>(text, data);
     }
 }
 
@@ -723,34 +849,35 @@ bool readMath(const String& text, AttrType type, AttrData& data) {
 // A literal that does not convert is taken all the same, so that what stands behind it, a ";" as a
 // rule, ends the statement with an error.
 bool KvtParser::scalar(AssignInfo& info) {
-    Token& t = info.token0;
-    if (match(t, Token::True) || match(t, Token::False)) return readBool(t.text, info.data);
-    if (match(t, Token::Integer)) return readInteger(t.text, info.data);
-    if (match(t, Token::Real)) return readReal(t.text, info.data);
-    if (match(t, Token::StringLiteral)) {
-        const String text = t.text.substring(1, t.text.len() - 2).unescape();
-        info.data = AttrData::ofText(text.view());
-        return true;
+    const Token::Type type = la(1);
+    const bool isLiteral = type == Token::True || type == Token::False || type == Token::Integer ||
+                           type == Token::Real || type == Token::StringLiteral ||
+                           type == Token::Braces || type == Token::Brackets;
+    if (!isLiteral) return mathValue(info);
+    advance();
+    info.token0 = lastToken();
+    const String& text = info.token0.text;
+    switch (type) {
+        case Token::True:
+        case Token::False: return readBool(text, info.data);
+        case Token::Integer: return readInteger(text, info.data);
+        case Token::Real: return readReal(text, info.data);
+        case Token::StringLiteral: return readText(text, info.data);
+        case Token::Braces: info.data.type = AttrType::Object; return true;
+        default: info.data.type = AttrType::Array; return true;
     }
-    if (match(t, Token::Braces)) {
-        info.data.type = AttrType::Object;
-        return true;
-    }
-    if (match(t, Token::Brackets)) {
-        info.data.type = AttrType::Array;
-        return true;
-    }
-    return mathValue(info);
 }
 
 // math value = Id Parens, the identifier a type: vec3(1 0 0)
 bool KvtParser::mathValue(AssignInfo& info) {
     if (la(1) != Token::Id || la(2) != Token::Parens) return false;
-    const auto* const type = scalarTypes().findNode(lt(1).text.toLower(true));
+    const auto* const type = scalarTypes().findNode(peek(1).text.toLower(true));
     if (!type) return false;
-    info.token0 = consume();
-    info.token3 = consume();
-    return readMath(info.token3.text.trimChars("()", ""), type->value, info.data);
+    advance();
+    info.token0 = lastToken();
+    advance();
+    info.token3 = lastToken();
+    return readMath(inside(info.token3), type->value, info.data);
 }
 
 // --- Buffers ------------------------------------------------------------------------------------
@@ -764,11 +891,6 @@ DataType elementTypeNamed(const String& keyword) {
     return DataType::Null;
 }
 
-// The text of a group without its delimiters.
-std::string_view inside(const Token& group) {
-    return group.text.view().substr(1, group.text.len() - 2);
-}
-
 }  // namespace
 
 bool KvtParser::parseElem(const String& text, DataType type, unsigned char* dest) {
@@ -778,11 +900,12 @@ bool KvtParser::parseElem(const String& text, DataType type, unsigned char* dest
 // buffer = Id Brackets Braces, the identifier an element type: vec3f[2] {0 0 0 1 1 1}
 bool KvtParser::buffer(AssignInfo& info) {
     if (la(1) != Token::Id || la(2) != Token::Brackets || la(3) != Token::Braces) return false;
-    const DataType type = elementTypeNamed(lt(1).text.toLower(true));
+    const DataType type = elementTypeNamed(peek(1).text.toLower(true));
     if (type == DataType::Null) return false;
-    info.token0 = consume();
-    info.token1 = consume();
-    info.token2 = consume();
+    for (Token* const kept : {&info.token0, &info.token1, &info.token2}) {
+        advance();
+        *kept = lastToken();
+    }
     allocateBuffer(info, type);
     if (!info.data.payload()) return true;  // of no elements, whatever the group says
     const std::string_view data = inside(info.token2);
@@ -873,8 +996,9 @@ String shownPath(const ds::Vector<Token>& path, const Node* node) {
 void KvtParser::AssignInfo::clear() {
     path.clear();
     refPath.clear();
+    // What holds a value's token is no end of input.
     for (Token* const t : {&token0, &token1, &token2, &token3, &token4})
-        *t = Token();
+        if (t->type != Token::Eof) *t = Token();
     gotScalar = gotBuffer = gotReference = gotIdentifier = false;
     data = AttrData();
 }
@@ -893,6 +1017,7 @@ struct KvtParser::Walk {
     ds::Vector<const Token*>& steps;  // names and indices, without the dots
     Input* input = nullptr;           // reached so far
     Input* parent = nullptr;          // the one before it
+    bool isNew = false;               // whether `input` was made on the way
 };
 
 // What a step should lead to.
@@ -915,9 +1040,9 @@ bool KvtParser::parseAssign() {
         parseError("input '%s' not found.", shownPath(info.path, &walk.node).buf());
     }
     if (info.gotReference) {
-        postpone(pendingConnections, *target, std::move(info));
+        postpone(pendingConnections, walk, info);
     } else if (info.gotIdentifier) {
-        postpone(pendingIdentifiers, *target, std::move(info));
+        postpone(pendingIdentifiers, walk, info);
     } else {
         storeValue(walk, info);
     }
@@ -935,16 +1060,6 @@ Node& KvtParser::assignedNode(const AssignInfo& info) {
 }
 
 // --- The walk to the target ---------------------------------------------------------------------
-
-namespace {
-
-template <class Holder>
-Input* create(Holder& holder, const String& name, AttrType type, AttrType elementType) {
-    return type == AttrType::Array ? holder.createArray(name, elementType)
-                                   : holder.createInput(name, type);
-}
-
-}  // namespace
 
 Input* KvtParser::reachTarget(Walk& walk) {
     const ds::Vector<Token>& path = walk.info.path;
@@ -974,16 +1089,20 @@ Input* KvtParser::takeStep(Walk& walk, unsigned long i) {
     const Token& token = *walk.steps[i];
     const String name = updateInputName(walk.node.type(), token.text);
     const Expected expected = expectedAt(walk, i);
-    IInputContainer* const container = walk.input ? walk.input->container() : nullptr;
-    if (walk.input && !container) return nullptr;
-    if (Input* const found = container ? container->input(name) : walk.node.input(name)) {
-        const bool isLast = i + 1 == walk.steps.size();
-        if (!isLast) checkIntermediate(*found, expected, walk.info.data);
-        return found;
+    if (walk.input && !walk.input->container()) return nullptr;
+    if (walk.input && walk.input->isArray()) {
+        walk.isNew = false;  // as far as anyone keeps count
+        return takeIndexStep(*walk.input, name, token, expected.type);
     }
-    if (!container) return create(walk.node, name, expected.type, expected.elementType);
-    if (walk.input->isArray()) return takeIndexStep(*walk.input, name, token, expected.type);
-    return create(*container, name, expected.type, expected.elementType);
+    const FoundInput step =
+        walk.input ? walk.input->findOrCreate(name, expected.type, expected.elementType)
+                   : walk.node.findOrCreate(name, expected.type, expected.elementType);
+    walk.isNew = step.isNew;
+    const bool isLast = i + 1 == walk.steps.size();
+    if (step.input && !step.isNew && !isLast) {
+        checkIntermediate(*step.input, expected, walk.info.data);
+    }
+    return step.input;
 }
 
 // index = "[" ( number | "*" ) "]"; the array grows to hold it, "*" is the place behind its end
@@ -1142,13 +1261,14 @@ void declareSiblings(Input* parent, const AttrData& data) {
 }  // namespace
 
 // The last assignment to an input wins.
-void KvtParser::postpone(PendingMap& pending, Input& target, AssignInfo&& info) {
-    if (auto* const earlier = pending.findNode(&target)) {
-        earlier->value = std::move(info);
+void KvtParser::postpone(PendingMap& pending, const Walk& walk, const AssignInfo& info) {
+    Input* const target = walk.input;
+    if (auto* const earlier = walk.isNew ? nullptr : pending.findNode(target)) {
+        earlier->value = info;
         return;
     }
-    held_.push_back(RefersTo<IInput>(&target));
-    pending.insert(&target, std::move(info));
+    pending.insert(target, info);
+    held_.push_back(RefersTo<IInput>(target));
 }
 
 void KvtParser::storeValue(const Walk& walk, AssignInfo& info) {
@@ -1198,20 +1318,70 @@ void KvtParser::checkEnumeration(const Input& target) {
 
 // === Resolution =================================================================================
 
-void KvtParser::resolveConnections() {
-    pendingConnections.forEach(
-        [this](const auto& entry) { connectTo(*entry.key, collapse(entry.value.refPath)); });
+namespace {
+
+constexpr unsigned long batchSize = 64;
+
+// Visits the entries in the order of the document, a batch at a time: what is looked up all over a
+// large scene then waits for memory side by side.
+template <class Map, class Visit>
+void forEachBatch(const Map& pending, Visit visit) {
+    ds::Vector<const typename Map::Node*> batch;
+    pending.forEachInserted([&](const auto& entry) {
+        batch.push_back(&entry);
+        if (batch.size() < batchSize) return;
+        visit(batch);
+        batch.clear();
+    });
+    visit(batch);
 }
 
 // output = node "." name, the only shape of a path that names one
-void KvtParser::connectTo(IInput& input, const String& path) {
-    if (path.toLower(true).trim(true, true) == "null") {
+bool namesOutput(const ds::Vector<Token>& path) {
+    return path.size() == 3 && path[0].type == Token::Id;
+}
+
+}  // namespace
+
+// Whatever is there is connected first; the rest, and its warnings, follow in the order of the map.
+void KvtParser::resolveConnections() {
+    bool allConnected = true;
+    forEachBatch(pendingConnections, [&](const auto& batch) {
+        Node* nodes[batchSize];
+        Output* outputs[batchSize];
+        for (unsigned long i = 0; i < batch.size(); ++i) {
+            const ds::Vector<Token>& path = batch[i]->value.refPath;
+            nodes[i] = namesOutput(path) ? scene().findNode(path[0].text) : nullptr;
+        }
+        for (unsigned long i = 0; i < batch.size(); ++i)
+            outputs[i] = nodes[i] ? outputOf(*nodes[i], batch[i]->value.refPath[2].text) : nullptr;
+        for (unsigned long i = 0; i < batch.size(); ++i) {
+            if (outputs[i]) batch[i]->key->connect(outputs[i]);
+            allConnected = allConnected && outputs[i];
+        }
+    });
+    if (allConnected) return;
+    pendingConnections.forEach([this](const auto& entry) {
+        const ds::Vector<Token>& path = entry.value.refPath;
+        Node* const node = namesOutput(path) ? scene().findNode(path[0].text) : nullptr;
+        if (!node || !outputOf(*node, path[2].text)) connectTo(*entry.key, path);
+    });
+}
+
+Output* KvtParser::outputOf(Node& node, const String& name) {
+    return node.output(updateOutputName(node.type(), name));
+}
+
+// Any path, with a warning where it leads nowhere.
+void KvtParser::connectTo(IInput& input, const ds::Vector<Token>& path) {
+    const String text = collapse(path);
+    if (text.toLower(true).trim(true, true) == "null") {
         input.disconnect();
         return;
     }
-    const StringVector parts = path.split('.', true, false);
+    const StringVector parts = text.split('.', true, false);
     if (parts.size() != 2) {
-        logWarning("Invalid output: %s.", path.buf());
+        logWarning("Invalid output: %s.", text.buf());
         return;
     }
     Node* const node = scene().findNode(parts[0]);
@@ -1220,27 +1390,39 @@ void KvtParser::connectTo(IInput& input, const String& path) {
                    input.fullName().buf());
         return;
     }
-    Output* const output = node->output(updateOutputName(node->type(), parts[1]));
+    Output* const output = outputOf(*node, parts[1]);
     if (!output) {
-        logWarning("Cannot connect nonexistent output %s to %s.", path.buf(),
+        logWarning("Cannot connect nonexistent output %s to %s.", text.buf(),
                    input.fullName().buf());
         return;
     }
     input.connect(output);
 }
 
+// Likewise.
 void KvtParser::resolveIdentifiers() {
-    pendingIdentifiers.forEach([this](const auto& entry) {
-        const Token& reference = entry.value.token4;
-        const bool isNull = reference.type == Token::Null;
-        Node* const node = isNull ? nullptr : scene().findNode(reference.text);
-        if (isNull || node) {
-            entry.key->setNode(node);
-        } else {
-            logWarning("Cannot assign nonexistent node %s to %s.", reference.text.buf(),
-                       entry.key->fullName().buf());
+    bool allSet = true;
+    forEachBatch(pendingIdentifiers, [&](const auto& batch) {
+        Node* nodes[batchSize];
+        for (unsigned long i = 0; i < batch.size(); ++i)
+            nodes[i] = referredNode(batch[i]->value);
+        for (unsigned long i = 0; i < batch.size(); ++i) {
+            const bool isKnown = nodes[i] || batch[i]->value.token4.type == Token::Null;
+            if (isKnown) batch[i]->key->setNode(nodes[i]);
+            allSet = allSet && isKnown;
         }
     });
+    if (allSet) return;
+    pendingIdentifiers.forEach([this](const auto& entry) {
+        const Token& reference = entry.value.token4;
+        if (reference.type == Token::Null || referredNode(entry.value)) return;
+        logWarning("Cannot assign nonexistent node %s to %s.", reference.text.buf(),
+                   entry.key->fullName().buf());
+    });
+}
+
+Node* KvtParser::referredNode(const AssignInfo& info) const {
+    return info.token4.type == Token::Null ? nullptr : scene().findNode(info.token4.text);
 }
 
 // === Entry points ===============================================================================

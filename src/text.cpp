@@ -36,9 +36,9 @@ void TextBuffer::release() noexcept {
 template <class Fill>
 String String::build(unsigned long length, Fill fill) {
     String text;
-    if (length <= static_cast<unsigned long>(longestShort)) {
+    if (fitsShort(length)) {
         fill(text.bytes_);
-        text.bytes_[tag] = static_cast<char>(static_cast<unsigned long>(longestShort) - length);
+        text.bytes_[tag] = static_cast<char>(length);
     } else {
         text = String(TextBuffer::create(length));
         fill(text.buffer()->chars());
@@ -50,10 +50,9 @@ String::String(const char* text, unsigned long count)
     : String(text ? std::string_view(text, count ? count : std::strlen(text))
                   : std::string_view()) {}
 
-String::String(std::string_view text)
-    : String(build(text.size(), [text](char* to) {
-          if (!text.empty()) std::memcpy(to, text.data(), text.size());
-      })) {}
+void String::share(std::string_view text) {
+    *this = build(text.size(), [text](char* to) { std::memcpy(to, text.data(), text.size()); });
+}
 
 String::String(unsigned long number) : String(std::string_view(std::to_string(number))) {}
 
@@ -94,35 +93,61 @@ bool equal(std::string_view a, std::string_view b, bool ignoreCase) noexcept {
     return ignoreCase ? ascii::equalNoCase(a, b) : a == b;
 }
 
-}  // namespace
+// Drawn once a process.
+struct HashKeys {
+    Wide words[2] = {randomWide(), randomWide()};
+    unsigned long point = 1 + randomBits() % (hashPrime - 1);
 
-// The text as a polynomial at a random point, seven bytes a coefficient: whoever does not know the
-// point cannot choose texts that collide.
-unsigned long hashText(std::string_view text) noexcept {
-    static const unsigned long key = 1 + randomBits() % (hashPrime - 1);
+    static Wide randomWide() noexcept { return Wide(randomBits()) << 64 | randomBits(); }
+};
+
+const HashKeys& hashKeys() noexcept {
+    static const HashKeys keys;
+    return keys;
+}
+
+// A sum of the words of a short String, each times a random number: two texts have equal upper
+// halves as rarely as two random numbers do.
+unsigned long hashShort(const char* bytes) noexcept {
+    const HashKeys& keys = hashKeys();
+    std::uint64_t words[2];
+    std::memcpy(words, bytes, sizeof words);
+    return static_cast<unsigned long>((keys.words[0] * words[0] + keys.words[1] * words[1]) >> 64);
+}
+
+// The text as a polynomial at a random point, seven bytes a coefficient.
+unsigned long hashLong(std::string_view text) noexcept {
     constexpr unsigned long step = 7;
+    const unsigned long point = hashKeys().point;
     unsigned long hash = text.size() % hashPrime;
     while (!text.empty()) {
         const unsigned long taken = std::min(step, text.size());
         unsigned long chunk = 0;
         std::memcpy(&chunk, text.data(), taken);
-        hash = (multiplyModPrime(hash, key) + chunk) % hashPrime;
+        hash = (multiplyModPrime(hash, point) + chunk) % hashPrime;
         text.remove_prefix(taken);
     }
-    return spreadBits(multiplyModPrime(hash, key));
+    return spreadBits(multiplyModPrime(hash, point));
+}
+
+}  // namespace
+
+// Whoever does not know the keys cannot choose texts that collide.
+unsigned long hashText(std::string_view text) noexcept {
+    return String::fitsShort(text.size()) ? String(text).hash() : hashLong(text);
 }
 
 unsigned long TextBuffer::hash() noexcept {
     unsigned long hash = hash_.load(std::memory_order_relaxed);
     if (hash == 0) {
-        hash = hashText({chars(), length_});
+        hash = hashLong({chars(), length_});
         hash_.store(hash, std::memory_order_relaxed);
     }
     return hash;
 }
 
 unsigned long String::hash() const noexcept {
-    return isShort() ? hashText(view()) : buffer()->hash();
+    return isShort() ? hashShort(bytes_) : buffer()->hash();
 }
 
 // --- Comparison and search ----------------------------------------------------------------------

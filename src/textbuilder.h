@@ -42,7 +42,8 @@ class TextBuilder {
     // The text as a String; the builder is not used any more.
     String take() {
         const unsigned long length = size();
-        if (!buffer_) return String(std::string_view(inline_, length));
+        const bool isSmall = !buffer_ || String::fitsShort(length);
+        if (isSmall) return String(std::string_view(begin(), length));
         buffer_ = TextBuffer::resize(buffer_, length);
         return String(std::exchange(buffer_, nullptr));
     }

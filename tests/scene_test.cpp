@@ -505,7 +505,7 @@ TEST(NamedListTest, FindsEveryItemWhateverTheLength) {
         SCOPED_TRACE(size);
         EXPECT_EQ(list.size(), size);
         for (unsigned long i = 0; i < longest; ++i)
-            EXPECT_EQ(list.find(items[i].name().view()), i < size ? &items[i] : nullptr);
+            EXPECT_EQ(list.find(items[i].name()), i < size ? &items[i] : nullptr);
         list.add(&items[size]);
     }
 }

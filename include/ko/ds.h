@@ -1,9 +1,12 @@
 // The containers of the reader: a growable array and a map of 256 buckets.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
+#include <new>
 #include <type_traits>
 #include <utility>
 
@@ -64,11 +67,13 @@ class Vector {
 
     template <class U>
     void emplace(U&& value) {
-        if (size_ < capacity_) {
-            data_[size_] = std::forward<U>(value);
-            ++size_;
-            return;
-        }
+        if (size_ == capacity_) return emplaceInLarger(std::forward<U>(value));
+        data_[size_] = std::forward<U>(value);
+        ++size_;
+    }
+
+    template <class U>
+    void emplaceInLarger(U&& value) {
         const unsigned long capacity = capacity_ ? 2 * size_ : 2;
         std::unique_ptr<T[]> grown(new T[capacity]);
         grown[size_] = std::forward<U>(value);  // first: `value` may be one of our own elements
@@ -84,55 +89,11 @@ class Vector {
     unsigned long capacity_ = 0;
 };
 
-// Positions by hash, in open addressing; of equal hashes the first stays.
-class PositionIndex {
-  public:
-    // The position for `hash`, or null.
-    const unsigned long* find(unsigned long hash) const noexcept {
-        if (slots_.isEmpty()) return nullptr;
-        const Slot& slot = slots_[place(hash)];
-        return slot.isTaken ? &slot.position : nullptr;
-    }
-
-    void insert(unsigned long hash, unsigned long position) {
-        if (2 * (taken_ + 1) > slots_.size()) grow();
-        Slot& slot = slots_[place(hash)];
-        if (slot.isTaken) return;
-        slot = {hash, position, true};
-        ++taken_;
-    }
-
-  private:
-    struct Slot {
-        unsigned long hash = 0;
-        unsigned long position = 0;
-        bool isTaken = false;
-    };
-
-    // Where `hash` stands or would stand. Addresses differ in the middle bits, so those are spread.
-    unsigned long place(unsigned long hash) const noexcept {
-        const unsigned long mask = slots_.size() - 1;
-        unsigned long at = (hash * 0x9E3779B97F4A7C15UL >> 20) & mask;
-        while (slots_[at].isTaken && slots_[at].hash != hash)
-            at = (at + 1) & mask;
-        return at;
-    }
-
-    void grow() {
-        constexpr unsigned long smallest = 64;
-        PositionIndex grown;
-        grown.slots_ = Vector<Slot>::ofSize(slots_.isEmpty() ? smallest : 2 * slots_.size());
-        for (const Slot& slot : slots_)
-            if (slot.isTaken) grown.slots_[grown.place(slot.hash)] = slot;
-        slots_ = std::move(grown.slots_);
-    }
-
-    Vector<Slot> slots_;  // a power of two of them
-    unsigned long taken_ = 0;
-};
+// An array of a map, from `new`: a large one comes in large pages, where the system has them.
+void* allocateArray(std::size_t bytes);
 
 // A map of 256 inline buckets, chosen by the lowest byte of a key's hash: `key.hash()`, or the
-// address for pointers. Keys match by hash alone. Nothing is ever removed.
+// address for pointers. Keys match by hash alone. Nothing is ever removed, and nodes never move.
 //
 // Pointers are aligned and crowd into few buckets, so a bucket that grows past a short scan is
 // looked up through an index; order and results are those of the plain scan.
@@ -145,6 +106,7 @@ class HashMap {
         unsigned long hash = 0;
         K key{};
         V value{};
+        Node* next = nullptr;  // of its bucket
     };
 
     HashMap() = default;
@@ -153,16 +115,47 @@ class HashMap {
         for (const auto& [key, value] : pairs)
             insert(key, value);
     }
+    HashMap(const HashMap& other) {
+        other.forEachInserted([this](const Node& node) { insert(node.key, node.value); });
+    }
+    HashMap(HashMap&& other) noexcept { swap(other); }
+    HashMap& operator=(HashMap other) noexcept {
+        swap(other);
+        return *this;
+    }
+    ~HashMap() = default;
+    void swap(HashMap& other) noexcept {
+        std::swap(buckets_, other.buckets_);
+        std::swap(blocks_, other.blocks_);
+        std::swap(slots_, other.slots_);
+        std::swap(size_, other.size_);
+    }
 
     // Appends a node; of two nodes with one hash the earlier is found.
-    Node& insert(const K& key, V value) { return append({hashOf(key), key, std::move(value)}); }
+    Node& insert(const K& key, const V& value) {
+        if (isIndexed()) makeIndexFor(size_ + 1);
+        const unsigned long hash = hashOf(key);
+        Node& node = room().add(hash, key, value);
+        Bucket& bucket = buckets_[hash % bucketCount];
+        (bucket.last ? bucket.last->next : bucket.first) = &node;
+        bucket.last = &node;
+        ++bucket.size;
+        ++size_;
+        if (isIndexed()) index(node);
+        return node;
+    }
 
-    // The node for `key`, or null; valid until the next insertion.
-    Node* findNode(const K& key) { return find(hashOf(key)); }
-    const Node* findNode(const K& key) const { return const_cast<HashMap*>(this)->findNode(key); }
+    // The node for `key`, or null.
+    Node* findNode(const K& key) {
+        const unsigned long hash = hashOf(key);
+        const bool isLong = buckets_[hash % bucketCount].size > longestScan;
+        if (isLong && !isIndexed()) makeIndexFor(size_);
+        return find(hash);
+    }
+    const Node* findNode(const K& key) const { return find(hashOf(key)); }
 
     // The value for `key`. When there is none: with pointer keys a default one is inserted first,
-    // with other keys it is `missing()`. Valid until the next insertion.
+    // with other keys it is `missing()`.
     V& find(const K& key) {
         if (Node* node = findNode(key)) return node->value;
         if constexpr (std::is_pointer_v<K>) return insert(key, V()).value;
@@ -184,21 +177,77 @@ class HashMap {
     // The keys, bucket by bucket, in the order of their insertion within each.
     Vector<K> keys() const {
         Vector<K> all;
-        for (const Vector<Node>& bucket : buckets_)
-            for (const Node& node : bucket)
-                all.push_back(node.key);
+        forEach([&all](const Node& node) { all.push_back(node.key); });
         return all;
     }
     // Calls `visit(node)` for every node, bucket by bucket, in the order of insertion within each.
     template <class Visit>
-    void forEach(Visit visit) {
-        for (Vector<Node>& bucket : buckets_)
-            for (Node& node : bucket)
+    void forEach(Visit visit) const {
+        for (const Bucket& bucket : buckets_)
+            for (const Node* node = bucket.first; node; node = node->next)
+                visit(*node);
+    }
+    // The same in the order of insertion, which is how they lie in memory.
+    template <class Visit>
+    void forEachInserted(Visit visit) const {
+        for (const Block& block : blocks_)
+            for (const Node& node : block)
                 visit(node);
     }
 
   private:
     static constexpr unsigned long longestScan = 16;
+
+    struct Bucket {
+        Node* first = nullptr;
+        Node* last = nullptr;
+        unsigned long size = 0;
+    };
+
+    // Room for nodes, made one behind the other.
+    class Block {
+      public:
+        Block() = default;
+        explicit Block(unsigned long capacity)
+            : nodes_(static_cast<Node*>(allocateArray(capacity * sizeof(Node)))),
+              capacity_(capacity) {}
+        Block(Block&& other) noexcept
+            : nodes_(std::exchange(other.nodes_, nullptr)),
+              size_(std::exchange(other.size_, 0)),
+              capacity_(std::exchange(other.capacity_, 0)) {}
+        Block& operator=(Block other) noexcept {
+            std::swap(nodes_, other.nodes_);
+            std::swap(size_, other.size_);
+            std::swap(capacity_, other.capacity_);
+            return *this;
+        }
+        ~Block() {
+            std::destroy_n(nodes_, size_);
+            ::operator delete[](nodes_);
+        }
+
+        bool isFull() const { return size_ == capacity_; }
+        Node& add(unsigned long hash, const K& key, const V& value) {
+            Node* const made = new (nodes_ + size_) Node{hash, key, value};
+            ++size_;
+            return *made;
+        }
+        Node* begin() const { return nodes_; }
+        Node* end() const { return nodes_ + size_; }
+
+      private:
+        Node* nodes_ = nullptr;
+        unsigned long size_ = 0;
+        unsigned long capacity_ = 0;
+    };
+
+    // A place of the index, in open addressing.
+    struct Slot {
+        Node* node = nullptr;
+
+        static void* operator new[](std::size_t bytes) { return allocateArray(bytes); }
+        static void operator delete[](void* array) noexcept { ::operator delete[](array); }
+    };
 
     static unsigned long hashOf(const K& key) {
         if constexpr (std::is_pointer_v<K>) {
@@ -208,41 +257,57 @@ class HashMap {
         }
     }
 
-    Node* find(unsigned long hash) {
-        Vector<Node>& bucket = buckets_[hash % bucketCount];
-        if (bucket.size() > longestScan) {
-            const unsigned long* const position = positions_.find(hash);
-            return position ? &bucket[*position] : nullptr;
+    // The block that takes in the next node; together they double.
+    Block& room() {
+        constexpr unsigned long smallest = 2;
+        if (blocks_.isEmpty() || blocks_[blocks_.size() - 1].isFull()) {
+            blocks_.push_back(Block(size_ > smallest ? size_ : smallest));
         }
-        for (Node& node : bucket)
-            if (node.hash == hash) return &node;
+        return blocks_[blocks_.size() - 1];
+    }
+
+    Node* find(unsigned long hash) const {
+        const Bucket& bucket = buckets_[hash % bucketCount];
+        if (bucket.size > longestScan && isIndexed()) return slots_[place(hash)].node;
+        for (Node* node = bucket.first; node; node = node->next)
+            if (node->hash == hash) return node;
         return nullptr;
     }
 
-    Node& append(Node node) {
-        Vector<Node>& bucket = buckets_[node.hash % bucketCount];
-        bucket.push_back(std::move(node));
-        try {
-            indexLongBucket(bucket);
-        } catch (...) {
-            bucket.pop_back();
-            throw;
-        }
-        ++size_;
-        return bucket[bucket.size() - 1];
+    // Where `hash` stands or would stand. Addresses differ in the middle bits, so those are spread.
+    unsigned long place(unsigned long hash) const noexcept {
+        const unsigned long mask = slots_.size() - 1;
+        unsigned long at = (hash * 0x9E3779B97F4A7C15UL >> 20) & mask;
+        while (slots_[at].node && slots_[at].node->hash != hash)
+            at = (at + 1) & mask;
+        return at;
     }
 
-    // Enters the last node, and all before it when the bucket has just become too long to scan.
-    void indexLongBucket(const Vector<Node>& bucket) {
-        const unsigned long size = bucket.size();
-        if (size <= longestScan) return;
-        const unsigned long first = size == longestScan + 1 ? 0 : size - 1;
-        for (unsigned long i = first; i < size; ++i)
-            positions_.insert(bucket[i].hash, i);
+    // Long buckets are looked up sooner or later, or never: the first time makes the index.
+    bool isIndexed() const noexcept { return !slots_.isEmpty(); }
+
+    // At most half full.
+    void makeIndexFor(unsigned long nodes) {
+        constexpr unsigned long smallest = 64;
+        if (2 * nodes <= slots_.size()) return;
+        unsigned long size = std::max(2 * slots_.size(), smallest);
+        while (size < 2 * nodes)
+            size *= 2;
+        slots_ = Vector<Slot>::ofSize(size);
+        for (Block& block : blocks_)
+            for (Node& node : block)
+                index(node);
     }
 
-    Vector<Node> buckets_[bucketCount];
-    PositionIndex positions_;  // of the nodes in their buckets
+    // Of equal hashes the first stays.
+    void index(Node& node) noexcept {
+        Slot& slot = slots_[place(node.hash)];
+        if (!slot.node) slot.node = &node;
+    }
+
+    Bucket buckets_[bucketCount];
+    Vector<Block> blocks_;
+    Vector<Slot> slots_;  // none, or a power of two of them
     unsigned long size_ = 0;
 };
 

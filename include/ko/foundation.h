@@ -99,13 +99,19 @@ class String {
 
     enum Radix : int { Auto = 0, Binary = 2, Octal = 8, Decimal = 10, Hexadecimal = 16 };
 
-    String() noexcept { bytes_[tag] = longestShort; }
+    String() noexcept = default;
     // The first `count` characters at `text`; with a count of 0, up to its terminating NUL.
     String(const char* text, unsigned long count = 0);  // NOLINT: literals convert by themselves
-    explicit String(std::string_view text);
+    explicit String(std::string_view text) {
+        if (fitsShort(text.size())) {
+            copyShort(text);
+        } else {
+            share(text);
+        }
+    }
     explicit String(char c) noexcept {
         bytes_[0] = c;
-        bytes_[tag] = longestShort - 1;
+        bytes_[tag] = 1;
     }
     // The decimal text of `number`.
     explicit String(unsigned long number);
@@ -137,12 +143,23 @@ class String {
     ~String() {
         if (!isShort()) buffer()->release();
     }
+    // Whether a text of that length stands in the String itself.
+    static constexpr bool fitsShort(unsigned long length) { return length <= longestShort; }
+    // Becomes `text`, which is none of its own characters. Where a text is made in its place,
+    // nobody waits to read it as a whole before its parts are written.
+    void assign(std::string_view text) {
+        if (isShort() && fitsShort(text.size())) {
+            std::memset(bytes_, 0, sizeof bytes_);
+            copyShort(text);
+        } else {
+            *this = String(text);
+        }
+    }
 
     // The characters and a terminating NUL; valid as long as this String keeps its text.
     const char* buf() const noexcept { return isShort() ? bytes_ : buffer()->chars(); }
     unsigned long len() const noexcept {
-        return isShort() ? static_cast<unsigned long>(longestShort - bytes_[tag])
-                         : buffer()->length();
+        return isShort() ? static_cast<unsigned long>(bytes_[tag]) : buffer()->length();
     }
     bool isEmpty() const noexcept { return len() == 0; }
     // The character at `i`; '\0' at `len()` and beyond.
@@ -164,7 +181,8 @@ class String {
     bool operator==(const char* other) const noexcept { return view() == other; }
     bool operator==(const String& other) const noexcept {
         // Equal bytes: the same short text or the same shared one.
-        return std::memcmp(bytes_, other.bytes_, sizeof bytes_) == 0 || view() == other.view();
+        if (std::memcmp(bytes_, other.bytes_, sizeof bytes_) == 0) return true;
+        return !isShort() && !other.isShort() && view() == other.view();
     }
     bool operator!=(const char* other) const noexcept { return view() != other; }
     bool operator!=(const String& other) const noexcept { return !(*this == other); }
@@ -241,7 +259,7 @@ class String {
   private:
     friend class TextBuilder;
 
-    static constexpr signed char longestShort = 15;
+    static constexpr unsigned long longestShort = 14;
     static constexpr signed char sharedMark = -1;
     static constexpr int tag = 15;
 
@@ -253,15 +271,33 @@ class String {
         buffer->retain();
     }
     bool isShort() const noexcept { return static_cast<signed char>(bytes_[tag]) >= 0; }
+    // Over zeros. A short text takes a few moves: its first and last characters, which overlap.
+    void copyShort(std::string_view text) noexcept {
+        const unsigned long length = text.size();
+        const char* const from = text.data();
+        const auto copyEnds = [&](auto wide) {
+            std::memcpy(bytes_, from, sizeof wide);
+            std::memcpy(bytes_ + length - sizeof wide, from + length - sizeof wide, sizeof wide);
+        };
+        if (length >= sizeof(std::uint64_t)) {
+            copyEnds(std::uint64_t());
+        } else if (length >= sizeof(std::uint32_t)) {
+            copyEnds(std::uint32_t());
+        } else if (length >= sizeof(std::uint16_t)) {
+            copyEnds(std::uint16_t());
+        } else if (length == 1) {
+            bytes_[0] = *from;
+        }
+        bytes_[tag] = static_cast<char>(length);
+    }
+    // Takes a long text into a buffer of its own.
+    void share(std::string_view text);
     TextBuffer* buffer() const noexcept {
         std::uintptr_t address = 0;
         std::memcpy(&address, bytes_, sizeof address);
         return reinterpret_cast<TextBuffer*>(address);
     }
-    void forget() noexcept {
-        std::memset(bytes_, 0, sizeof bytes_);
-        bytes_[tag] = longestShort;
-    }
+    void forget() noexcept { std::memset(bytes_, 0, sizeof bytes_); }
     void swap(String& other) noexcept {
         char bytes[sizeof bytes_];
         std::memcpy(bytes, bytes_, sizeof bytes_);
@@ -275,8 +311,8 @@ class String {
     template <class Fill>
     static String build(unsigned long length, Fill fill);
 
-    // A short text, zeros behind it; or the address of a buffer. The last byte tells which: what is
-    // left of the room for a short text, so that it also terminates a full one, or `sharedMark`.
+    // A short text, zeros behind it; or the address of a buffer. The last byte tells which: the
+    // length of a short text, or `sharedMark`.
     alignas(TextBuffer*) char bytes_[16] = {};
 };
 

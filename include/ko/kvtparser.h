@@ -11,6 +11,10 @@
 #include <ko/scene.h>
 #include <ko/types.h>
 
+namespace ko::chars {
+enum Class : unsigned char;
+}
+
 namespace ko::mirel_sdk::impl {
 
 // One lexical token.
@@ -98,6 +102,8 @@ class Lexer {
     void moveRun(const char* from, const char* to);
 
   private:
+    friend class KvtParser;
+
     // The next character, from the run if there is one.
     signed char one() { return next_ ? step() : consume(); }
     // The lookahead and what is at hand behind it; not at the end of the input.
@@ -105,13 +111,25 @@ class Lexer {
     // Consumes that many characters of `ahead()`, at least one; no line break among them, or any.
     void skipInLine(unsigned long count);
     void skip(unsigned long count);
+    void moveTo(const char* to, unsigned long count);
     void fetch();
+    void fetchRun();
 
     void skipBlanks();
-    template <class Belongs>
-    String take(Belongs belongs);
+    void skipBlankRun();
+    unsigned take(chars::Class belonging, String& text);
+    String takeAcross(chars::Class belonging);
+
+    // As `nextToken`, in the place of another one.
+    void read(Token& t);
+    void readSign(Token::Type type, Token& t);
+    void readId(Token& t);
+    static void becomeIf(std::string_view word, Token::Type type, Token& t);
+    void readNumber(Token& t);
+    void finish(Token::Type type, Token& t) const;
     Token comment();
     Token string();
+    Token stringAcross();
     Token brackets();
     struct GroupRules;
     struct GroupText;
@@ -233,7 +251,7 @@ class KvtParser {
     void wrongTypeWarning(const String& value, interfaces::IInput* input);
 
     // The token taken last, whose position the messages carry.
-    const Token& lastToken() const { return lastToken_; }
+    const Token& lastToken() const { return peek(0); }
     // The node that relative paths begin at, or null.
     Node* withNode() const { return withNode_; }
     const ds::Vector<Node*>& definedNodes() const { return definedNodes_; }
@@ -245,10 +263,16 @@ class KvtParser {
 
     Scene& scene() const { return static_cast<Scene&>(*scene_); }
 
-    unsigned long slot(int i) const;
+    // The i-th unread token in place; with 0, the one taken last.
+    const Token& peek(int i) const {
+        return ring_[(head_ + static_cast<unsigned>(i) - 1) % ringSize];
+    }
+    // As `consume` and `match`, for tokens that nobody keeps.
+    void advance();
+    bool skip(Token::Type type);
     bool statement();
     bool isNamed(const char* keyword, Token::Type end) const;
-    Token takeName();
+    String takeName();
 
     // Values.
     void identifier(AssignInfo& info);
@@ -266,19 +290,21 @@ class KvtParser {
     Input* takeStep(Walk& walk, unsigned long i);
     Input* takeIndexStep(Input& array, const String& name, const Token& token, AttrType expected);
     void checkIntermediate(Input& input, const Expected& expected, const AttrData& data);
-    void postpone(PendingMap& pending, Input& target, AssignInfo&& info);
+    void postpone(PendingMap& pending, const Walk& walk, const AssignInfo& info);
     void storeValue(const Walk& walk, AssignInfo& info);
     bool fit(AssignInfo& info, Input& target);
     void checkEnumeration(const Input& target);
-    void connectTo(interfaces::IInput& input, const String& path);
+    void connectTo(interfaces::IInput& input, const ds::Vector<Token>& path);
+    static Output* outputOf(Node& node, const String& name);
+    Node* referredNode(const AssignInfo& info) const;
 
     Lexer* lexer_ = nullptr;
-    int lookahead_ = 3;
-    int head_ = 0;
-    ds::Vector<Token> ring_;
-    Token lastToken_;
-    Token nextToken_;
-    String spare_;
+    static constexpr unsigned lookahead = 3;
+    static constexpr unsigned ringSize = lookahead + 1;
+
+    // The unread tokens from `head_` on and, before it, the one taken last.
+    Token ring_[ringSize];
+    unsigned head_ = 0;
     interfaces::IScene* scene_ = nullptr;
     Node* withNode_ = nullptr;
     ds::Vector<Node*> definedNodes_;

@@ -90,6 +90,15 @@ bool parseComponents(std::string_view text, T* out) {
     return allRead;
 }
 
+// Four components, or three and an alpha of 1; a fourth that is no number counts as not there.
+template <class T>
+bool parseRgba(std::string_view text, T* out) {
+    if (parseComponents<4>(text, out)) return true;
+    if (!parseComponents<3>(text, out)) return false;
+    out[3] = T(1);
+    return true;
+}
+
 }  // namespace ko::math
 
 namespace ko {
@@ -114,13 +123,9 @@ bool String::parse(const String& text, math::MatT<N, T>& out) {
     return math::parseComponents<N * N>(text.view(), out.c);
 }
 
-// Four components, or three and an alpha of 1; a fourth that is no number counts as not there.
 template <class T>
 bool String::parse(const String& text, math::RgbaT<T>& out) {
-    if (math::parseComponents<4>(text.view(), out.c)) return true;
-    if (!math::parseComponents<3>(text.view(), out.c)) return false;
-    out.c[3] = T(1);
-    return true;
+    return math::parseRgba(text.view(), out.c);
 }
 
 }  // namespace ko

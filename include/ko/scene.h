@@ -14,6 +14,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include <ko/ds.h>
 #include <ko/foundation.h>
 #include <ko/types.h>
 
@@ -22,10 +23,10 @@ namespace ko::mirel_sdk {
 namespace impl {
 class Enumeration;
 class Input;
-class InputPool;
 class Node;
 class NodeType;
 class Output;
+class Pool;
 class Scene;
 
 // The version of the format that a new scene and a freshly read file start with.
@@ -154,44 +155,55 @@ struct NameHash {
 template <class T>
 class NameIndex {
   public:
-    T* find(std::string_view name) const;
+    T* find(const String& name) const;
     void insert(T* item);  // throws std::bad_alloc and is then unchanged
-    void erase(std::string_view name) noexcept;
+    void erase(const String& name) noexcept;
     unsigned long size() const { return size_; }
+    // Makes room for one more, so that the next insertion cannot fail; throws std::bad_alloc.
+    void reserveOne();
 
   private:
     struct Slot {
         T* item = nullptr;
         unsigned long hash = 0;
+
+        static void* operator new[](std::size_t bytes) { return ds::allocateArray(bytes); }
+        static void operator delete[](void* array) noexcept { ::operator delete[](array); }
     };
 
     // Where the item of that hash and name stands, or would stand.
-    unsigned long place(unsigned long hash, std::string_view name) const;
+    unsigned long place(unsigned long hash, const String& name) const;
     unsigned long next(unsigned long at) const { return (at + 1) & (slots_.size() - 1); }
     void grow();
 
-    std::vector<Slot> slots_;  // none, or a power of two of them
+    ds::Vector<Slot> slots_;  // none, or a power of two of them
     unsigned long size_ = 0;
 };
 
-// Things with unique names in the order in which they were added; does not own them. Few are
-// compared one by one, many are found through an index.
-template <class T>
+// Things with unique names in the order in which they were added; does not own them. A few stand in
+// the list itself and are compared one by one, many are found through an index.
+template <class T, unsigned long longestScan = 8>
 class NamedList {
   public:
-    T* find(std::string_view name) const;
+    T* find(const String& name) const;
     void add(T* item);  // throws std::bad_alloc and is then unchanged
-    unsigned long size() const { return items_.size(); }
-    T* operator[](unsigned long i) const { return items_[i]; }
+    unsigned long size() const { return size_; }
+    T* operator[](unsigned long i) const { return many_ ? many_->items[i] : few_[i]; }
     // Takes the last item out of the list; null when it is empty. From then on the list can only be
     // taken apart.
     T* takeLast() noexcept;
 
   private:
-    static constexpr unsigned long longestScan = 8;
+    struct Many {
+        std::vector<T*> items;
+        NameIndex<T> index;
 
-    std::vector<T*> items_;
-    std::unique_ptr<NameIndex<T>> index_;
+        void add(T* item);
+    };
+
+    unsigned long size_ = 0;
+    T* few_[longestScan];
+    std::unique_ptr<Many> many_;  // all of them, once there are too many to scan
 };
 
 // The values that a String input may take.
@@ -293,6 +305,11 @@ class IScene {
 
 namespace impl {
 
+struct FoundInput {
+    Input* input = nullptr;
+    bool isNew = false;
+};
+
 // A typed place on a node, in an object or in an array: holds a value, a node reference and a
 // connection side by side.
 class Input final : public interfaces::IInput, public interfaces::IInputContainer {
@@ -328,6 +345,8 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
     Input* inputAt(unsigned long i) override;
     Input* input(const String& name) override;
     const Input* input(const String& name) const;
+    // As Node's.
+    FoundInput findOrCreate(const String& name, AttrType type, AttrType elementType);
     // The child or element at `i`; null past the end, and for an element that nothing has touched:
     // it has `untouchedType(i)` and that type's default.
     const Input* touchedAt(unsigned long i) const;
@@ -392,6 +411,7 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
 
   private:
     friend class Node;
+    friend class Pool;
     struct Elements;
     struct Links;
     template <class Target>
@@ -415,17 +435,15 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
         Elements* elements;          // of an array; null while it has none
     };
 
-    // A new input in the memory of the node's scene, with one reference, its holder's; `addTo` puts
-    // it at the end of `list`. They throw std::bad_alloc.
-    static Input* create(Node* node, Input* parent, unsigned long position, const String& name,
-                         AttrType type, std::uint32_t elementType);
+    // A new input at the end of `list`, in the memory of the node's scene, with one reference, its
+    // holder's. Throws std::bad_alloc.
     static Input* addTo(NamedList<Input>& list, Node* node, Input* parent, const String& name,
                         AttrType type, std::uint32_t elementType);
     Input(Node* node, Input* parent, unsigned long position, const String& name, AttrType type,
           std::uint32_t elementType);
     ~Input();
 
-    Input* createChild(const String& name, AttrType type, std::uint32_t elementType);
+    Input* addChild(const String& name, AttrType type, std::uint32_t elementType);
     Input* childAt(unsigned long i) const;
     Input* touch(unsigned long i);
     void growBy(unsigned long more);
@@ -437,12 +455,11 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
     void expect(AttrType wanted) const;
     [[noreturn]] void throwMismatch(const char* expected) const;
 
-    Links& links();
+    void makeLinks(const Node& target);
     template <class Target>
     void attach(Link<Target> Links::*link, Target& target);
     template <class Target>
     void detach(Link<Target> Links::*link) noexcept;
-    void dropUnusedLinks() noexcept;
     // Cuts the connection and the node reference.
     void cut() noexcept;
 
@@ -455,18 +472,23 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
     std::atomic<std::uint32_t> references_{1};
     AttrType type_;
     std::uint32_t elementType_;  // an array's AttrType or a buffer's DataType
+    std::uint32_t poolOffset_ = 0;
     String name_;
     unsigned long position_;
     Node* node_;
     Input* parent_;
     Value value_;
-    std::unique_ptr<Links> links_;
+    Links* links_ = nullptr;  // from the first connection or reference on
 };
 
 // The inputs that are attached to one output or node, in the order in which they were.
 struct InputChain {
+    InputChain() = default;
+    InputChain(const InputChain&) = delete;
+    InputChain& operator=(const InputChain&) = delete;
+
     Input* first = nullptr;
-    Input* last = nullptr;
+    Input** end = &first;  // where the next one is written
 };
 
 // A value that a node computes, by name.
@@ -487,11 +509,14 @@ class Output {
   private:
     friend class Input;
     friend class Node;
+    friend class Pool;
     Output(Node* node, String name) : node_(node), name_(std::move(name)) {}
+    ~Output() = default;
 
     Node* node_;
     String name_;
     InputChain attached_;
+    std::uint32_t poolOffset_ = 0;
 };
 
 class Node {
@@ -513,10 +538,13 @@ class Node {
 
     // As the operations of interfaces::IInputContainer.
     bool hasInput(const String& name, AttrType type) const;
-    Input* input(const String& name) { return inputs_.find(name.view()); }
-    const Input* input(const String& name) const { return inputs_.find(name.view()); }
+    Input* input(const String& name) { return inputs_.find(name); }
+    const Input* input(const String& name) const { return inputs_.find(name); }
     Input* createInput(const String& name, AttrType type);
     Input* createArray(const String& name, AttrType elementType);
+    // The input `name`, made with that type if it is not there: with an array's element type for an
+    // Array. Null as for `createInput`.
+    FoundInput findOrCreate(const String& name, AttrType type, AttrType elementType);
     unsigned long inputCount() const { return inputs_.size(); }
     Input* inputAt(unsigned long i) { return i < inputCount() ? inputs_[i] : nullptr; }
     const Input* inputAt(unsigned long i) const { return i < inputCount() ? inputs_[i] : nullptr; }
@@ -525,8 +553,8 @@ class Node {
     // when the name is empty, or unknown to the registered type.
     Output* output(const String& name);
     // The output `name` if it is there already, or null.
-    Output* findOutput(const String& name) { return outputs_.find(name.view()); }
-    const Output* findOutput(const String& name) const { return outputs_.find(name.view()); }
+    Output* findOutput(const String& name) { return outputs_.find(name); }
+    const Output* findOutput(const String& name) const { return outputs_.find(name); }
     unsigned long outputCount() const { return outputs_.size(); }
     Output* outputAt(unsigned long i) { return i < outputCount() ? outputs_[i] : nullptr; }
     const Output* outputAt(unsigned long i) const {
@@ -539,6 +567,7 @@ class Node {
 
   private:
     friend class Input;
+    friend class Pool;
     friend class Scene;
     Node(Scene& scene, String type, String name, String label);
     ~Node();
@@ -549,15 +578,17 @@ class Node {
     // Cuts every connection and reference from and to this node.
     void cut() noexcept;
 
-    Scene& scene_;
-    String type_;
+    // What connecting looks at stands together.
     String name_;
-    String label_;
+    NamedList<Output, 2> outputs_;
+    const NodeType* nodeType_ = nullptr;
+    Scene& scene_;
     bool isDefinition_ = false;
     bool isRemoved_ = false;
-    const NodeType* nodeType_ = nullptr;
+    std::uint32_t poolOffset_ = 0;
+    String type_;
+    String label_;
     NamedList<Input> inputs_;
-    NamedList<Output> outputs_;
     InputChain attached_;
     Node* previous_ = nullptr;
     Node* next_ = nullptr;
@@ -640,6 +671,8 @@ class Scene : public interfaces::IScene {
     Node* createNode(String type, String name, String label) override;
     Node* defineNode(String name) override;
     void removeNode(const String& name) override;
+    // The node `name`, whatever its type, or a new one of `type`.
+    Node* findOrCreateNode(const String& type, const String& name);
 
     unsigned long fileVersion() const { return fileVersion_; }
     const String& fileTime() const { return fileTime_; }
@@ -671,10 +704,12 @@ class Scene : public interfaces::IScene {
 
   private:
     friend class Input;
+    friend class Node;
 
+    Node* addNode(String type, String name, String label);
     void unlink(Node& node) noexcept;
 
-    std::unique_ptr<InputPool> inputPool_;
+    std::unique_ptr<Pool> pool_;
     unsigned long fileVersion_ = KVX_FILE_VERSION_1;
     String fileTime_;
     std::vector<String> comments_;
@@ -699,23 +734,28 @@ void registerOutputRename(const String& nodeType, const String& old, const Strin
 void clearRenames();
 
 template <class T>
-unsigned long NameIndex<T>::place(unsigned long hash, std::string_view name) const {
+unsigned long NameIndex<T>::place(unsigned long hash, const String& name) const {
     unsigned long at = hash & (slots_.size() - 1);
-    while (slots_[at].item && (slots_[at].hash != hash || slots_[at].item->name().view() != name))
+    while (slots_[at].item && (slots_[at].hash != hash || slots_[at].item->name() != name))
         at = next(at);
     return at;
 }
 
 template <class T>
-T* NameIndex<T>::find(std::string_view name) const {
-    return slots_.empty() ? nullptr : slots_[place(hashText(name), name)].item;
+T* NameIndex<T>::find(const String& name) const {
+    return slots_.isEmpty() ? nullptr : slots_[place(name.hash(), name)].item;
+}
+
+template <class T>
+void NameIndex<T>::reserveOne() {
+    if (4 * (size_ + 1) > 3 * slots_.size()) grow();
 }
 
 template <class T>
 void NameIndex<T>::insert(T* item) {
-    if (4 * (size_ + 1) > 3 * slots_.size()) grow();
-    const unsigned long hash = hashText(item->name().view());
-    Slot& slot = slots_[place(hash, item->name().view())];
+    reserveOne();
+    const unsigned long hash = item->name().hash();
+    Slot& slot = slots_[place(hash, item->name())];
     if (slot.item) return;
     slot = {item, hash};
     ++size_;
@@ -725,7 +765,7 @@ template <class T>
 void NameIndex<T>::grow() {
     constexpr unsigned long smallest = 16;
     NameIndex grown;
-    grown.slots_.resize(slots_.empty() ? smallest : 2 * slots_.size());
+    grown.slots_ = ds::Vector<Slot>::ofSize(slots_.isEmpty() ? smallest : 2 * slots_.size());
     for (const Slot& slot : slots_) {
         unsigned long at = slot.hash & (grown.slots_.size() - 1);
         while (slot.item && grown.slots_[at].item)
@@ -737,9 +777,9 @@ void NameIndex<T>::grow() {
 
 // Closes the gap by moving those back that had to step over it.
 template <class T>
-void NameIndex<T>::erase(std::string_view name) noexcept {
-    if (slots_.empty()) return;
-    unsigned long gap = place(hashText(name), name);
+void NameIndex<T>::erase(const String& name) noexcept {
+    if (slots_.isEmpty()) return;
+    unsigned long gap = place(name.hash(), name);
     if (!slots_[gap].item) return;
     --size_;
     for (unsigned long at = next(gap); slots_[at].item; at = next(at)) {
@@ -752,40 +792,40 @@ void NameIndex<T>::erase(std::string_view name) noexcept {
     slots_[gap] = {};
 }
 
-template <class T>
-T* NamedList<T>::find(std::string_view name) const {
-    if (index_) return index_->find(name);
-    for (T* item : items_)
-        if (item->name().view() == name) return item;
+template <class T, unsigned long longestScan>
+T* NamedList<T, longestScan>::find(const String& name) const {
+    if (many_) return many_->index.find(name);
+    for (unsigned long i = 0; i < size_; ++i)
+        if (few_[i]->name() == name) return few_[i];
     return nullptr;
 }
 
-template <class T>
-void NamedList<T>::add(T* item) {
-    items_.push_back(item);
-    if (items_.size() <= longestScan) return;
-    try {
-        if (index_) {
-            index_->insert(item);
-        } else {
-            auto index = std::make_unique<NameIndex<T>>();
-            for (T* each : items_)
-                index->insert(each);
-            index_ = std::move(index);
-        }
-    } catch (...) {
-        items_.pop_back();
-        throw;
+template <class T, unsigned long longestScan>
+void NamedList<T, longestScan>::add(T* item) {
+    if (size_ == longestScan && !many_) {
+        auto many = std::make_unique<Many>();
+        for (T* const each : few_)
+            many->add(each);
+        many_ = std::move(many);
     }
+    if (many_) {
+        many_->add(item);
+    } else {
+        few_[size_] = item;
+    }
+    ++size_;
 }
 
-template <class T>
-T* NamedList<T>::takeLast() noexcept {
-    index_.reset();
-    if (items_.empty()) return nullptr;
-    T* const item = items_.back();
-    items_.pop_back();
-    return item;
+template <class T, unsigned long longestScan>
+void NamedList<T, longestScan>::Many::add(T* item) {
+    index.reserveOne();
+    items.push_back(item);
+    index.insert(item);
+}
+
+template <class T, unsigned long longestScan>
+T* NamedList<T, longestScan>::takeLast() noexcept {
+    return size_ == 0 ? nullptr : (*this)[--size_];
 }
 
 template <class T>

@@ -8,7 +8,7 @@
 
 #include <ko/scene.h>
 
-#include "inputpool.h"
+#include "pool.h"
 
 namespace ko::mirel_sdk::impl {
 
@@ -58,7 +58,7 @@ struct Input::Elements {
 template <class Target>
 struct Input::Link {
     Target* target = nullptr;
-    Input* previous = nullptr;
+    Input** place = nullptr;  // the pointer of the chain that leads here
     Input* next = nullptr;
 };
 
@@ -66,22 +66,13 @@ struct Input::Link {
 struct Input::Links {
     Link<Output> connection;
     Link<Node> reference;
+    std::uint32_t poolOffset_ = 0;
 };
-
-Input* Input::create(Node* node, Input* parent, unsigned long position, const String& name,
-                     AttrType type, std::uint32_t elementType) {
-    void* const place = node->scene().inputPool_->allocate(sizeof(Input));
-    try {
-        return new (place) Input(node, parent, position, name, type, elementType);
-    } catch (...) {
-        InputPool::free(place);
-        throw;
-    }
-}
 
 Input* Input::addTo(NamedList<Input>& list, Node* node, Input* parent, const String& name,
                     AttrType type, std::uint32_t elementType) {
-    Input* const input = create(node, parent, list.size(), name, type, elementType);
+    Pool& pool = *node->scene().pool_;
+    Input* const input = pool.make<Input>(node, parent, list.size(), name, type, elementType);
     try {
         list.add(input);
     } catch (...) {
@@ -108,6 +99,7 @@ Input::Input(Node* node, Input* parent, unsigned long position, const String& na
 
 Input::~Input() {
     cut();
+    if (links_) Pool::destroy(links_);
     freeValue();
 }
 
@@ -121,8 +113,7 @@ void Input::retain() noexcept { references_.fetch_add(1, std::memory_order_relax
 
 void Input::release() noexcept {
     if (references_.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-    this->~Input();
-    InputPool::free(this);
+    Pool::destroy(this);
 }
 
 // --- What it is ---------------------------------------------------------------------------------
@@ -170,15 +161,22 @@ interfaces::IInputContainer* Input::container() {
     return canHold ? this : nullptr;
 }
 
-Input* Input::createInput(const String& name, AttrType type) { return createChild(name, type, 0); }
-
-Input* Input::createArray(const String& name, AttrType elementType) {
-    return createChild(name, AttrType::Array, codeOf(elementType));
+Input* Input::createInput(const String& name, AttrType type) {
+    return input(name) ? nullptr : addChild(name, type, 0);
 }
 
-Input* Input::createChild(const String& name, AttrType type, std::uint32_t elementType) {
+Input* Input::createArray(const String& name, AttrType elementType) {
+    return input(name) ? nullptr : addChild(name, AttrType::Array, codeOf(elementType));
+}
+
+FoundInput Input::findOrCreate(const String& name, AttrType type, AttrType elementType) {
+    if (Input* const found = input(name)) return {found, false};
+    return {addChild(name, type, type == AttrType::Array ? codeOf(elementType) : 0), true};
+}
+
+Input* Input::addChild(const String& name, AttrType type, std::uint32_t elementType) {
     const bool canHold = node_ && (isObject() || type_ == AttrType::Null);
-    if (!canHold || name.isEmpty() || name[0] == '[' || input(name)) return nullptr;
+    if (!canHold || name.isEmpty() || name[0] == '[') return nullptr;
     std::unique_ptr<NamedList<Input>> first;
     if (!isObject() || !value_.children) first = std::make_unique<NamedList<Input>>();
     NamedList<Input>& children = first ? *first : *value_.children;
@@ -204,7 +202,7 @@ Input* Input::inputAt(unsigned long i) {
 }
 
 Input* Input::input(const String& name) {
-    return isObject() && value_.children ? value_.children->find(name.view()) : nullptr;
+    return isObject() && value_.children ? value_.children->find(name) : nullptr;
 }
 
 const Input* Input::input(const String& name) const {
@@ -238,7 +236,8 @@ AttrType Input::untouchedArrayType(unsigned long i) const {
 Input* Input::touch(unsigned long i) {
     ElementSlot& slot = value_.elements->slots[i];
     if (!slot.input()) {
-        auto* const element = create(node_, this, i, String(), slot.type(), slot.elementType());
+        auto* const element = node_->scene().pool_->make<Input>(node_, this, i, String(),
+                                                                slot.type(), slot.elementType());
         slot.touch(element);
     }
     return slot.input();
@@ -448,17 +447,18 @@ double Input::asNumber() const {
 
 // --- Connections and node references ------------------------------------------------------------
 
-Input::Links& Input::links() {
-    if (!links_) links_ = std::make_unique<Links>();
-    return *links_;
+// Kept with what they lead to, since an input may outlive its own node.
+void Input::makeLinks(const Node& target) {
+    if (!links_) links_ = target.scene().pool_->make<Links>();
 }
 
 template <class Target>
 void Input::attach(Link<Target> Links::*link, Target& target) {
     InputChain& chain = target.attached_;
-    links().*link = {&target, chain.last, nullptr};
-    (chain.last ? ((*chain.last->links_).*link).next : chain.first) = this;
-    chain.last = this;
+    Link<Target>& own = (*links_).*link;
+    own = {&target, chain.end, nullptr};
+    *chain.end = this;
+    chain.end = &own.next;
 }
 
 template <class Target>
@@ -466,34 +466,26 @@ void Input::detach(Link<Target> Links::*link) noexcept {
     if (!links_) return;
     Link<Target>& own = (*links_).*link;
     if (!own.target) return;
-    InputChain& chain = own.target->attached_;
-    (own.previous ? ((*own.previous->links_).*link).next : chain.first) = own.next;
-    (own.next ? ((*own.next->links_).*link).previous : chain.last) = own.previous;
+    *own.place = own.next;
+    (own.next ? ((*own.next->links_).*link).place : own.target->attached_.end) = own.place;
     own = {};
-}
-
-void Input::dropUnusedLinks() noexcept {
-    if (links_ && !links_->connection.target && !links_->reference.target) links_.reset();
 }
 
 void Input::connect(Output* output) {
     if (!output) return disconnect();
-    links();  // first, so that a failure leaves the earlier connection
+    makeLinks(*output->node());  // first, so that a failure leaves the earlier connection
     detach(&Links::connection);
     attach(&Links::connection, *output);
 }
 
-void Input::disconnect() {
-    detach(&Links::connection);
-    dropUnusedLinks();
-}
+void Input::disconnect() { detach(&Links::connection); }
 
 Output* Input::connection() const { return links_ ? links_->connection.target : nullptr; }
 
 void Input::setNode(Node* node) {
-    if (node) links();
+    if (node) makeLinks(*node);
     detach(&Links::reference);
-    if (!node) return dropUnusedLinks();
+    if (!node) return;
     attach(&Links::reference, *node);
     if (type_ == AttrType::Null) type_ = AttrType::Node;
 }
@@ -506,7 +498,6 @@ Input* Input::nextReferring() const { return links_ ? links_->reference.next : n
 void Input::cut() noexcept {
     detach(&Links::connection);
     detach(&Links::reference);
-    dropUnusedLinks();
 }
 
 // --- The end ------------------------------------------------------------------------------------

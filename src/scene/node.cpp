@@ -5,10 +5,12 @@
 
 #include <ko/scene.h>
 
+#include "pool.h"
+
 namespace ko::mirel_sdk::impl {
 
 Node::Node(Scene& scene, String type, String name, String label)
-    : scene_(scene), type_(std::move(type)), name_(std::move(name)), label_(std::move(label)) {}
+    : name_(std::move(name)), scene_(scene), type_(std::move(type)), label_(std::move(label)) {}
 
 Node::~Node() {
     cut();
@@ -17,7 +19,7 @@ Node::~Node() {
         input->leaveNode();
     }
     while (Output* const output = outputs_.takeLast())
-        delete output;
+        Pool::destroy(output);
 }
 
 bool Node::hasInput(const String& name, AttrType type) const {
@@ -25,26 +27,40 @@ bool Node::hasInput(const String& name, AttrType type) const {
     return found && (type == AttrType::Null || found->type() == type);
 }
 
-Input* Node::createInput(const String& name, AttrType type) { return add(name, type, 0); }
+Input* Node::createInput(const String& name, AttrType type) {
+    return input(name) ? nullptr : add(name, type, 0);
+}
 
 Input* Node::createArray(const String& name, AttrType elementType) {
-    return add(name, AttrType::Array, static_cast<std::uint32_t>(elementType));
+    const auto code = static_cast<std::uint32_t>(elementType);
+    return input(name) ? nullptr : add(name, AttrType::Array, code);
+}
+
+FoundInput Node::findOrCreate(const String& name, AttrType type, AttrType elementType) {
+    if (Input* const found = input(name)) return {found, false};
+    const bool isArray = type == AttrType::Array;
+    return {add(name, type, isArray ? static_cast<std::uint32_t>(elementType) : 0), true};
 }
 
 Input* Node::add(const String& name, AttrType type, std::uint32_t elementType) {
-    if (name.isEmpty() || name[0] == '[' || input(name)) return nullptr;
+    if (name.isEmpty() || name[0] == '[') return nullptr;
     return Input::addTo(inputs_, this, nullptr, name, type, elementType);
 }
 
 Output* Node::output(const String& name) {
-    if (Output* const known = outputs_.find(name.view())) return known;
+    if (Output* const known = outputs_.find(name)) return known;
     return nodeType_ || name.isEmpty() ? nullptr : addOutput(name);
 }
 
 Output* Node::addOutput(const String& name) {
-    std::unique_ptr<Output> output(new Output(this, name));
-    outputs_.add(output.get());
-    return output.release();
+    auto* const output = scene_.pool_->make<Output>(this, name);
+    try {
+        outputs_.add(output);
+    } catch (...) {
+        Pool::destroy(output);
+        throw;
+    }
+    return output;
 }
 
 void Node::addDeclared(const NodeType& type) {

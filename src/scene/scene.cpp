@@ -3,31 +3,41 @@
 #include <memory>
 #include <utility>
 
-#include "inputpool.h"
+#include "pool.h"
 
 namespace ko::mirel_sdk::impl {
 
-Scene::Scene() : inputPool_(std::make_unique<InputPool>()) {}
+Scene::Scene() : pool_(std::make_unique<Pool>()) {}
 
 Scene::~Scene() {
     while (Node* const node = firstNode_) {
         firstNode_ = node->next_;
-        delete node;
+        Pool::destroy(node);
     }
     purgeRemoved();
 }
 
-Node* Scene::findNode(const String& name) const { return index_.find(name.view()); }
+Node* Scene::findNode(const String& name) const { return index_.find(name); }
 
 Node* Scene::createNode(String type, String name, String label) {
-    if (type.isEmpty() || name.isEmpty() || findNode(name)) return nullptr;
+    if (findNode(name)) return nullptr;
+    return addNode(std::move(type), std::move(name), std::move(label));
+}
+
+Node* Scene::findOrCreateNode(const String& type, const String& name) {
+    Node* const found = findNode(name);
+    return found ? found : addNode(type, name, String());
+}
+
+Node* Scene::addNode(String type, String name, String label) {
+    if (type.isEmpty() || name.isEmpty()) return nullptr;
     const NodeType* const declared = nodeType(type);
-    Node* const node = new Node(*this, std::move(type), std::move(name), std::move(label));
+    Node* const node = pool_->make<Node>(*this, std::move(type), std::move(name), std::move(label));
     try {
         if (declared) node->addDeclared(*declared);
         index_.insert(node);
     } catch (...) {
-        delete node;
+        Pool::destroy(node);
         throw;
     }
     node->previous_ = lastNode_;
@@ -46,7 +56,7 @@ void Scene::removeNode(const String& name) {
     Node* const node = findNode(name);
     if (!node) return;
     node->cut();
-    index_.erase(name.view());
+    index_.erase(name);
     unlink(*node);
     node->isRemoved_ = true;
     node->previous_ = firstRemoved_;
@@ -62,14 +72,14 @@ void Scene::unlink(Node& node) noexcept {
 void Scene::purgeRemoved() {
     while (Node* const node = firstRemoved_) {
         firstRemoved_ = node->previous_;
-        delete node;
+        Pool::destroy(node);
     }
 }
 
 const NodeType* Scene::registerType(NodeType type) {
     types_.push_back(std::make_unique<const NodeType>(std::move(type)));
     const NodeType* const registered = types_.back().get();
-    typeIndex_.erase(registered->name().view());
+    typeIndex_.erase(registered->name());
     typeIndex_.insert(registered);
     for (const auto& [old, current] : registered->inputRenames_)
         registerInputRename(registered->name(), old, current);
@@ -78,6 +88,6 @@ const NodeType* Scene::registerType(NodeType type) {
     return registered;
 }
 
-const NodeType* Scene::nodeType(const String& name) const { return typeIndex_.find(name.view()); }
+const NodeType* Scene::nodeType(const String& name) const { return typeIndex_.find(name); }
 
 }  // namespace ko::mirel_sdk::impl
