@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "charclass.h"
+#include "words.h"
 
 namespace ko::bulk {
 
@@ -60,6 +61,21 @@ Conversion convertNumbers(std::string_view text, DataType type, unsigned char* d
     return result;
 }
 
+unsigned long countBreaks(std::string_view text) {
+    constexpr unsigned long mostWords = 255;  // that a byte can count
+    unsigned long count = 0;
+    while (text.size() >= words::size) {
+        const unsigned long some = std::min(text.size() / words::size, mostWords);
+        words::Word counts = 0;
+        for (unsigned long i = 0; i < some; ++i)
+            counts += words::equal(words::load(text.data() + i * words::size), '\n') >> 7U;
+        for (; counts; counts >>= 8U)
+            count += counts & 0xFFU;
+        text.remove_prefix(some * words::size);
+    }
+    return count + static_cast<unsigned long>(std::count(text.begin(), text.end(), '\n'));
+}
+
 }  // namespace
 
 bool convertNumber(std::string_view text, DataType type, unsigned char* dest) noexcept {
@@ -78,7 +94,7 @@ bool convertNumber(std::string_view text, DataType type, unsigned char* dest) no
     }
 }
 
-const Operations plainOperations = {copyNumbers, convertNumbers};
+const Operations plainOperations = {copyNumbers, convertNumbers, countBreaks};
 
 // --- The choice ---------------------------------------------------------------------------------
 

@@ -17,12 +17,14 @@
 namespace ko::bulk {
 
 bool hasPath(Path path) noexcept {
-    return path == Path::Plain || (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi"));
+    return path == Path::Plain ||
+           (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
+            __builtin_cpu_supports("popcnt"));
 }
 
 namespace {
 
-#define KO_AVX2 [[gnu::target("avx2,bmi")]]
+#define KO_AVX2 [[gnu::target("avx2,bmi,popcnt")]]
 
 // --- Copying ------------------------------------------------------------------------------------
 //
@@ -448,9 +450,23 @@ Conversion convertNumbers(std::string_view text, DataType type, unsigned char* d
     }
 }
 
+// --- Counting -----------------------------------------------------------------------------------
+
+KO_AVX2 unsigned long countBreaks(std::string_view text) {
+    constexpr unsigned long step = 64;
+    const __m256i lineBreak = _mm256_set1_epi8('\n');
+    unsigned long count = 0;
+    for (; text.size() >= step; text.remove_prefix(step)) {
+        const char* const at = text.data();
+        count += static_cast<unsigned long>(_mm_popcnt_u64(joined(
+            _mm256_cmpeq_epi8(load(at), lineBreak), _mm256_cmpeq_epi8(load(at + 32), lineBreak))));
+    }
+    return count + plainOperations.countBreaks(text);
+}
+
 }  // namespace
 
-const Operations avx2Operations = {copyNumbers, convertNumbers};
+const Operations avx2Operations = {copyNumbers, convertNumbers, countBreaks};
 
 }  // namespace ko::bulk
 

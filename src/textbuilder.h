@@ -7,6 +7,8 @@
 
 #include <ko/foundation.h>
 
+#include "memory.h"
+
 namespace ko {
 
 // A short text is collected in place; a long one grows in the buffer that becomes its String's own.
@@ -56,6 +58,7 @@ class TextBuilder {
         const unsigned long room = std::max(length + count, 2 * length);
         const bool wasInline = !buffer_;
         buffer_ = TextBuffer::resize(buffer_, room);
+        memory::adviseLarge(buffer_->chars(), room);
         if (wasInline) std::memcpy(buffer_->chars(), inline_, length);
         end_ = buffer_->chars() + length;
         limit_ = buffer_->chars() + room;
