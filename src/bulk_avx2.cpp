@@ -93,6 +93,9 @@ KO_AVX2 inline Masks masksOf(const char* at, __m256i low, __m256i high) {
             joined(_mm256_cmpeq_epi8(first, zero), _mm256_cmpeq_epi8(second, zero))};
 }
 
+constexpr long copyStep = 32;
+static_assert(copyStep <= copySlack);
+
 // Copies runs of numbers whole. Where they begin and end is noted first, for many of them.
 class Runs {
   public:
@@ -133,12 +136,12 @@ class Runs {
         count_ -= i;
     }
 
-    // Writes up to a multiple of 16 characters.
+    // Reads and writes whole steps.
     KO_AVX2 void append(const char* end) {
-        constexpr long step = 16;  // known to the compiler: one load and one store
         const long length = end - begin_;
-        for (long done = 0; done < length; done += step)
-            std::memcpy(done_.written + done, begin_ + done, step);
+        for (long done = 0; done < length; done += copyStep)
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(done_.written + done),
+                                load(begin_ + done));
         done_.written += length;
         done_.read = end;
     }
@@ -158,7 +161,7 @@ KO_AVX2 Copied copyNumbers(const char* from, const char* end, char* to, Group gr
     Runs runs(from, to);
     std::uint64_t inNumber = 1;
     bool isStopped = false;
-    for (; !isStopped && end - from >= step + 16; from += step) {
+    for (; !isStopped && end - from >= step + copyStep; from += step) {
         const Masks masks = masksOf(from, low, high);
         isStopped = masks.other != 0;
         const std::uint64_t numbers =

@@ -352,6 +352,183 @@ KO_AVX2_INLINE unsigned convertQuad(const char* text, const unsigned long* begin
     return ~whereTrue(numbers.isPlain) & 0xF;
 }
 
+// --- Second turn --------------------------------------------------------------------------------
+//
+// Reals of up to 32 characters, with an exponent of a sign and two digits or without one. Their
+// digits are taken 16 and 16, the arithmetic is that of doubles, and what it rounds along the way
+// is allowed for: a float is vouched for unless the double is so near the middle of two floats that
+// the true value may lie on its other side, a double only when nothing was rounded before the last
+// step.
+
+constexpr unsigned long mostCharacters = 2UL * lanes;
+constexpr unsigned long exponentLength = 4;
+constexpr long largestPower = mostCharacters + 99;
+constexpr long largestExactPower = 22;
+// Twice the units of the last bit that all steps may be off, those to the powers of ten included.
+constexpr long long uncertain = 512;
+
+struct Powers {
+    double of10[largestPower + 1];
+};
+
+constexpr Powers makePowers() {
+    Powers powers{};
+    double power = 1;
+    for (double& each : powers.of10) {
+        each = power;
+        power *= 10;
+    }
+    return powers;
+}
+
+constexpr Powers powers = makePowers();
+
+// A number without its exponent.
+struct Stripped {
+    const char* end;
+    unsigned long length;
+    bool isNegative;
+    bool isOdd;  // not one that this turn can read
+    long power;
+};
+
+KO_AVX2_INLINE Stripped strip(const char* text, const unsigned long* begin) {
+    const char* const end = text + begin[1] - 1;
+    std::uint32_t last = 0;
+    std::memcpy(&last, end - exponentLength, exponentLength);
+    const std::uint32_t sign = last >> 8U & 0xFFU;
+    const std::uint32_t tens = (last >> 16U & 0xFFU) - '0';
+    const std::uint32_t ones = (last >> 24U) - '0';
+    const bool hasLetter = (last & 0xDFU) == 'E';
+    const bool hasExponent = hasLetter && (sign == '+' || sign == '-') && tens <= 9 && ones <= 9;
+    const long power = static_cast<long>(tens * 10 + ones);
+    const unsigned long stripped = hasExponent ? exponentLength : 0;
+    const unsigned long length = begin[1] - 1 - begin[0] - stripped;
+    return {end - stripped, std::min(length, mostCharacters), text[begin[0]] == '-',
+            length == 0 || length > mostCharacters,
+            hasExponent ? (sign == '-' ? -power : power) : 0};
+}
+
+// The upper and the lower 16 characters of a number, and what follows from its point.
+struct Split {
+    const Shape* head;
+    const Shape* tail;
+    double factor;  // of the head
+    double power;
+    bool isDivided;  // by that power of ten; else multiplied
+    bool isExact;
+    bool isOdd;
+};
+
+KO_AVX2_INLINE Split split(const Stripped& number, unsigned behindHead, unsigned behindTail) {
+    const unsigned long inTail = std::min(number.length, static_cast<unsigned long>(lanes));
+    const unsigned long inHead = number.length - inTail;
+    const bool isHeadNegative = number.isNegative && inHead > 0;
+    const bool isHeadEmpty = inHead == static_cast<unsigned long>(isHeadNegative);
+    const bool isPointInHead = behindHead < inHead;
+    const bool isPointInTail = behindTail < inTail;
+    const unsigned long fraction = isPointInTail   ? behindTail
+                                   : isPointInHead ? lanes + behindHead
+                                                   : 0;
+    const long power = number.power - static_cast<long>(fraction);
+    const long size = power < 0 ? -power : power;
+    return {
+        isHeadEmpty ? &shapes.all[0][0][noPoint] : &shapes.all[isHeadNegative][inHead][behindHead],
+        &shapes.all[number.isNegative && !isHeadNegative][inTail][behindTail],
+        isPointInTail ? 1e15 : 1e16,
+        powers.of10[size],
+        power < 0,
+        isHeadEmpty && size <= largestExactPower,
+        number.isOdd || (isPointInHead && isPointInTail)};
+}
+
+KO_AVX2_INLINE __m256i inAll(bool first, bool second, bool third, bool fourth) {
+    return _mm256_setr_epi64x(-static_cast<long long>(first), -static_cast<long long>(second),
+                              -static_cast<long long>(third), -static_cast<long long>(fourth));
+}
+
+// Four of them, on their way to a real.
+struct Wide {
+    __m256d magnitude;
+    __m256i isNegative;
+    __m256i isExact;  // all bits where only the last step may have rounded the magnitude
+    __m256i isPlain;
+};
+
+// Of 16 digits: rounded above 2^53.
+KO_AVX2_INLINE __m256d realOf(const Digits& digits) {
+    const __m256i low = _mm256_set1_epi64x(0xFFFFFFFF);
+    const __m256d higher = toReals(_mm256_and_si256(digits.sums, low));
+    const __m256d lower = toReals(_mm256_srli_epi64(digits.sums, 32));
+    return _mm256_add_pd(_mm256_mul_pd(higher, _mm256_set1_pd(1e8)), lower);
+}
+
+KO_AVX2_INLINE Wide readWide(const char* text, const unsigned long* const (&begins)[quad]) {
+    const Stripped a = strip(text, begins[0]);
+    const Stripped b = strip(text, begins[1]);
+    const Stripped c = strip(text, begins[2]);
+    const Stripped d = strip(text, begins[3]);
+    const __m256i tailAC = before(a.end, c.end);
+    const __m256i tailBD = before(b.end, d.end);
+    const __m256i headAC = before(a.end - lanes, c.end - lanes);
+    const __m256i headBD = before(b.end - lanes, d.end - lanes);
+    const BehindPoint behindTailAC = behindPoint(tailAC);
+    const BehindPoint behindTailBD = behindPoint(tailBD);
+    const BehindPoint behindHeadAC = behindPoint(headAC);
+    const BehindPoint behindHeadBD = behindPoint(headBD);
+    const Split ofA = split(a, behindHeadAC.low, behindTailAC.low);
+    const Split ofB = split(b, behindHeadBD.low, behindTailBD.low);
+    const Split ofC = split(c, behindHeadAC.high, behindTailAC.high);
+    const Split ofD = split(d, behindHeadBD.high, behindTailBD.high);
+
+    const Digits heads =
+        addUp(digitsOf(headAC, *ofA.head, *ofC.head), digitsOf(headBD, *ofB.head, *ofD.head));
+    const Digits tails =
+        addUp(digitsOf(tailAC, *ofA.tail, *ofC.tail), digitsOf(tailBD, *ofB.tail, *ofD.tail));
+    const __m256d factor = _mm256_setr_pd(ofA.factor, ofB.factor, ofC.factor, ofD.factor);
+    const __m256d whole = _mm256_add_pd(_mm256_mul_pd(realOf(heads), factor), realOf(tails));
+
+    const __m256d power = _mm256_setr_pd(ofA.power, ofB.power, ofC.power, ofD.power);
+    const __m256i isDivided = inAll(ofA.isDivided, ofB.isDivided, ofC.isDivided, ofD.isDivided);
+    const __m256i isOdd = inAll(ofA.isOdd, ofB.isOdd, ofC.isOdd, ofD.isOdd);
+    const __m256i isWithin53 =
+        _mm256_cmpgt_epi64(_mm256_set1_epi64x((1LL << 53) + 1), mantissaOf(tails.sums));
+    return {_mm256_blendv_pd(_mm256_mul_pd(whole, power), _mm256_div_pd(whole, power),
+                             _mm256_castsi256_pd(isDivided)),
+            inAll(a.isNegative, b.isNegative, c.isNegative, d.isNegative),
+            _mm256_and_si256(isWithin53, inAll(ofA.isExact, ofB.isExact, ofC.isExact, ofD.isExact)),
+            _mm256_andnot_si256(isOdd, _mm256_and_si256(heads.areReal, tails.areReal))};
+}
+
+KO_AVX2_INLINE __m256d withSigns(const Wide& numbers) {
+    const __m256i signs = _mm256_slli_epi64(numbers.isNegative, 63);
+    return _mm256_or_pd(numbers.magnitude, _mm256_castsi256_pd(signs));
+}
+
+// Writes all values; a bit for each that is good.
+KO_AVX2_INLINE unsigned store(const Wide& numbers, double (&out)[quad]) {
+    _mm256_storeu_pd(out, withSigns(numbers));
+    return whereTrue(_mm256_and_si256(numbers.isPlain, numbers.isExact));
+}
+
+KO_AVX2_INLINE unsigned store(const Wide& numbers, float (&out)[quad]) {
+    _mm_storeu_ps(out, _mm256_cvtpd_ps(withSigns(numbers)));
+    const __m256d magnitude = numbers.magnitude;
+    const __m256d smallest = _mm256_set1_pd(std::numeric_limits<float>::min());
+    const __m256d largest = _mm256_set1_pd(std::numeric_limits<float>::max());
+    const __m256d isNormal = _mm256_and_pd(_mm256_cmp_pd(magnitude, smallest, _CMP_GE_OQ),
+                                           _mm256_cmp_pd(magnitude, largest, _CMP_LE_OQ));
+    const __m256d isZero = _mm256_cmp_pd(magnitude, _mm256_setzero_pd(), _CMP_EQ_OQ);
+    const __m256i lost =
+        _mm256_add_epi64(_mm256_castpd_si256(magnitude), _mm256_set1_epi64x(uncertain / 2));
+    const __m256i isNearMiddle =
+        _mm256_cmpeq_epi64(_mm256_and_si256(lost, _mm256_set1_epi64x(0x20000000 - uncertain)),
+                           _mm256_set1_epi64x(0x10000000));
+    return whereTrue(_mm256_andnot_si256(
+        isNearMiddle,
+        _mm256_and_si256(numbers.isPlain, _mm256_castpd_si256(_mm256_or_pd(isNormal, isZero)))));
+}
+
 // --- All turns ----------------------------------------------------------------------------------
 
 // Pieces of a window on their way to `out`.
@@ -369,6 +546,48 @@ struct Batch {
     }
 };
 
+// Takes four pieces through the second turn, the rest of them one by one.
+template <class Real>
+KO_AVX2 bool convertWide(const Batch<Real>& batch, const unsigned long (&pieces)[quad],
+                         unsigned long count) {
+    const unsigned long* const begins[quad] = {batch.begins + pieces[0], batch.begins + pieces[1],
+                                               batch.begins + pieces[2], batch.begins + pieces[3]};
+    Real values[quad];
+    const unsigned good = store(readWide(batch.text, begins), values);
+    bool allConverted = true;
+    for (unsigned long i = 0; i < count; ++i) {
+        if (good >> i & 1U) {
+            std::memcpy(batch.out + pieces[i], values + i, sizeof(Real));
+        } else if (!batch.convertOne(pieces[i])) {
+            allConverted = false;
+        }
+    }
+    return allConverted;
+}
+
+// Converts what the first turn left: of the pieces from `first` on those with a bit in `left`.
+template <class Scalar>
+KO_AVX2 bool convertLeft(const Batch<Scalar>& batch, unsigned long first, std::uint64_t left) {
+    bool allConverted = true;
+    if constexpr (std::is_floating_point_v<Scalar>) {
+        constexpr unsigned long before = mostCharacters + exponentLength;
+        while (left && batch.begins[first + 1] >= before + 1) {
+            unsigned long pieces[quad];
+            unsigned long count = 0;
+            for (unsigned long& piece : pieces) {
+                // With fewer than four the last takes all places that are left.
+                piece = left ? first + _tzcnt_u64(left) : pieces[count - 1];
+                if (left) ++count;
+                left &= left - 1;
+            }
+            if (!convertWide(batch, pieces, count)) allConverted = false;
+        }
+    }
+    for (; left; left &= left - 1)
+        if (!batch.convertOne(first + _tzcnt_u64(left))) allConverted = false;
+    return allConverted;
+}
+
 // True when all are converted.
 template <class Scalar>
 KO_AVX2 bool convertBatch(const Batch<Scalar>& batch) {
@@ -385,8 +604,7 @@ KO_AVX2 bool convertBatch(const Batch<Scalar>& batch) {
             left |=
                 static_cast<std::uint64_t>(convertQuad(batch.text, batch.begins + i, batch.out + i))
                 << (i - first);
-        for (; left; left &= left - 1)
-            if (!batch.convertOne(first + _tzcnt_u64(left))) allConverted = false;
+        if (left && !convertLeft(batch, first, left)) allConverted = false;
     }
     for (; i < batch.count; ++i)
         if (!batch.convertOne(i)) allConverted = false;
