@@ -35,4 +35,29 @@ inline unsigned first(Word high) noexcept {
     return static_cast<unsigned>(__builtin_ctzll(high)) / 8;
 }
 
+// The high bits of the bytes of two words, a bit for each, those of `first` lowest.
+constexpr unsigned gathered(Word first, Word second) {
+    constexpr Word toTop = 0x0002040810204081;  // each high bit to its place in the highest byte
+    const Word low = (first & highBits) * toTop >> 56U;
+    const Word high = (second & highBits) * toTop >> 56U;
+    return static_cast<unsigned>(low | high << 8U);
+}
+
+// Digits as values have no other bits than those of '0' changed.
+constexpr Word digitValues(Word characters) { return characters ^ all('0'); }
+
+// True when each byte is the value of a digit.
+constexpr bool areDigits(Word values) {
+    return ((((values & ~highBits) + all(0x7F - 9)) | values) & highBits) == 0;
+}
+
+// The number that eight values of digits make, the first one the highest.
+constexpr Word sumOfDigits(Word values) {
+    constexpr Word everyFourth = 0x000000FF000000FF;
+    values = values * 10 + (values >> 8U);
+    const Word higher = (values & everyFourth) * (100 + (Word(1000000) << 32U));
+    const Word lower = (values >> 16U & everyFourth) * (1 + (Word(10000) << 32U));
+    return (higher + lower) >> 32U;
+}
+
 }  // namespace ko::words
