@@ -2,9 +2,13 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <cstring>
+#include <limits>
+#include <type_traits>
 
 #include "charclass.h"
+#include "words.h"
 
 namespace ko::bulk {
 
@@ -28,36 +32,229 @@ bool convertReal(std::string_view text, unsigned char* dest) noexcept {
     return true;
 }
 
-// --- The plain path -----------------------------------------------------------------------------
+// --- The plain path: copying --------------------------------------------------------------------
+
+// The high bit of each byte that is a digit, a point or a minus, as most of a number are.
+words::Word commonParts(words::Word text) {
+    const words::Word low = text & ~words::highBits;
+    const words::Word fromMinus = low + words::all(0x80 - '-');
+    const words::Word behindNine = low + words::all(0x7F - '9');
+    return fromMinus & ~behindNine & ~text & ~words::equal(text, '/') & words::highBits;
+}
+
+// Sixteen characters are looked at in one go, since few numbers are longer: that a number ends in
+// the first or the second word is hard to foresee.
+constexpr long pairSize = 2 * words::size;
+
+// Copies the characters of a number at `from`; writes whole words.
+Copied copyNumber(const char* from, const char* end, char* to) {
+    unsigned others = 0;
+    while (others == 0 && end - from >= pairSize) {
+        const words::Word parts = commonParts(words::load(from));
+        const words::Word moreParts = commonParts(words::load(from + words::size));
+        others = words::gathered(~parts, ~moreParts);
+        std::memcpy(to, from, pairSize);
+        const long count = others ? __builtin_ctz(others) : pairSize;
+        from += count;
+        to += count;
+    }
+    while (from != end && chars::is(*from, chars::NumberPart))
+        *to++ = *from++;
+    return {from, to};
+}
 
 Copied copyNumbers(const char* from, const char* end, char* to, Group group) {
     const chars::Class gap = group == Group::Parens ? chars::ParensGap : chars::BracesGap;
     for (;;) {
-        const char* const stop = chars::skip(from, end, chars::NumberPart);
-        std::memcpy(to, from, static_cast<unsigned long>(stop - from));
-        to += stop - from;
-        from = chars::skip(stop, end, gap);
-        if (from == end || !chars::is(*from, chars::NumberPart)) return {stop, to};
+        const Copied copied = copyNumber(from, end, to);
+        from = chars::skip(copied.read, end, gap);
+        if (from == end || !chars::is(*from, chars::NumberPart)) return copied;
+        to = copied.written;
         *to++ = ' ';
     }
 }
 
-Conversion convertNumbers(std::string_view text, DataType type, unsigned char* dest,
-                          unsigned long room) {
+// --- The plain path: converting -----------------------------------------------------------------
+//
+// Sixteen characters up to the end of a number are taken as two words. Their point is squeezed out,
+// and their digits are added up side by side. What is not just digits with a sign and a point, and
+// what the arithmetic here cannot vouch for, goes to `convertNumber`.
+
+constexpr unsigned long mostDigits = 2 * words::size;
+
+struct Plain {
+    bool isNegative = false;
+    bool hasPoint = false;
+    unsigned long behindPoint = 0;  // digits
+    std::uint64_t mantissa = 0;     // below 10^16
+};
+
+// The last `count` bytes of a word, zeros before them. In two steps: no shift may be by all bits.
+words::Word last(words::Word word, unsigned long count) {
+    const unsigned long half = 4 * (words::size - count);
+    return word >> half >> half << half << half;
+}
+
+// Takes out the byte whose place `point` marks: those before it move up, `fill` comes first.
+words::Word without(words::Word point, words::Word word, words::Word fill) {
+    const words::Word before = (point >> 7U) - 1;
+    const words::Word behind = ~(before << 8U | 0xFFU);
+    return (word & behind) | (word & before) << 8U | fill;
+}
+
+// Of [begin, end), which 16 characters of the same text stand before or in. False for what it
+// cannot read.
+bool readPlain(const char* begin, const char* end, Plain& number) {
+    number.isNegative = *begin == '-';
+    begin += number.isNegative ? 1 : 0;
+    const auto length = static_cast<unsigned long>(end - begin);
+    if (length == 0 || length > mostDigits) return false;
+    const unsigned long inLower = std::min(length, words::size);
+    words::Word lower = last(words::digitValues(words::load(end - words::size)), inLower);
+    words::Word higher = last(words::digitValues(words::load(end - mostDigits)), length - inLower);
+    constexpr char point = '.' ^ '0';
+    const words::Word inLow = words::equal(lower, point);
+    const words::Word inHigh = words::equal(higher, point);
+    number.hasPoint = (inLow | inHigh) != 0;
+    if (inLow) {
+        number.behindPoint = words::size - 1 - words::first(inLow);
+        lower = without(inLow & -inLow, lower, higher >> 56U);
+        higher <<= 8U;
+    } else if (inHigh) {
+        number.behindPoint = mostDigits - 1 - words::first(inHigh);
+        higher = without(inHigh & -inHigh, higher, 0);
+    }
+    if (number.hasPoint && length == 1) return false;
+    number.mantissa = words::sumOfDigits(higher) * 100000000 + words::sumOfDigits(lower);
+    return words::areDigits(lower) && words::areDigits(higher);
+}
+
+// A double that lies just between two floats may have been rounded to there.
+bool isBetweenFloats(double number) {
+    constexpr std::uint64_t lostBits = 0x1FFFFFFF;
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &number, sizeof bits);
+    return (bits & lostBits) == (lostBits + 1) / 2;
+}
+
+// An exact mantissa divided by an exact power of ten is rounded once, as it should be.
+template <class Real>
+bool valueOf(const Plain& number, Real& value) {
+    constexpr double divisors[2][mostDigits] = {
+        {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15},
+        {-1e0, -1e1, -1e2, -1e3, -1e4, -1e5, -1e6, -1e7, -1e8, -1e9, -1e10, -1e11, -1e12, -1e13,
+         -1e14, -1e15}};
+    constexpr std::uint64_t exactLimit = std::uint64_t(1) << 53;
+    const double exact = static_cast<double>(static_cast<std::int64_t>(number.mantissa)) /
+                         divisors[number.isNegative][number.behindPoint];
+    value = static_cast<Real>(exact);
+    if (std::is_same_v<Real, float> && isBetweenFloats(exact)) return false;
+    return number.mantissa <= exactLimit;
+}
+
+template <class Integer>
+bool integerOf(const Plain& number, Integer& value) {
+    constexpr auto largest = static_cast<std::uint64_t>(std::numeric_limits<Integer>::max());
+    constexpr bool isSigned = std::is_signed_v<Integer>;
+    const std::uint64_t isNegative = number.isNegative;
+    value = static_cast<Integer>((number.mantissa ^ (0 - isNegative)) + isNegative);
+    return !number.hasPoint && (isSigned || !number.isNegative) &&
+           number.mantissa <= largest + (isSigned ? isNegative : 0);
+}
+
+template <class Scalar>
+bool convertPlain(std::string_view text, unsigned char* dest) {
+    Plain number;
+    Scalar value = 0;
+    if (!readPlain(text.data(), text.data() + text.size(), number)) return false;
+    if constexpr (std::is_floating_point_v<Scalar>) {
+        if (!valueOf(number, value)) return false;
+    } else {
+        if (!integerOf(number, value)) return false;
+    }
+    std::memcpy(dest, &value, sizeof value);
+    return true;
+}
+
+// Converts a piece that has, or has not, 16 characters of text before its end.
+using Convert = bool (*)(std::string_view piece, bool isDeep, unsigned char* dest);
+
+template <class Scalar>
+bool convertPiece(std::string_view piece, bool isDeep, unsigned char* dest) {
+    return (isDeep && convertPlain<Scalar>(piece, dest)) ||
+           convertNumber(piece, dataTypeOf<Scalar>(), dest);
+}
+
+bool refusePiece(std::string_view, bool, unsigned char*) { return false; }
+
+// The next space from `at` on, or the end.
+const char* nextSpace(const char* at, const char* end) {
+    for (; end - at >= pairSize; at += pairSize) {
+        const unsigned spaces = words::gathered(words::equal(words::load(at), ' '),
+                                                words::equal(words::load(at + words::size), ' '));
+        if (spaces) return at + __builtin_ctz(spaces);
+    }
+    return std::find(at, end, ' ');
+}
+
+template <Convert convert>
+Conversion convertEach(std::string_view text, unsigned long size, unsigned char* dest,
+                       unsigned long room) {
     Conversion result;
-    const unsigned long size = componentSize(type);
-    while (!text.empty()) {
-        const std::string_view piece = text.substr(0, text.find(' '));
-        text.remove_prefix(std::min(piece.size() + 1, text.size()));
-        if (piece.empty()) continue;
+    const char* const end = text.data() + text.size();
+    for (const char* at = text.data(); at != end;) {
+        const char* const begin = at;
+        const char* const stop = nextSpace(begin, end);
+        at = stop == end ? end : stop + 1;
+        if (begin == stop) continue;
+        const std::string_view piece(begin, static_cast<unsigned long>(stop - begin));
         if (result.count == room) {
             result.excess = piece;
             break;
         }
-        if (!convertNumber(piece, type, dest + result.count * size)) result.allConverted = false;
+        const bool isDeep = stop - text.data() >= static_cast<long>(mostDigits);
+        if (!convert(piece, isDeep, dest)) result.allConverted = false;
+        dest += size;
         ++result.count;
     }
     return result;
+}
+
+template <class Scalar>
+Conversion convertAs(std::string_view text, unsigned char* dest, unsigned long room) {
+    return convertEach<convertPiece<Scalar>>(text, sizeof(Scalar), dest, room);
+}
+
+Conversion convertNumbers(std::string_view text, DataType type, unsigned char* dest,
+                          unsigned long room) {
+    switch (type) {
+        case DataType::Char: return convertAs<signed char>(text, dest, room);
+        case DataType::Byte: return convertAs<unsigned char>(text, dest, room);
+        case DataType::Int16: return convertAs<short>(text, dest, room);
+        case DataType::Int32: return convertAs<int>(text, dest, room);
+        case DataType::Int64: return convertAs<long>(text, dest, room);
+        case DataType::UInt16: return convertAs<unsigned short>(text, dest, room);
+        case DataType::UInt32: return convertAs<unsigned int>(text, dest, room);
+        case DataType::UInt64: return convertAs<unsigned long>(text, dest, room);
+        case DataType::Float: return convertAs<float>(text, dest, room);
+        case DataType::Double: return convertAs<double>(text, dest, room);
+        default: return convertEach<refusePiece>(text, 0, dest, room);
+    }
+}
+
+unsigned long countBreaks(std::string_view text) {
+    constexpr unsigned long mostWords = 255;  // that a byte can count
+    unsigned long count = 0;
+    while (text.size() >= words::size) {
+        const unsigned long some = std::min(text.size() / words::size, mostWords);
+        words::Word counts = 0;
+        for (unsigned long i = 0; i < some; ++i)
+            counts += words::equal(words::load(text.data() + i * words::size), '\n') >> 7U;
+        for (; counts; counts >>= 8U)
+            count += counts & 0xFFU;
+        text.remove_prefix(some * words::size);
+    }
+    return count + static_cast<unsigned long>(std::count(text.begin(), text.end(), '\n'));
 }
 
 }  // namespace
@@ -78,7 +275,7 @@ bool convertNumber(std::string_view text, DataType type, unsigned char* dest) no
     }
 }
 
-const Operations plainOperations = {copyNumbers, convertNumbers};
+const Operations plainOperations = {copyNumbers, convertNumbers, countBreaks};
 
 // --- The choice ---------------------------------------------------------------------------------
 

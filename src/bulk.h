@@ -37,9 +37,13 @@ using ConvertNumbers = Conversion (*)(std::string_view text, DataType type, unsi
 // Converts one number; false, and nothing is written, for what is none or for another type.
 bool convertNumber(std::string_view text, DataType type, unsigned char* dest) noexcept;
 
+// The line breaks in a text.
+using CountBreaks = unsigned long (*)(std::string_view text);
+
 struct Operations {
     CopyNumbers copyNumbers;
     ConvertNumbers convertNumbers;
+    CountBreaks countBreaks;
 };
 
 enum class Path { Plain, Avx2 };

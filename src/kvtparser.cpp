@@ -25,6 +25,7 @@
 #include "ascii.h"
 #include "bulk.h"
 #include "charclass.h"
+#include "memory.h"
 #include "textbuilder.h"
 
 namespace ko::mirel_sdk::impl {
@@ -121,15 +122,15 @@ void Lexer::skip(unsigned long count) {
         return;
     }
     // A break moves the line for what follows it: those before the last character count here.
-    const char* at = next_ - 1;
-    const char* const last = at + count - 1;
-    while (
-        const auto* const lineEnd = static_cast<const char*>(
-            at == last ? nullptr : std::memchr(at, '\n', static_cast<unsigned long>(last - at)))) {
-        skipInLine(static_cast<unsigned long>(lineEnd + 1 - at));
-        at = lineEnd + 1;
+    const std::string_view passed(next_ - 1, count - 1);
+    const unsigned long breaks = bulk::operations().countBreaks(passed);
+    if (breaks > 0) {
+        const unsigned long untilLast = passed.rfind('\n') + 1;
+        skipInLine(untilLast);
+        add(line, breaks - 1);
+        count -= untilLast;
     }
-    skipInLine(static_cast<unsigned long>(last + 1 - at));
+    skipInLine(count);
 }
 
 FileLexer::FileLexer(File file) : file_(std::move(file)) { start(file_.readBlock()); }
@@ -934,6 +935,7 @@ void KvtParser::allocateBuffer(AssignInfo& info, DataType type) {
     if (bytes == 0) return;
     info.data.setPayload(std::calloc(bytes, 1));
     if (!info.data.payload()) parseError(invalidCount, written);
+    memory::adviseLarge(info.data.payload(), bytes);
 }
 
 // Bytes that the text does not give stay zero.

@@ -14,15 +14,16 @@ namespace ko::memory {
 
 #ifdef __linux__
 
+// Rounded outwards: blocks stand side by side, and a large page may serve the ends of two.
 void adviseLarge(void* memory, unsigned long bytes) noexcept {
-    constexpr unsigned long largePage = 2UL << 20;
-    constexpr std::uintptr_t page = 4096;
-    if (bytes < largePage) return;
-    // Outwards to whole pages: the block's header stands before it.
+    constexpr std::uintptr_t page = std::uintptr_t(2) << 20;
+    if (bytes < page / 2) return;
     const auto begin = reinterpret_cast<std::uintptr_t>(memory);
-    const std::uintptr_t before = begin % page;
-    // A system that does not know the advice works without.
-    static_cast<void>(madvise(static_cast<char*>(memory) - before, before + bytes, MADV_HUGEPAGE));
+    const std::uintptr_t first = begin / page * page;
+    const std::uintptr_t behind = (begin + bytes + page - 1) / page * page;
+    // What is not mapped there is left out; a system that does not know the advice works without.
+    static_cast<void>(
+        madvise(static_cast<char*>(memory) - (begin - first), behind - first, MADV_HUGEPAGE));
 }
 
 #else

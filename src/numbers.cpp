@@ -1,12 +1,8 @@
-// Numbers from text. The grammar is checked here, digit by digit; reals that plain arithmetic
-// rounds correctly are converted here too, the others by the standard library. Neither knows a
-// locale.
+// Numbers from text. Signs, suffixes and words are read here, digits by the standard library, which
+// knows no locale and rounds correctly.
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <limits>
 #include <string_view>
 #include <type_traits>
@@ -84,121 +80,45 @@ template bool parseInteger(std::string_view, unsigned long&, String::Radix) noex
 
 namespace {
 
-__extension__ using Wide = unsigned __int128;
+// Takes digits, and returns what they are worth, at most `beyondAll`.
+constexpr long beyondAll = 1'000'000'000'000;  // no text has digits enough to bring it back
 
-// mantissa * 10^exponent. The mantissa holds the first 19 digits that count.
-struct Decimal {
-    std::uint64_t mantissa = 0;
-    long exponent = 0;
-    bool isWhole = true;  // false when digits are missing
-};
-
-// Takes the digits at `at`, with the point behind or before them; returns how many.
-unsigned long takeDigits(const char*& at, const char* end, bool behindPoint, Decimal& decimal) {
-    constexpr std::uint64_t full = 1'000'000'000'000'000'000;
-    const char* const begin = at;
-    for (; at != end && String::isDigit(*at); ++at) {
-        const auto digit = static_cast<std::uint64_t>(*at - '0');
-        if (decimal.mantissa < full) {
-            decimal.mantissa = decimal.mantissa * 10 + digit;
-            if (behindPoint) --decimal.exponent;
-        } else {
-            if (digit != 0) decimal.isWhole = false;
-            if (!behindPoint) ++decimal.exponent;
-        }
-    }
-    return static_cast<unsigned long>(at - begin);
+long takeNumber(std::string_view& text) {
+    long number = 0;
+    for (; !text.empty() && String::isDigit(text.front()); text.remove_prefix(1))
+        number = std::min(number * 10 + (text.front() - '0'), beyondAll);
+    return number;
 }
 
-// exponent = "e" [ "+" | "-" ] digits
-bool takeExponent(const char*& at, const char* end, Decimal& decimal) {
-    constexpr long beyondAll = 1'000'000'000'000;  // no text has digits enough to bring it back
-    if (ascii::lower(*at++) != 'e') return false;
-    const bool negative = at != end && *at == '-';
-    if (at != end && (*at == '-' || *at == '+')) ++at;
-    const char* const begin = at;
-    long exponent = 0;
-    for (; at != end && String::isDigit(*at); ++at)
-        exponent = std::min(exponent * 10 + (*at - '0'), beyondAll);
-    decimal.exponent += negative ? -exponent : exponent;
-    return at != begin;
+// Whether the power of ten of its first digit that is not zero is negative, in a decimal that no
+// value can hold. Such a number is far above 1 or far below.
+bool isBelowOne(std::string_view text) {
+    const unsigned long letter = std::min(text.find_first_of("eE"), text.size());
+    std::string_view exponentText = text.substr(std::min(letter + 1, text.size()));
+    const bool isNegative = !exponentText.empty() && exponentText.front() == '-';
+    if (!exponentText.empty() && !String::isDigit(exponentText.front()))
+        exponentText.remove_prefix(1);
+    const long exponent = takeNumber(exponentText);
+    const std::string_view digits = text.substr(0, letter);
+    const auto point = static_cast<long>(std::min(digits.find('.'), digits.size()));
+    const auto first = static_cast<long>(digits.find_first_not_of("0."));
+    return (isNegative ? -exponent : exponent) < first - point;
 }
 
 // decimal = digits [ "." [ digits ] ] | "." digits, then [ exponent ]
-// True when `text` is just that.
-bool splitDecimal(std::string_view text, Decimal& decimal) {
-    const char* at = text.data();
-    const char* const end = at + text.size();
-    unsigned long digits = takeDigits(at, end, false, decimal);
-    if (at != end && *at == '.') digits += takeDigits(++at, end, true, decimal);
-    if (digits == 0) return false;
-    return at == end || (takeExponent(at, end, decimal) && at == end);
-}
-
-int bitLength(std::uint64_t number) { return number == 0 ? 0 : 64 - __builtin_clzl(number); }
-
-// number / 10^power, rounded once. 5^power fits 63 bits.
-template <class Real>
-Real quotient(std::uint64_t number, int power) {
-    std::uint64_t divisor = 1;
-    for (int i = 0; i < power; ++i)
-        divisor *= 5;
-    // Shifted so that the result has at least 63 bits, more than any Real keeps.
-    const int shift = 63 + bitLength(divisor) - bitLength(number);
-    const Wide dividend = Wide(number) << shift;
-    const auto bits = static_cast<std::uint64_t>(dividend / divisor);
-    const bool isExact = dividend % divisor == 0;
-    const int dropped = bitLength(bits) - std::numeric_limits<Real>::digits;
-    const std::uint64_t half = std::uint64_t(1) << (dropped - 1);
-    const std::uint64_t rest = bits & (2 * half - 1);
-    std::uint64_t kept = bits >> dropped;
-    if (rest > half || (rest == half && (!isExact || kept % 2 != 0))) ++kept;
-    return std::ldexp(static_cast<Real>(kept), dropped - shift - power);
-}
-
-// A double that lies just between two floats may stand for a number beside it.
-bool isBetweenFloats(double number) {
-    constexpr std::uint64_t lostBits = 0x1FFFFFFF;
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, &number, sizeof bits);
-    return (bits & lostBits) == (lostBits + 1) / 2;
-}
-
-// The value where plain arithmetic rounds it once; false elsewhere.
-template <class Real>
-bool convertExactly(const Decimal& decimal, Real& magnitude) {
-    constexpr double powers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                                 1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
-                                 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-    constexpr long largestPower = 22;
-    constexpr long largestDivisor = 27;
-    constexpr std::uint64_t exactLimit = std::uint64_t(1) << 53;
-    if (!decimal.isWhole) return false;
-    const long exponent = decimal.exponent;
-    if (decimal.mantissa <= exactLimit && std::abs(exponent) <= largestPower) {
-        const auto mantissa = static_cast<double>(decimal.mantissa);
-        const double value =
-            exponent < 0 ? mantissa / powers[-exponent] : mantissa * powers[exponent];
-        magnitude = static_cast<Real>(value);
-        if (std::is_same_v<Real, double> || !isBetweenFloats(value)) return true;
-    }
-    if (exponent > 0 || exponent < -largestDivisor) return false;
-    magnitude = quotient<Real>(decimal.mantissa, static_cast<int>(-exponent));
-    return true;
-}
-
+// exponent = "e" [ "+" | "-" ] digits
+//
+// That is what the standard library reads too, besides signs and words.
 template <class Real>
 bool readDecimal(std::string_view text, Real& magnitude) noexcept {
-    Decimal decimal;
-    if (!splitDecimal(text, decimal)) return false;
-    if (decimal.mantissa == 0) return true;
-    if (convertExactly(decimal, magnitude)) return true;
-    const auto result = std::from_chars(text.data(), text.data() + text.size(), magnitude);
-    if (result.ec == std::errc()) return std::isfinite(magnitude);
-    // No value can hold it: it is far above 1, and refused, or far below, and zero.
-    constexpr long digitsOfMantissa = 19;
+    if (text.empty() || !(String::isDigit(text.front()) || text.front() == '.')) return false;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, magnitude);
+    if (stop != end) return false;
+    if (error == std::errc()) return std::isfinite(magnitude);
+    // No value can hold it: it is refused when it is too large, and zero when it is too small.
     magnitude = 0;
-    return decimal.exponent <= -digitsOfMantissa;
+    return error == std::errc::result_out_of_range && isBelowOne(text);
 }
 
 template <class Real>

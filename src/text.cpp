@@ -18,9 +18,13 @@ namespace ko {
 
 TextBuffer* TextBuffer::create(unsigned long length) { return resize(nullptr, length); }
 
-// Taken from malloc, so that a large text can grow in place.
+// Taken from malloc, so that a large text can grow in place. Where a large one shrinks it keeps its
+// room: what was not written takes no memory, and the next large text finds the block as it was.
 TextBuffer* TextBuffer::resize(TextBuffer* buffer, unsigned long length) {
-    void* const memory = std::realloc(static_cast<void*>(buffer), sizeof(TextBuffer) + length + 1);
+    constexpr unsigned long large = 1UL << 20;
+    void* memory = buffer;
+    if (!buffer || length > buffer->length_ || length < large)
+        memory = std::realloc(memory, sizeof(TextBuffer) + length + 1);
     if (!memory) throw std::bad_alloc();
     auto* const resized = new (memory) TextBuffer(length);
     resized->chars()[length] = '\0';

@@ -7,6 +7,8 @@
 
 #include <ko/foundation.h>
 
+#include "memory.h"
+
 namespace ko {
 
 // A short text is collected in place; a long one grows in the buffer that becomes its String's own.
@@ -52,11 +54,19 @@ class TextBuilder {
     static constexpr unsigned long inlineRoom = 256;
 
     const char* begin() const noexcept { return buffer_ ? buffer_->chars() : inline_; }
+    // Large texts leap: what is not written takes no memory, but moving what was does, and blocks
+    // of few sizes find their place again where the last one was.
+    static unsigned long roomBeyond(unsigned long length) noexcept {
+        for (const unsigned long leap : {1UL << 20, 16UL << 20})
+            if (length >= leap / 16 && length < leap) return leap;
+        return 2 * length;
+    }
     void grow(unsigned long count) {
         const unsigned long length = size();
-        const unsigned long room = std::max(length + count, 2 * length);
+        const unsigned long room = std::max(length + count, roomBeyond(length));
         const bool wasInline = !buffer_;
         buffer_ = TextBuffer::resize(buffer_, room);
+        memory::adviseLarge(buffer_->chars(), room);
         if (wasInline) std::memcpy(buffer_->chars(), inline_, length);
         end_ = buffer_->chars() + length;
         limit_ = buffer_->chars() + room;

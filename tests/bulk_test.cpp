@@ -948,6 +948,25 @@ TEST(ConvertingOne, FollowsTheRulesForRandomNumbers) {
         ASSERT_NO_FATAL_FAILURE(expectNumberByRule(randomNumber(random)));
 }
 
+// --- Counting line breaks
+
+TEST_P(BulkPaths, CountLineBreaks) {
+    Random random(21);
+    for (unsigned long length = 0; length <= 300; ++length) {
+        for (const std::string_view set : {"\n"sv, "\n1"sv, "\n\r\x8A\x0B\x09 1234"sv, "1"sv}) {
+            std::string text;
+            while (text.size() < length)
+                text += random.oneOf(set);
+            const Block block(text);
+            ASSERT_EQ(static_cast<unsigned long>(std::count(text.begin(), text.end(), '\n')),
+                      operations().countBreaks(block.view()))
+                << shown(text);
+        }
+    }
+    const std::string breaks(10000, '\n');
+    EXPECT_EQ(breaks.size(), operations().countBreaks(breaks));
+}
+
 // --- Whole documents
 
 std::string contents(const fs::path& file) {

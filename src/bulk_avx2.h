@@ -1,0 +1,39 @@
+// What the AVX2 files share. Functions are compiled for it one by one, so that the rest of the
+// library runs on any machine.
+#pragma once
+
+#include "bulk.h"
+
+#if defined(__x86_64__)
+
+#include <immintrin.h>
+
+#include <cstdint>
+
+#define KO_AVX2 [[gnu::target("avx2,bmi,lzcnt,popcnt")]]
+
+namespace ko::bulk::avx2 {
+
+Conversion convertNumbers(std::string_view text, DataType type, unsigned char* dest,
+                          unsigned long room);
+
+KO_AVX2 inline __m256i load(const char* at) {
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at));
+}
+
+// A bit for each byte's highest.
+KO_AVX2 inline std::uint64_t joined(__m256i first, __m256i second) {
+    return static_cast<std::uint32_t>(_mm256_movemask_epi8(first)) |
+           static_cast<std::uint64_t>(static_cast<std::uint32_t>(_mm256_movemask_epi8(second)))
+               << 32;
+}
+
+// A bit for each of 64 characters that is `c`.
+KO_AVX2 inline std::uint64_t placesOf(char c, const char* at) {
+    const __m256i wanted = _mm256_set1_epi8(c);
+    return joined(_mm256_cmpeq_epi8(load(at), wanted), _mm256_cmpeq_epi8(load(at + 32), wanted));
+}
+
+}  // namespace ko::bulk::avx2
+
+#endif

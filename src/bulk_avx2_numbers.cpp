@@ -1,0 +1,664 @@
+// Converting numbers in AVX2, four side by side, in three turns. A loop that reads digit by digit
+// waits for the end of each number before it can begin the next; here the ends of many are found
+// first, from bitmaps of the spaces.
+//
+// The first turn takes them in order, each as the 16 characters up to its end: a sign, digits, a
+// point. What it cannot vouch for is marked and, where reals are wanted, goes through the second
+// turn, which knows exponents and up to 32 characters. What is still left is converted one by one
+// by `convertNumber`.
+#include "bulk_avx2.h"
+
+#if defined(__x86_64__)
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+
+namespace ko::bulk::avx2 {
+
+namespace {
+
+#define KO_AVX2_INLINE [[gnu::target("avx2,bmi,lzcnt,popcnt"), gnu::always_inline]] inline
+
+constexpr unsigned long quad = 4;
+constexpr unsigned lanes = 16;
+
+// --- Where numbers end --------------------------------------------------------------------------
+
+// The pieces between single spaces, a window of the text at a time. Places count from its begin.
+class Pieces {
+  public:
+    explicit Pieces(std::string_view text) : text_(text) {}
+
+    // Finds the pieces that end in the next window; false where a piece would be empty.
+    KO_AVX2 bool next() {
+        const unsigned long stop = at_ + std::min(window, text_.size() - at_);
+        for (; at_ < stop && text_.size() - at_ >= step; at_ += step)
+            if (!note(placesOf(' ', text_.data() + at_))) return false;
+        if (at_ == stop && at_ != text_.size()) return true;
+        isAtEnd_ = true;
+        return note(lastSpaces());
+    }
+    bool isAtEnd() const { return isAtEnd_; }
+    unsigned long count() const { return count_; }
+    // Where the pieces begin, and where the one behind them does.
+    const unsigned long* begins() const { return begins_; }
+    std::string_view piece(unsigned long i) const {
+        return text_.substr(begins_[i], begins_[i + 1] - 1 - begins_[i]);
+    }
+    // The pieces from `first` on stay for the next window.
+    void drop(unsigned long first) {
+        count_ -= first;
+        std::copy(begins_ + first, begins_ + first + count_ + 1, begins_);
+    }
+    // What the pieces leave of the text.
+    std::string_view rest() const { return text_.substr(std::min(begins_[count_], text_.size())); }
+
+  private:
+    static constexpr unsigned long step = 64;
+    static constexpr unsigned long window = 2048;
+
+    // Of fewer than 64 characters; the end of the text counts as a space.
+    std::uint64_t lastSpaces() const {
+        const std::string_view left = text_.substr(at_);
+        std::uint64_t spaces = std::uint64_t(1) << left.size();
+        for (unsigned long i = 0; i < left.size(); ++i)
+            spaces |= static_cast<std::uint64_t>(left[i] == ' ') << i;
+        return spaces;
+    }
+
+    // Always eight at a time: how many there are is hard to foresee.
+    KO_AVX2_INLINE bool note(std::uint64_t spaces) {
+        const auto behindSpace = static_cast<std::uint64_t>(begins_[count_] == at_);
+        if (spaces & (spaces << 1 | behindSpace)) return false;
+        const auto found = static_cast<unsigned long>(_mm_popcnt_u64(spaces));
+        unsigned long* to = begins_ + count_ + 1;
+        count_ += found;
+        for (unsigned long done = 0; done < found; done += 8) {
+            for (int i = 0; i < 8; ++i, spaces &= spaces - 1)
+                *to++ = at_ + _tzcnt_u64(spaces) + 1;
+        }
+        return true;
+    }
+
+    std::string_view text_;
+    unsigned long at_ = 0;
+    bool isAtEnd_ = false;
+    unsigned long count_ = 0;
+    unsigned long begins_[window / 2 + 3 * step] = {};
+};
+
+// --- Digits side by side ------------------------------------------------------------------------
+
+// What the place of a point and the sign make of the 16 characters up to the end of a number: the
+// lane that the digit of each lane comes from, none before the number, and what the digits are to
+// be divided by. Where there is no digit at all, something that is none takes its place.
+struct Shape {
+    alignas(lanes) std::uint8_t sources[lanes];
+    double divisor;  // negative behind a minus
+};
+
+constexpr std::uint8_t noSource = 0x80;
+constexpr unsigned noPoint = lanes;
+
+constexpr Shape makeShape(bool isNegative, unsigned length, unsigned behindPoint) {
+    Shape shape{};
+    const unsigned first = lanes - length + isNegative;
+    const bool hasPoint = behindPoint + isNegative < length;
+    for (unsigned lane = 0; lane < lanes; ++lane) {
+        const unsigned moved = hasPoint && lane + behindPoint < lanes ? 1 : 0;
+        shape.sources[lane] =
+            lane >= first + moved ? static_cast<std::uint8_t>(lane - moved) : noSource;
+    }
+    const unsigned others = (isNegative ? 1 : 0) + (hasPoint ? 1 : 0);
+    if (length > 0 && length == others) shape.sources[lanes - 1] = lanes - 1;
+    shape.divisor = isNegative ? -1 : 1;
+    for (unsigned i = 0; hasPoint && i < behindPoint; ++i)
+        shape.divisor *= 10;
+    return shape;
+}
+
+struct Shapes {
+    Shape all[2][lanes + 1][noPoint + 1];
+};
+
+constexpr Shapes makeShapes() {
+    Shapes shapes{};
+    for (unsigned negative = 0; negative < 2; ++negative)
+        for (unsigned length = negative; length <= lanes; ++length)
+            for (unsigned behindPoint = 0; behindPoint <= noPoint; ++behindPoint)
+                shapes.all[negative][length][behindPoint] =
+                    makeShape(negative != 0, length, behindPoint);
+    return shapes;
+}
+
+constexpr Shapes shapes = makeShapes();
+
+// The 16 characters before each of two places, one in each half.
+KO_AVX2_INLINE __m256i before(const char* first, const char* second) {
+    const auto* const low = reinterpret_cast<const __m128i*>(first - lanes);
+    const auto* const high = reinterpret_cast<const __m128i*>(second - lanes);
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(low)),
+                                   _mm_loadu_si128(high), 1);
+}
+
+// Characters behind the last point of each half.
+struct BehindPoint {
+    unsigned low;
+    unsigned high;
+};
+
+KO_AVX2_INLINE BehindPoint behindPoint(__m256i text) {
+    const auto points =
+        static_cast<unsigned>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(text, _mm256_set1_epi8('.'))));
+    constexpr unsigned none = 1U << (lanes - 1);  // as if it stood before the half
+    return {_lzcnt_u32(points << lanes | none), _lzcnt_u32(points | none)};
+}
+
+KO_AVX2_INLINE __m128i sources(const Shape& shape) {
+    return _mm_load_si128(reinterpret_cast<const __m128i*>(shape.sources));
+}
+
+// The digits of two numbers, as values.
+KO_AVX2_INLINE __m256i digitsOf(__m256i text, const Shape& low, const Shape& high) {
+    const __m256i both =
+        _mm256_inserti128_si256(_mm256_castsi128_si256(sources(low)), sources(high), 1);
+    return _mm256_shuffle_epi8(_mm256_sub_epi8(text, _mm256_set1_epi8('0')), both);
+}
+
+// Four numbers of 16 digits.
+struct Digits {
+    __m256i sums;     // of eight digits each, the higher half of a number before the lower
+    __m256i areReal;  // all bits where each digit is one
+};
+
+// `even` has the first and the third number, `odd` the second and the fourth.
+KO_AVX2_INLINE Digits addUp(__m256i even, __m256i odd) {
+    const __m256i ten = _mm256_set1_epi8(10);
+    const __m256i noDigitsOfEven = _mm256_cmpeq_epi8(_mm256_max_epu8(even, ten), even);
+    const __m256i noDigitsOfOdd = _mm256_cmpeq_epi8(_mm256_max_epu8(odd, ten), odd);
+    const __m256i noDigits = _mm256_or_si256(_mm256_unpacklo_epi64(noDigitsOfEven, noDigitsOfOdd),
+                                             _mm256_unpackhi_epi64(noDigitsOfEven, noDigitsOfOdd));
+    const __m256i tens = _mm256_set1_epi16(10 | 1 << 8);
+    const __m256i hundreds = _mm256_set1_epi32(100 | 1 << 16);
+    const __m256i fours =
+        _mm256_packus_epi32(_mm256_madd_epi16(_mm256_maddubs_epi16(even, tens), hundreds),
+                            _mm256_madd_epi16(_mm256_maddubs_epi16(odd, tens), hundreds));
+    return {_mm256_madd_epi16(fours, _mm256_set1_epi32(10000 | 1 << 16)),
+            _mm256_cmpeq_epi64(noDigits, _mm256_setzero_si256())};
+}
+
+KO_AVX2_INLINE __m256i mantissaOf(__m256i sums) {
+    const __m256i higher = _mm256_mul_epu32(sums, _mm256_set1_epi64x(100000000));
+    return _mm256_add_epi64(higher, _mm256_srli_epi64(sums, 32));
+}
+
+// Of integers below 2^52.
+KO_AVX2_INLINE __m256d toReals(__m256i integers) {
+    const __m256i exponentOf52 = _mm256_set1_epi64x(0x4330000000000000);
+    return _mm256_sub_pd(_mm256_castsi256_pd(_mm256_or_si256(integers, exponentOf52)),
+                         _mm256_castsi256_pd(exponentOf52));
+}
+
+KO_AVX2_INLINE unsigned whereTrue(__m256i wide) {
+    return static_cast<unsigned>(_mm256_movemask_pd(_mm256_castsi256_pd(wide)));
+}
+
+// --- First turn ---------------------------------------------------------------------------------
+
+struct Quad {
+    __m256i mantissa;  // below 10^16
+    __m256d divisor;   // a power of ten, negative behind a minus
+    __m256i isPlain;   // all bits where the number is what this turn can read
+};
+
+// A number as the first turn sees it; of a longer one than it takes, the last characters.
+struct Seen {
+    const char* end;
+    bool isNegative;
+    unsigned long length;
+
+    KO_AVX2_INLINE Seen(const char* text, const unsigned long* begin)
+        : end(text + begin[1] - 1),
+          isNegative(text[begin[0]] == '-'),
+          length(std::min(begin[1] - 1 - begin[0], static_cast<unsigned long>(lanes))) {}
+    KO_AVX2_INLINE const Shape& shape(unsigned behindPoint) const {
+        return shapes.all[isNegative][length][behindPoint];
+    }
+};
+
+KO_AVX2_INLINE __m256i areShort(const unsigned long* begins) {
+    const __m256i lengths = _mm256_sub_epi64(load(reinterpret_cast<const char*>(begins + 1)),
+                                             load(reinterpret_cast<const char*>(begins)));
+    return _mm256_cmpgt_epi64(_mm256_set1_epi64x(lanes + 2), lengths);  // with the space
+}
+
+KO_AVX2_INLINE __m256d divisors(const Shape& a, const Shape& b, const Shape& c, const Shape& d) {
+    return _mm256_setr_pd(a.divisor, b.divisor, c.divisor, d.divisor);
+}
+
+// An integer's point is left where it is, and found to be no digit.
+template <bool areReals>
+KO_AVX2_INLINE Quad readQuad(const char* text, const unsigned long* begins) {
+    const Seen first(text, begins);
+    const Seen second(text, begins + 1);
+    const Seen third(text, begins + 2);
+    const Seen fourth(text, begins + 3);
+    const __m256i even = before(first.end, third.end);
+    const __m256i odd = before(second.end, fourth.end);
+    BehindPoint ofEven{noPoint, noPoint};
+    BehindPoint ofOdd{noPoint, noPoint};
+    if (areReals) {
+        ofEven = behindPoint(even);
+        ofOdd = behindPoint(odd);
+    }
+    const Shape& firstShape = first.shape(ofEven.low);
+    const Shape& secondShape = second.shape(ofOdd.low);
+    const Shape& thirdShape = third.shape(ofEven.high);
+    const Shape& fourthShape = fourth.shape(ofOdd.high);
+    const Digits digits =
+        addUp(digitsOf(even, firstShape, thirdShape), digitsOf(odd, secondShape, fourthShape));
+    return {mantissaOf(digits.sums), divisors(firstShape, secondShape, thirdShape, fourthShape),
+            _mm256_and_si256(digits.areReal, areShort(begins))};
+}
+
+// An exact mantissa divided by an exact power of ten is rounded once, as it should be.
+KO_AVX2_INLINE __m256d divided(Quad& numbers) {
+    const __m256i exact = _mm256_cmpgt_epi64(_mm256_set1_epi64x(1LL << 52), numbers.mantissa);
+    numbers.isPlain = _mm256_and_si256(numbers.isPlain, exact);
+    return _mm256_div_pd(toReals(numbers.mantissa), numbers.divisor);
+}
+
+// Each of these writes the numbers that it vouches for, and leaves the places of others.
+
+KO_AVX2_INLINE void store(Quad& numbers, double* out) {
+    const __m256d reals = divided(numbers);
+    const __m256d former = _mm256_loadu_pd(out);
+    _mm256_storeu_pd(out, _mm256_blendv_pd(former, reals, _mm256_castsi256_pd(numbers.isPlain)));
+}
+
+// The lower halves of 64-bit words.
+KO_AVX2_INLINE __m128i narrowed(__m256i wide) {
+    const __m256i even = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6);
+    return _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(wide, even));
+}
+
+// A double that lies just between two floats may have been rounded to there.
+KO_AVX2_INLINE void store(Quad& numbers, float* out) {
+    const __m256d reals = divided(numbers);
+    const __m256i lost =
+        _mm256_and_si256(_mm256_castpd_si256(reals), _mm256_set1_epi64x(0x1FFFFFFF));
+    const __m256i isBetween = _mm256_cmpeq_epi64(lost, _mm256_set1_epi64x(0x10000000));
+    numbers.isPlain = _mm256_andnot_si256(isBetween, numbers.isPlain);
+    const __m128 former = _mm_loadu_ps(out);
+    _mm_storeu_ps(out, _mm_blendv_ps(former, _mm256_cvtpd_ps(reals),
+                                     _mm_castsi128_ps(narrowed(numbers.isPlain))));
+}
+
+KO_AVX2_INLINE void put(__m256i values, __m256i isPlain, std::uint64_t* out) {
+    auto* const to = reinterpret_cast<__m256i*>(out);
+    _mm256_storeu_si256(to, _mm256_blendv_epi8(_mm256_loadu_si256(to), values, isPlain));
+}
+
+KO_AVX2_INLINE void put(__m256i values, __m256i isPlain, std::uint32_t* out) {
+    auto* const to = reinterpret_cast<__m128i*>(out);
+    _mm_storeu_si128(to, _mm_blendv_epi8(_mm_loadu_si128(to), narrowed(values), narrowed(isPlain)));
+}
+
+// The lowest `size` bytes of each.
+template <class Small>
+KO_AVX2_INLINE std::uint64_t lowBytes(__m256i values) {
+    const __m128i bytes =
+        _mm_setr_epi8(0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1);
+    const __m128i shorts = _mm_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1);
+    return static_cast<std::uint64_t>(
+        _mm_cvtsi128_si64(_mm_shuffle_epi8(narrowed(values), sizeof(Small) == 1 ? bytes : shorts)));
+}
+
+template <class Small>
+KO_AVX2_INLINE void put(__m256i values, __m256i isPlain, Small* out) {
+    constexpr unsigned long size = quad * sizeof(Small);
+    std::uint64_t former = 0;
+    std::memcpy(&former, out, size);
+    const std::uint64_t plain = lowBytes<Small>(isPlain);
+    const std::uint64_t merged = (former & ~plain) | (lowBytes<Small>(values) & plain);
+    std::memcpy(out, &merged, size);
+}
+
+template <class Integer>
+KO_AVX2_INLINE void store(Quad& numbers, Integer* out) {
+    constexpr bool isSigned = std::is_signed_v<Integer>;
+    const __m256i none = _mm256_setzero_si256();
+    const __m256i isNegative = _mm256_cmpgt_epi64(none, _mm256_castpd_si256(numbers.divisor));
+    if (!isSigned) numbers.isPlain = _mm256_andnot_si256(isNegative, numbers.isPlain);
+    if (sizeof(Integer) < 8) {
+        const __m256i largest =
+            _mm256_set1_epi64x(static_cast<long long>(std::numeric_limits<Integer>::max()));
+        const __m256i limit = isSigned ? _mm256_sub_epi64(largest, isNegative) : largest;
+        numbers.isPlain =
+            _mm256_andnot_si256(_mm256_cmpgt_epi64(numbers.mantissa, limit), numbers.isPlain);
+    }
+    const __m256i values =
+        _mm256_sub_epi64(_mm256_xor_si256(numbers.mantissa, isNegative), isNegative);
+    put(values, numbers.isPlain, reinterpret_cast<std::make_unsigned_t<Integer>*>(out));
+}
+
+// Converts four pieces; a bit for each that is left to do.
+template <class Scalar>
+KO_AVX2_INLINE unsigned convertQuad(const char* text, const unsigned long* begins, Scalar* out) {
+    Quad numbers = readQuad<std::is_floating_point_v<Scalar>>(text, begins);
+    store(numbers, out);
+    return ~whereTrue(numbers.isPlain) & 0xF;
+}
+
+// --- Second turn --------------------------------------------------------------------------------
+//
+// Reals of up to 32 characters, with an exponent of a sign and two digits or without one. Their
+// digits are taken 16 and 16, the arithmetic is that of doubles, and what it rounds along the way
+// is allowed for: a float is vouched for unless the double is so near the middle of two floats that
+// the true value may lie on its other side, a double only when nothing was rounded before the last
+// step.
+
+constexpr unsigned long mostCharacters = 2UL * lanes;
+constexpr unsigned long exponentLength = 4;
+constexpr long largestPower = mostCharacters + 99;
+constexpr long largestExactPower = 22;
+// Twice the units of the last bit that all steps may be off, those to the powers of ten included.
+constexpr long long uncertain = 512;
+
+struct Powers {
+    double of10[largestPower + 1];
+};
+
+constexpr Powers makePowers() {
+    Powers powers{};
+    double power = 1;
+    for (double& each : powers.of10) {
+        each = power;
+        power *= 10;
+    }
+    return powers;
+}
+
+constexpr Powers powers = makePowers();
+
+// A number without its exponent.
+struct Stripped {
+    const char* end;
+    unsigned long length;
+    bool isNegative;
+    bool isOdd;  // not one that this turn can read
+    long power;
+};
+
+KO_AVX2_INLINE Stripped strip(const char* text, const unsigned long* begin) {
+    const char* const end = text + begin[1] - 1;
+    std::uint32_t last = 0;
+    std::memcpy(&last, end - exponentLength, exponentLength);
+    const std::uint32_t sign = last >> 8U & 0xFFU;
+    const std::uint32_t tens = (last >> 16U & 0xFFU) - '0';
+    const std::uint32_t ones = (last >> 24U) - '0';
+    const bool hasLetter = (last & 0xDFU) == 'E';
+    const bool hasExponent = hasLetter && (sign == '+' || sign == '-') && tens <= 9 && ones <= 9;
+    const long power = static_cast<long>(tens * 10 + ones);
+    const unsigned long stripped = hasExponent ? exponentLength : 0;
+    const unsigned long length = begin[1] - 1 - begin[0] - stripped;
+    return {end - stripped, std::min(length, mostCharacters), text[begin[0]] == '-',
+            length == 0 || length > mostCharacters,
+            hasExponent ? (sign == '-' ? -power : power) : 0};
+}
+
+// The upper and the lower 16 characters of a number, and what follows from its point.
+struct Split {
+    const Shape* head;
+    const Shape* tail;
+    double factor;  // of the head
+    double power;
+    bool isDivided;  // by that power of ten; else multiplied
+    bool isExact;
+    bool isOdd;
+};
+
+KO_AVX2_INLINE Split split(const Stripped& number, unsigned behindHead, unsigned behindTail) {
+    const unsigned long inTail = std::min(number.length, static_cast<unsigned long>(lanes));
+    const unsigned long inHead = number.length - inTail;
+    const bool isHeadNegative = number.isNegative && inHead > 0;
+    const bool isHeadEmpty = inHead == static_cast<unsigned long>(isHeadNegative);
+    const bool isPointInHead = behindHead < inHead;
+    const bool isPointInTail = behindTail < inTail;
+    const unsigned long fraction = isPointInTail   ? behindTail
+                                   : isPointInHead ? lanes + behindHead
+                                                   : 0;
+    const long power = number.power - static_cast<long>(fraction);
+    const long size = power < 0 ? -power : power;
+    return {
+        isHeadEmpty ? &shapes.all[0][0][noPoint] : &shapes.all[isHeadNegative][inHead][behindHead],
+        &shapes.all[number.isNegative && !isHeadNegative][inTail][behindTail],
+        isPointInTail ? 1e15 : 1e16,
+        powers.of10[size],
+        power < 0,
+        isHeadEmpty && size <= largestExactPower,
+        number.isOdd || (isPointInHead && isPointInTail)};
+}
+
+KO_AVX2_INLINE __m256i inAll(bool first, bool second, bool third, bool fourth) {
+    return _mm256_setr_epi64x(-static_cast<long long>(first), -static_cast<long long>(second),
+                              -static_cast<long long>(third), -static_cast<long long>(fourth));
+}
+
+// Four of them, on their way to a real.
+struct Wide {
+    __m256d magnitude;
+    __m256i isNegative;
+    __m256i isExact;  // all bits where only the last step may have rounded the magnitude
+    __m256i isPlain;
+};
+
+// Of 16 digits: rounded above 2^53.
+KO_AVX2_INLINE __m256d realOf(const Digits& digits) {
+    const __m256i low = _mm256_set1_epi64x(0xFFFFFFFF);
+    const __m256d higher = toReals(_mm256_and_si256(digits.sums, low));
+    const __m256d lower = toReals(_mm256_srli_epi64(digits.sums, 32));
+    return _mm256_add_pd(_mm256_mul_pd(higher, _mm256_set1_pd(1e8)), lower);
+}
+
+KO_AVX2_INLINE Wide readWide(const char* text, const unsigned long* const (&begins)[quad]) {
+    const Stripped a = strip(text, begins[0]);
+    const Stripped b = strip(text, begins[1]);
+    const Stripped c = strip(text, begins[2]);
+    const Stripped d = strip(text, begins[3]);
+    const __m256i tailAC = before(a.end, c.end);
+    const __m256i tailBD = before(b.end, d.end);
+    const __m256i headAC = before(a.end - lanes, c.end - lanes);
+    const __m256i headBD = before(b.end - lanes, d.end - lanes);
+    const BehindPoint behindTailAC = behindPoint(tailAC);
+    const BehindPoint behindTailBD = behindPoint(tailBD);
+    const BehindPoint behindHeadAC = behindPoint(headAC);
+    const BehindPoint behindHeadBD = behindPoint(headBD);
+    const Split ofA = split(a, behindHeadAC.low, behindTailAC.low);
+    const Split ofB = split(b, behindHeadBD.low, behindTailBD.low);
+    const Split ofC = split(c, behindHeadAC.high, behindTailAC.high);
+    const Split ofD = split(d, behindHeadBD.high, behindTailBD.high);
+
+    const Digits heads =
+        addUp(digitsOf(headAC, *ofA.head, *ofC.head), digitsOf(headBD, *ofB.head, *ofD.head));
+    const Digits tails =
+        addUp(digitsOf(tailAC, *ofA.tail, *ofC.tail), digitsOf(tailBD, *ofB.tail, *ofD.tail));
+    const __m256d factor = _mm256_setr_pd(ofA.factor, ofB.factor, ofC.factor, ofD.factor);
+    const __m256d whole = _mm256_add_pd(_mm256_mul_pd(realOf(heads), factor), realOf(tails));
+
+    const __m256d power = _mm256_setr_pd(ofA.power, ofB.power, ofC.power, ofD.power);
+    const __m256i isDivided = inAll(ofA.isDivided, ofB.isDivided, ofC.isDivided, ofD.isDivided);
+    const __m256i isOdd = inAll(ofA.isOdd, ofB.isOdd, ofC.isOdd, ofD.isOdd);
+    const __m256i isWithin53 =
+        _mm256_cmpgt_epi64(_mm256_set1_epi64x((1LL << 53) + 1), mantissaOf(tails.sums));
+    return {_mm256_blendv_pd(_mm256_mul_pd(whole, power), _mm256_div_pd(whole, power),
+                             _mm256_castsi256_pd(isDivided)),
+            inAll(a.isNegative, b.isNegative, c.isNegative, d.isNegative),
+            _mm256_and_si256(isWithin53, inAll(ofA.isExact, ofB.isExact, ofC.isExact, ofD.isExact)),
+            _mm256_andnot_si256(isOdd, _mm256_and_si256(heads.areReal, tails.areReal))};
+}
+
+KO_AVX2_INLINE __m256d withSigns(const Wide& numbers) {
+    const __m256i signs = _mm256_slli_epi64(numbers.isNegative, 63);
+    return _mm256_or_pd(numbers.magnitude, _mm256_castsi256_pd(signs));
+}
+
+// Writes all values; a bit for each that is good.
+KO_AVX2_INLINE unsigned store(const Wide& numbers, double (&out)[quad]) {
+    _mm256_storeu_pd(out, withSigns(numbers));
+    return whereTrue(_mm256_and_si256(numbers.isPlain, numbers.isExact));
+}
+
+KO_AVX2_INLINE unsigned store(const Wide& numbers, float (&out)[quad]) {
+    _mm_storeu_ps(out, _mm256_cvtpd_ps(withSigns(numbers)));
+    const __m256d magnitude = numbers.magnitude;
+    const __m256d smallest = _mm256_set1_pd(std::numeric_limits<float>::min());
+    const __m256d largest = _mm256_set1_pd(std::numeric_limits<float>::max());
+    const __m256d isNormal = _mm256_and_pd(_mm256_cmp_pd(magnitude, smallest, _CMP_GE_OQ),
+                                           _mm256_cmp_pd(magnitude, largest, _CMP_LE_OQ));
+    const __m256d isZero = _mm256_cmp_pd(magnitude, _mm256_setzero_pd(), _CMP_EQ_OQ);
+    const __m256i lost =
+        _mm256_add_epi64(_mm256_castpd_si256(magnitude), _mm256_set1_epi64x(uncertain / 2));
+    const __m256i isNearMiddle =
+        _mm256_cmpeq_epi64(_mm256_and_si256(lost, _mm256_set1_epi64x(0x20000000 - uncertain)),
+                           _mm256_set1_epi64x(0x10000000));
+    return whereTrue(_mm256_andnot_si256(
+        isNearMiddle,
+        _mm256_and_si256(numbers.isPlain, _mm256_castpd_si256(_mm256_or_pd(isNormal, isZero)))));
+}
+
+// --- All turns ----------------------------------------------------------------------------------
+
+// Pieces of a window on their way to `out`.
+template <class Scalar>
+struct Batch {
+    const char* text;
+    const unsigned long* begins;
+    unsigned long count;
+    Scalar* out;
+
+    bool convertOne(unsigned long i) const {
+        const std::string_view piece(text + begins[i], begins[i + 1] - 1 - begins[i]);
+        return convertNumber(piece, dataTypeOf<Scalar>(),
+                             reinterpret_cast<unsigned char*>(out + i));
+    }
+};
+
+// Takes four pieces through the second turn, the rest of them one by one.
+template <class Real>
+KO_AVX2 bool convertWide(const Batch<Real>& batch, const unsigned long (&pieces)[quad],
+                         unsigned long count) {
+    const unsigned long* const begins[quad] = {batch.begins + pieces[0], batch.begins + pieces[1],
+                                               batch.begins + pieces[2], batch.begins + pieces[3]};
+    Real values[quad];
+    const unsigned good = store(readWide(batch.text, begins), values);
+    bool allConverted = true;
+    for (unsigned long i = 0; i < count; ++i) {
+        if (good >> i & 1U) {
+            std::memcpy(batch.out + pieces[i], values + i, sizeof(Real));
+        } else if (!batch.convertOne(pieces[i])) {
+            allConverted = false;
+        }
+    }
+    return allConverted;
+}
+
+// Converts what the first turn left: of the pieces from `first` on those with a bit in `left`.
+template <class Scalar>
+KO_AVX2 bool convertLeft(const Batch<Scalar>& batch, unsigned long first, std::uint64_t left) {
+    bool allConverted = true;
+    if constexpr (std::is_floating_point_v<Scalar>) {
+        constexpr unsigned long before = mostCharacters + exponentLength;
+        while (left && batch.begins[first + 1] >= before + 1) {
+            unsigned long pieces[quad];
+            unsigned long count = 0;
+            for (unsigned long& piece : pieces) {
+                // With fewer than four the last takes all places that are left.
+                piece = left ? first + _tzcnt_u64(left) : pieces[count - 1];
+                if (left) ++count;
+                left &= left - 1;
+            }
+            if (!convertWide(batch, pieces, count)) allConverted = false;
+        }
+    }
+    for (; left; left &= left - 1)
+        if (!batch.convertOne(first + _tzcnt_u64(left))) allConverted = false;
+    return allConverted;
+}
+
+// True when all are converted.
+template <class Scalar>
+KO_AVX2 bool convertBatch(const Batch<Scalar>& batch) {
+    constexpr unsigned long most = 64;
+    bool allConverted = true;
+    unsigned long i = 0;
+    // Those that have no 16 characters before their end.
+    for (; i < batch.count && batch.begins[i + 1] - 1 < lanes; ++i)
+        if (!batch.convertOne(i)) allConverted = false;
+    while (i + quad <= batch.count) {
+        const unsigned long first = i;
+        std::uint64_t left = 0;
+        for (; i + quad <= batch.count && i < first + most; i += quad)
+            left |=
+                static_cast<std::uint64_t>(convertQuad(batch.text, batch.begins + i, batch.out + i))
+                << (i - first);
+        if (left && !convertLeft(batch, first, left)) allConverted = false;
+    }
+    for (; i < batch.count; ++i)
+        if (!batch.convertOne(i)) allConverted = false;
+    return allConverted;
+}
+
+template <class Scalar>
+KO_AVX2 Conversion convertAs(std::string_view text, unsigned char* dest, unsigned long room) {
+    Conversion result;
+    auto* const out = reinterpret_cast<Scalar*>(dest);
+    Pieces pieces(text);
+    bool isRegular = true;
+    while (isRegular && !pieces.isAtEnd()) {
+        isRegular = pieces.next();
+        const bool isLast = !isRegular || pieces.isAtEnd();
+        const unsigned long found = isLast ? pieces.count() : pieces.count() / quad * quad;
+        const unsigned long count = std::min(found, room - result.count);
+        const Batch<Scalar> batch{text.data(), pieces.begins(), count, out + result.count};
+        if (!convertBatch(batch)) result.allConverted = false;
+        result.count += count;
+        if (count < found) {
+            result.excess = pieces.piece(count);
+            return result;
+        }
+        pieces.drop(found);
+    }
+    if (isRegular) return result;
+    Conversion rest =
+        plainOperations.convertNumbers(pieces.rest(), dataTypeOf<Scalar>(),
+                                       dest + result.count * sizeof(Scalar), room - result.count);
+    rest.count += result.count;
+    rest.allConverted = rest.allConverted && result.allConverted;
+    return rest;
+}
+
+}  // namespace
+
+Conversion convertNumbers(std::string_view text, DataType type, unsigned char* dest,
+                          unsigned long room) {
+    switch (type) {
+        case DataType::Char: return convertAs<signed char>(text, dest, room);
+        case DataType::Byte: return convertAs<unsigned char>(text, dest, room);
+        case DataType::Int16: return convertAs<short>(text, dest, room);
+        case DataType::Int32: return convertAs<int>(text, dest, room);
+        case DataType::Int64: return convertAs<long>(text, dest, room);
+        case DataType::UInt16: return convertAs<unsigned short>(text, dest, room);
+        case DataType::UInt32: return convertAs<unsigned int>(text, dest, room);
+        case DataType::UInt64: return convertAs<unsigned long>(text, dest, room);
+        case DataType::Float: return convertAs<float>(text, dest, room);
+        case DataType::Double: return convertAs<double>(text, dest, room);
+        default: return plainOperations.convertNumbers(text, type, dest, room);
+    }
+}
+
+}  // namespace ko::bulk::avx2
+
+#endif
