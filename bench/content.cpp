@@ -67,7 +67,7 @@ class Writer {
     void input(std::string_view name, std::string_view value) { input(name, value, value); }
     void connect(std::string_view name, std::string_view output) {
         kvt_.append("    .").append(name).append(" |= ").append(output).append(";\n");
-        key(name).append("\"").append(output).append("\"");
+        key(name).append(R"({"output": ")").append(output).append(R"("})");
     }
 
     // `count` numbers for elements of `size` numbers, three on a line.
@@ -161,10 +161,12 @@ std::string reals(Random& random, int count, const char* separator) {
     return text;
 }
 
-// The same numbers as a KVT value with that keyword and as a JSON array.
+// The same numbers as a KVT value with that keyword and as a JSON array under it: without the
+// keyword nobody could make the scene.
 void mathInput(Writer& writer, Random& random, const char* name, const char* keyword, int count) {
     const std::string numbers = reals(random, count, ", ");
-    writer.input(name, keyword + ("(" + numbers + ")"), "[" + numbers + "]");
+    writer.input(name, keyword + ("(" + numbers + ")"),
+                 std::string(R"({")") + keyword + R"(": [)" + numbers + "]}");
 }
 
 std::string nodeName(unsigned long number) { return "n" + std::to_string(number); }
@@ -314,7 +316,7 @@ Content makeIdentifiers(unsigned long nodes) {
     for (unsigned long i = 0; i < nodes; ++i) {
         const std::string name = laterNode(random, i, nodes);
         writer.beginNode("mix", i);
-        writer.input("target", name, "\"" + name + "\"");
+        writer.input("target", name, R"({"node": ")" + name + R"("})");
         writer.endNode();
     }
     return writer.finish(nodes);

@@ -25,6 +25,7 @@
 #include "ascii.h"
 #include "bulk.h"
 #include "charclass.h"
+#include "charruns.h"
 #include "memory.h"
 #include "textbuilder.h"
 
@@ -194,24 +195,25 @@ inline void Lexer::skipBlanks() {
 
 inline void Lexer::skipBlankRun() {
     const char* const begin = next_ - 1;
-    const char* at = begin;
-    const char* lineBegin = begin;
-    unsigned long breaks = 0;
-    char last = static_cast<char>(c);
-    do {
-        // A break moves the line for what follows it: that may be in the next run.
-        if (last == '\n') {
-            lineBegin = at;
-            ++breaks;
-        }
-        last = *at++;
-    } while (at != end_ && chars::is(*at, chars::Blank));
-    if (breaks > 0) {
-        add(line, breaks);
+    if (static_cast<unsigned long>(end_ - begin) < chars::sixteen) return skipLongBlankRun();
+    const chars::Sixteen ahead(begin);
+    const unsigned length = chars::leading(ahead.blanks());
+    if (length == chars::sixteen) return skipLongBlankRun();
+    // A break moves the line for what follows it: the last one may end with a later token.
+    unsigned breaks = (ahead.breaks() << 1U | (c == '\n' ? 1U : 0U)) & ((1U << length) - 1);
+    unsigned lineBegin = 0;
+    for (; breaks != 0; breaks &= breaks - 1) {
+        lineBegin = static_cast<unsigned>(__builtin_ctz(breaks));
+        add(line, 1);
         column = 0;
     }
-    add(column, static_cast<unsigned long>(at - lineBegin));
-    moveTo(at, static_cast<unsigned long>(at - begin));
+    add(column, length - lineBegin);
+    moveTo(begin + length, length);
+}
+
+void Lexer::skipLongBlankRun() {
+    const char* const begin = next_ - 1;
+    skip(static_cast<unsigned long>(chars::skip(begin, end_, chars::Blank) - begin));
 }
 
 // Consumes the lookahead, whatever it is, and the characters behind it of that class, into `text`.
@@ -256,8 +258,7 @@ inline void Lexer::finish(Token::Type type, Token& t) const {
 
 // A sign has the position of the character before it.
 inline void Lexer::readSign(Token::Type type, Token& t) {
-    const char sign = static_cast<char>(la);
-    t.text.assign({&sign, 1});
+    t.text.assign(static_cast<char>(la));
     finish(type, t);
     skipInLine(1);
 }
@@ -304,14 +305,27 @@ Token Lexer::id() {
 
 // id = ( letter | "_" ) { letter | "_" | digit }
 void Lexer::readId(Token& t) {
-    take(chars::IdPart, t.text);
+    const char first = ascii::lower(static_cast<char>(la));
+    if (!takeShortId(t.text)) take(chars::IdPart, t.text);
     finish(Token::Id, t);
-    switch (ascii::lower(t.text[0])) {
+    switch (first) {
         case 't': return becomeIf("true", Token::True, t);
         case 'f': return becomeIf("false", Token::False, t);
         case 'n': return becomeIf("null", Token::Null, t);
         default: return;
     }
+}
+
+// Takes an identifier that is seen at a glance; else false, and nothing is taken.
+inline bool Lexer::takeShortId(String& text) {
+    if (!next_) return false;
+    const char* const begin = next_ - 1;
+    if (static_cast<unsigned long>(end_ - begin) < chars::sixteen) return false;
+    const unsigned long length = chars::leading(chars::Sixteen(begin).idParts());
+    if (length == 0 || !String::fitsShort(length)) return false;
+    text.assignShort(begin, length);
+    skipInLine(length);
+    return true;
 }
 
 // A word that is no identifier has one spelling in its token.
@@ -575,11 +589,13 @@ Token KvtParser::lt(int i) const { return peek(i); }
 void KvtParser::advance() {
     Token& oldest = ring_[(head_ + lookahead) % ringSize];
     lexer_->read(oldest);
-    if (oldest.type == Token::Invalid) {
-        const Token invalid = std::exchange(oldest, peek(1));
-        tokenError(invalid);
-    }
+    if (oldest.type == Token::Invalid) refuse(oldest);
     head_ = (head_ + 1) % ringSize;
+}
+
+void KvtParser::refuse(Token& oldest) {
+    const Token invalid = std::exchange(oldest, peek(1));
+    tokenError(invalid);
 }
 
 Token KvtParser::consume() {
@@ -685,6 +701,7 @@ bool KvtParser::parseDeclare() {
     if (la(1) != Token::Id || la(2) != Token::Id) return false;
     if (!isBlock && la(3) != Token::Semicolon) return false;
     const String type = peek(1).text;
+    scene().expectNode(peek(2).text);
     const String name = takeName();
     Node* const node = scene().findOrCreateNode(type, name);
     if (isBlock) withNode_ = node;
@@ -702,24 +719,24 @@ bool KvtParser::parseWith() {
     return true;
 }
 
+void KvtParser::take(ds::Vector<Token>& tokens, int count) {
+    for (int i = 0; i < count; ++i) {
+        advance();
+        tokens.push_back(lastToken());
+    }
+}
+
 // path = ( Id "." Id | "." Id ) { Brackets | "." Id }
 bool KvtParser::path(ds::Vector<Token>& tokens) {
     const bool isAbsolute = la(1) == Token::Id;
     if (isAbsolute && (la(2) != Token::Dot || la(3) != Token::Id)) return false;
     if (!isAbsolute && (la(1) != Token::Dot || la(2) != Token::Id)) return false;
-    const auto take = [&] {
-        advance();
-        tokens.push_back(lastToken());
-    };
-    if (isAbsolute) take();
-    take();
-    take();
+    take(tokens, isAbsolute ? 3 : 2);
     for (;;) {
         if (la(1) == Token::Brackets) {
-            take();
+            take(tokens, 1);
         } else if (la(1) == Token::Dot && la(2) == Token::Id) {
-            take();
-            take();
+            take(tokens, 2);
         } else {
             return true;
         }
@@ -786,7 +803,7 @@ bool readBool(const String& text, AttrData& data) {
     data.type = AttrType::Bool;
     bool value = false;
     if (!String::parse(text, value)) return false;
-    data = AttrData::ofBool(value);
+    std::memcpy(data.value, &value, sizeof value);
     return true;
 }
 
@@ -809,7 +826,7 @@ bool readReal(const String& text, AttrData& data) {
 
 // A string between its quotes.
 bool readText(const String& text, AttrData& data) {
-    data = AttrData::ofText(text.substring(1, text.len() - 2).unescape().view());
+    data.setText(text.substring(1, text.len() - 2).unescape().view());
     return true;
 }
 
@@ -998,11 +1015,16 @@ String shownPath(const ds::Vector<Token>& path, const Node* node) {
 void KvtParser::AssignInfo::clear() {
     path.clear();
     refPath.clear();
-    // What holds a value's token is no end of input.
-    for (Token* const t : {&token0, &token1, &token2, &token3, &token4})
-        if (t->type != Token::Eof) *t = Token();
+    const auto reset = [](Token& t) {
+        if (t.type != Token::Eof) t = Token();  // what holds a value's token is no end of input
+    };
+    reset(token0);
+    reset(token1);
+    reset(token2);
+    reset(token3);
+    reset(token4);
     gotScalar = gotBuffer = gotReference = gotIdentifier = false;
-    data = AttrData();
+    data.clear();
 }
 
 String KvtParser::AssignInfo::valueString() const {

@@ -105,12 +105,36 @@ bool isBelowOne(std::string_view text) {
     return (isNegative ? -exponent : exponent) < first - point;
 }
 
+// A number of so few digits that a Real holds them as an integer, and the power of ten too: one
+// division rounds as it should. False for anything else.
+template <class Real>
+bool readFewDigits(std::string_view text, Real& magnitude) noexcept {
+    constexpr double powers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                 1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+    constexpr unsigned long most = std::numeric_limits<Real>::digits10;
+    if (text.size() > most + 1) return false;
+    const unsigned long point = std::min(text.find('.'), text.size());
+    const unsigned long behind = text.size() - std::min(point + 1, text.size());
+    unsigned long digits = 0;
+    std::int64_t mantissa = 0;
+    for (const char c : text) {
+        if (!String::isDigit(c)) continue;
+        mantissa = mantissa * 10 + (c - '0');
+        ++digits;
+    }
+    const unsigned long others = point == text.size() ? 0 : 1;
+    if (digits == 0 || digits > most || digits + others != text.size()) return false;
+    magnitude = static_cast<Real>(mantissa) / static_cast<Real>(powers[behind]);
+    return true;
+}
+
 // decimal = digits [ "." [ digits ] ] | "." digits, then [ exponent ]
 // exponent = "e" [ "+" | "-" ] digits
 //
 // That is what the standard library reads too, besides signs and words.
 template <class Real>
 bool readDecimal(std::string_view text, Real& magnitude) noexcept {
+    if (readFewDigits(text, magnitude)) return true;
     if (text.empty() || !(String::isDigit(text.front()) || text.front() == '.')) return false;
     const char* const end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, magnitude);

@@ -155,6 +155,27 @@ class String {
             *this = String(text);
         }
     }
+    void assign(char c) noexcept {
+        if (isShort()) {
+            std::memset(bytes_, 0, sizeof bytes_);
+            bytes_[0] = c;
+            bytes_[tag] = 1;
+        } else {
+            *this = String(c);
+        }
+    }
+    // The same for the first characters at `text`, as many as fit short, of at least sixteen.
+    void assignShort(const char* text, unsigned long length) noexcept {
+        if (!isShort()) *this = String();
+        std::uint64_t words[2];
+        std::uint64_t kept[2];
+        std::memcpy(words, text, sizeof words);
+        std::memcpy(kept, keptBytes + longestShort + 2 - length, sizeof kept);
+        words[0] &= kept[0];
+        words[1] &= kept[1];
+        std::memcpy(bytes_, words, sizeof words);
+        bytes_[tag] = static_cast<char>(length);
+    }
 
     // The characters and a terminating NUL; valid as long as this String keeps its text.
     const char* buf() const noexcept { return isShort() ? bytes_ : buffer()->chars(); }
@@ -261,6 +282,11 @@ class String {
 
     static constexpr unsigned long longestShort = 14;
     static constexpr signed char sharedMark = -1;
+    // Sixteen bytes from the place that lies so many before the middle keep so many.
+    static constexpr unsigned char keptBytes[] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+                                                  0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+                                                  0,    0,    0,    0,    0,    0,    0,    0,
+                                                  0,    0,    0,    0,    0,    0,    0,    0};
     static constexpr int tag = 15;
 
     // Shares `buffer`.

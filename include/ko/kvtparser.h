@@ -117,6 +117,7 @@ class Lexer {
 
     void skipBlanks();
     void skipBlankRun();
+    void skipLongBlankRun();
     unsigned take(chars::Class belonging, String& text);
     String takeAcross(chars::Class belonging);
 
@@ -124,6 +125,7 @@ class Lexer {
     void read(Token& t);
     void readSign(Token::Type type, Token& t);
     void readId(Token& t);
+    bool takeShortId(String& text);
     static void becomeIf(std::string_view word, Token::Type type, Token& t);
     void readNumber(Token& t);
     void finish(Token::Type type, Token& t) const;
@@ -270,6 +272,8 @@ class KvtParser {
     // As `consume` and `match`, for tokens that nobody keeps.
     void advance();
     bool skip(Token::Type type);
+    void take(ds::Vector<Token>& tokens, int count);
+    [[noreturn]] void refuse(Token& oldest);
     bool statement();
     bool isNamed(const char* keyword, Token::Type end) const;
     String takeName();

@@ -86,6 +86,10 @@ struct AttrData {
     void* payload() const;     // the text or the buffer's numbers
     void setPayload(void* payload);
     void setReal(double number) { setComponent(0, number); }
+    // Becomes a String with a copy of `text` (up to a NUL), as `ofText`.
+    void setText(std::string_view text);
+    // Becomes Null and all zeros; a payload is the caller's.
+    void clear();
     void setComponent(int i, double number);
     BufferView buffer() const;
     AttrType arrayType() const;
@@ -156,6 +160,8 @@ template <class T>
 class NameIndex {
   public:
     T* find(const String& name) const;
+    // Fetches what `find` looks at.
+    void expect(const String& name) const;
     void insert(T* item);  // throws std::bad_alloc and is then unchanged
     void erase(const String& name) noexcept;
     unsigned long size() const { return size_; }
@@ -671,6 +677,8 @@ class Scene : public interfaces::IScene {
     Node* createNode(String type, String name, String label) override;
     Node* defineNode(String name) override;
     void removeNode(const String& name) override;
+    // Says that `name` is about to be looked up, so that memory is on its way meanwhile.
+    void expectNode(const String& name) const { index_.expect(name); }
     // The node `name`, whatever its type, or a new one of `type`.
     Node* findOrCreateNode(const String& type, const String& name);
 
@@ -744,6 +752,11 @@ unsigned long NameIndex<T>::place(unsigned long hash, const String& name) const 
 template <class T>
 T* NameIndex<T>::find(const String& name) const {
     return slots_.isEmpty() ? nullptr : slots_[place(name.hash(), name)].item;
+}
+
+template <class T>
+void NameIndex<T>::expect(const String& name) const {
+    if (!slots_.isEmpty()) __builtin_prefetch(&slots_[name.hash() & (slots_.size() - 1)]);
 }
 
 template <class T>

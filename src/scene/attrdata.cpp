@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <new>
 
 #include <ko/math.h>
@@ -55,14 +56,27 @@ AttrData AttrData::ofReal(double value) {
 }
 
 AttrData AttrData::ofText(std::string_view text) {
+    AttrData data;
+    data.setText(text);
+    return data;
+}
+
+void AttrData::setText(std::string_view text) {
     text = text.substr(0, text.find('\0'));
     auto* const chars = static_cast<char*>(allocate(std::malloc(text.size() + 1)));
     if (!text.empty()) std::memcpy(chars, text.data(), text.size());
     chars[text.size()] = '\0';
-    AttrData data;
-    data.type = AttrType::String;
-    data.setPayload(chars);
-    return data;
+    type = AttrType::String;
+    setPayload(chars);
+}
+
+// Only matrices use more words than a few.
+void AttrData::clear() {
+    constexpr unsigned long few = 5;
+    const unsigned long used =
+        type == AttrType::Mat3 || type == AttrType::Mat4 ? std::size(value) : few;
+    std::fill_n(value, used, 0);
+    type = AttrType::Null;
 }
 
 AttrData AttrData::ofComponents(AttrType type, const double* components) {
