@@ -531,21 +531,6 @@ KO_AVX2_INLINE unsigned store(const Wide& numbers, float (&out)[quad]) {
 
 // --- All turns ----------------------------------------------------------------------------------
 
-// Pieces of a window on their way to `out`.
-template <class Scalar>
-struct Batch {
-    const char* text;
-    const unsigned long* begins;
-    unsigned long count;
-    Scalar* out;
-
-    bool convertOne(unsigned long i) const {
-        const std::string_view piece(text + begins[i], begins[i + 1] - 1 - begins[i]);
-        return convertNumber(piece, dataTypeOf<Scalar>(),
-                             reinterpret_cast<unsigned char*>(out + i));
-    }
-};
-
 // Takes four pieces through the second turn, the rest of them one by one.
 template <class Real>
 KO_AVX2 bool convertWide(const Batch<Real>& batch, const unsigned long (&pieces)[quad],
@@ -565,7 +550,8 @@ KO_AVX2 bool convertWide(const Batch<Real>& batch, const unsigned long (&pieces)
     return allConverted;
 }
 
-// Converts what the first turn left: of the pieces from `first` on those with a bit in `left`.
+}  // namespace
+
 template <class Scalar>
 KO_AVX2 bool convertLeft(const Batch<Scalar>& batch, unsigned long first, std::uint64_t left) {
     bool allConverted = true;
@@ -588,7 +574,6 @@ KO_AVX2 bool convertLeft(const Batch<Scalar>& batch, unsigned long first, std::u
     return allConverted;
 }
 
-// True when all are converted.
 template <class Scalar>
 KO_AVX2 bool convertBatch(const Batch<Scalar>& batch) {
     constexpr unsigned long most = 64;
@@ -610,6 +595,29 @@ KO_AVX2 bool convertBatch(const Batch<Scalar>& batch) {
         if (!batch.convertOne(i)) allConverted = false;
     return allConverted;
 }
+
+template bool convertLeft(const Batch<signed char>&, unsigned long, std::uint64_t);
+template bool convertLeft(const Batch<unsigned char>&, unsigned long, std::uint64_t);
+template bool convertLeft(const Batch<short>&, unsigned long, std::uint64_t);
+template bool convertLeft(const Batch<unsigned short>&, unsigned long, std::uint64_t);
+template bool convertLeft(const Batch<int>&, unsigned long, std::uint64_t);
+template bool convertLeft(const Batch<unsigned int>&, unsigned long, std::uint64_t);
+template bool convertLeft(const Batch<long>&, unsigned long, std::uint64_t);
+template bool convertLeft(const Batch<unsigned long>&, unsigned long, std::uint64_t);
+template bool convertLeft(const Batch<float>&, unsigned long, std::uint64_t);
+template bool convertLeft(const Batch<double>&, unsigned long, std::uint64_t);
+template bool convertBatch(const Batch<signed char>&);
+template bool convertBatch(const Batch<unsigned char>&);
+template bool convertBatch(const Batch<short>&);
+template bool convertBatch(const Batch<unsigned short>&);
+template bool convertBatch(const Batch<int>&);
+template bool convertBatch(const Batch<unsigned int>&);
+template bool convertBatch(const Batch<long>&);
+template bool convertBatch(const Batch<unsigned long>&);
+template bool convertBatch(const Batch<float>&);
+template bool convertBatch(const Batch<double>&);
+
+namespace {
 
 template <class Scalar>
 KO_AVX2 Conversion convertAs(std::string_view text, unsigned char* dest, unsigned long room) {

@@ -1,0 +1,497 @@
+// The operations of bulk.h in AVX-512, with its instructions that squeeze chosen characters
+// together and put lanes in any order.
+//
+// To convert numbers, a window of the text is squeezed first: points and the minus before a number
+// are taken out, and noted apart. What is left are digits and single spaces, and eight numbers of
+// up to 16 digits are converted side by side, wherever their points were. What this cannot read
+// goes the way that the AVX2 path sends it.
+#if defined(__GNUC__) && !defined(__clang__)
+// What the compiler's own header leaves undefined on purpose, some of its versions warn of.
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+
+#include "bulk_avx2.h"
+
+#if defined(__x86_64__)
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <type_traits>
+
+#include "bulk_classes.h"
+#include "charclass.h"
+
+namespace ko::bulk {
+
+namespace avx512 {
+
+namespace {
+
+#define KO_AVX512_TARGET \
+    gnu::target("avx512f,avx512bw,avx512vl,avx512dq,avx512vbmi,avx512vbmi2,bmi,bmi2,lzcnt,popcnt")
+#define KO_AVX512 [[KO_AVX512_TARGET]]
+#define KO_AVX512_INLINE [[KO_AVX512_TARGET, gnu::always_inline]] inline
+
+constexpr unsigned long step = 64;
+constexpr std::uint64_t allBits = ~std::uint64_t(0);
+
+KO_AVX512_INLINE unsigned long countOf(std::uint64_t bits) {
+    return static_cast<unsigned long>(_mm_popcnt_u64(bits));
+}
+
+// --- Copying ------------------------------------------------------------------------------------
+
+KO_AVX512_INLINE __m512i broadcast(const std::uint8_t (&table)[16]) {
+    return _mm512_broadcast_i32x4(_mm_load_si128(reinterpret_cast<const __m128i*>(table)));
+}
+
+KO_AVX512_INLINE __m512i classify(__m512i text, __m512i low, __m512i high) {
+    const __m512i nibble = _mm512_set1_epi8(0x0F);
+    const __m512i upper = _mm512_and_si512(_mm512_srli_epi16(text, 4), nibble);
+    return _mm512_and_si512(_mm512_shuffle_epi8(low, _mm512_and_si512(text, nibble)),
+                            _mm512_shuffle_epi8(high, upper));
+}
+
+// 64 characters at a time, the last of them by the plain path: what is of a number is kept, and the
+// first character of each gap becomes its space.
+KO_AVX512 Copied copyNumbers(const char* from, const char* end, char* to, Group group) {
+    const ClassTables& tables = tablesOf(group);
+    const __m512i low = broadcast(tables.low);
+    const __m512i high = broadcast(tables.high);
+    const __m512i ofNumber = _mm512_set1_epi8(numberBits);
+    const __m512i spaces = _mm512_set1_epi8(' ');
+    Copied done{from, to};
+    std::uint64_t inNumber = 1;
+    for (; end - from >= static_cast<long>(step); from += step) {
+        const __m512i text = _mm512_loadu_si512(from);
+        const __m512i classes = classify(text, low, high);
+        if (_mm512_testn_epi8_mask(classes, classes)) break;
+        const std::uint64_t numbers = _mm512_test_epi8_mask(classes, ofNumber);
+        const std::uint64_t kept = numbers | numbers << 1 | inNumber;
+        const __m512i spaced = _mm512_mask_blend_epi8(numbers, spaces, text);
+        _mm512_storeu_si512(to, _mm512_maskz_compress_epi8(kept, spaced));
+        to += countOf(kept);
+        if (numbers) done.read = from + step - _lzcnt_u64(numbers);
+        inNumber = numbers >> 63;
+    }
+    // What is left may go on with the number, or with a gap that leads to one.
+    done.written = inNumber ? to : to - 1;
+    const char* const next =
+        chars::skip(from, end, group == Group::Parens ? chars::ParensGap : chars::BracesGap);
+    if (next == end || !chars::is(*next, chars::NumberPart)) return done;
+    if (inNumber && next != from) *to++ = ' ';
+    return plainOperations.copyNumbers(next, end, to, group);
+}
+
+// --- Counting -----------------------------------------------------------------------------------
+
+KO_AVX512 unsigned long countBreaks(std::string_view text) {
+    const __m512i lineBreak = _mm512_set1_epi8('\n');
+    unsigned long count = 0;
+    for (; text.size() >= step; text.remove_prefix(step))
+        count += countOf(_mm512_cmpeq_epi8_mask(_mm512_loadu_si512(text.data()), lineBreak));
+    return count + plainOperations.countBreaks(text);
+}
+
+// --- A window of the text -----------------------------------------------------------------------
+
+KO_AVX512_INLINE __m512i counting() {
+    alignas(64) static constexpr std::uint8_t numbers[] = {
+        0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21,
+        22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32, 33, 34, 35, 36, 37, 38, 39, 40, 41, 42, 43,
+        44, 45, 46, 47, 48, 49, 50, 51, 52, 53, 54, 55, 56, 57, 58, 59, 60, 61, 62, 63};
+    return _mm512_load_si512(numbers);
+}
+
+// Writes `base` more than the place of each bit, and up to 15 others.
+KO_AVX512_INLINE void notePlaces(std::uint64_t bits, std::uint32_t base, std::uint32_t* to) {
+    __m512i places = _mm512_maskz_compress_epi8(bits, counting());
+    const __m512i bases = _mm512_set1_epi32(static_cast<int>(base));
+    for (unsigned long left = countOf(bits);;) {
+        const __m512i some = _mm512_cvtepu8_epi32(_mm512_castsi512_si128(places));
+        _mm512_storeu_si512(to, _mm512_add_epi32(some, bases));
+        if (left <= 16) return;
+        left -= 16;
+        to += 16;
+        places = _mm512_maskz_compress_epi8(allBits << 16, places);
+    }
+}
+
+KO_AVX512_INLINE void notePlaces(std::uint64_t bits, unsigned long base, unsigned long* to) {
+    __m512i places = _mm512_maskz_compress_epi8(bits, counting());
+    const __m512i bases = _mm512_set1_epi64(static_cast<long long>(base));
+    for (unsigned long left = countOf(bits);;) {
+        const __m128i some = _mm512_castsi512_si128(places);
+        _mm512_storeu_si512(to, _mm512_add_epi64(_mm512_cvtepu8_epi64(some), bases));
+        _mm512_storeu_si512(to + 8,
+                            _mm512_add_epi64(_mm512_cvtepu8_epi64(_mm_srli_si128(some, 8)), bases));
+        if (left <= 16) return;
+        left -= 16;
+        to += 16;
+        places = _mm512_maskz_compress_epi8(allBits << 16, places);
+    }
+}
+
+// For each bit of `which` a byte that is not zero when `bits` has it too; writes 64 bytes.
+KO_AVX512_INLINE void noteBits(std::uint64_t which, std::uint64_t bits, char* to) {
+    _mm512_storeu_si512(to, _mm512_maskz_compress_epi8(which, _mm512_movm_epi8(bits)));
+}
+
+// The pieces between single spaces that end in a window of the text, and their digits.
+class Window {
+  public:
+    // Reads from the begin of a piece on; false where a piece would be empty.
+    KO_AVX512 bool read(std::string_view text, unsigned long begin) {
+        begins_[0] = begin;
+        count_ = 0;
+        hasOddPoints_ = false;
+        State state;
+        bool isRegular = true;
+        const unsigned long stop = begin + std::min(size, text.size() - begin);
+        for (unsigned long at = begin; isRegular && at <= stop; at += step)
+            isRegular = note(text, at, state);
+        isAtEnd_ = begins_[count_] > text.size();
+        // Those who take eight at a time find places to read from behind the last one too.
+        _mm512_storeu_si512(ends_ + 1 + count_, _mm512_set1_epi32(static_cast<int>(state.digits)));
+        return isRegular;
+    }
+
+    bool isAtEnd() const { return isAtEnd_; }
+    // Some piece has more than one point, so that points cannot be told from each other.
+    bool hasOddPoints() const { return hasOddPoints_; }
+    unsigned long count() const { return count_; }
+    // Where the pieces begin in the text, and where the one behind them does.
+    const unsigned long* begins() const { return begins_; }
+
+    const char* digits() const { return digits_; }
+    // Where the digits of each piece end, and before the first where those before it would have.
+    const std::uint32_t* ends() const { return ends_ + 1; }
+    // Where the digits behind each point begin.
+    const std::uint32_t* points() const { return points_; }
+    // For each piece a byte that is not zero when it has a point, or a minus.
+    const char* havePoints() const { return havePoints_; }
+    const char* areNegative() const { return areNegative_; }
+
+  private:
+    static constexpr unsigned long size = 2048;
+    static constexpr unsigned long most = size / 2 + 3 * step;
+
+    // What goes from one block to the next.
+    struct State {
+        std::uint64_t behindSpace = 1;
+        std::uint64_t behindPoint = 0;
+        unsigned char hasPoint = 0;  // the piece that has not ended
+        std::uint32_t digits = 0;
+        unsigned long pieces = 0;  // begun
+        unsigned long points = 0;
+    };
+
+    KO_AVX512_INLINE bool note(std::string_view text, unsigned long at, State& state) {
+        // The end of the text counts as a space.
+        const unsigned long left = text.size() - at;
+        const std::uint64_t inText = left < step ? (std::uint64_t(1) << left) - 1 : allBits;
+        const __m512i block = _mm512_maskz_loadu_epi8(inText, text.data() + at);
+        const std::uint64_t spaces =
+            _mm512_cmpeq_epi8_mask(block, _mm512_set1_epi8(' ')) | ((inText + 1) & ~inText);
+        const std::uint64_t begins = spaces << 1 | state.behindSpace;
+        if (spaces & begins) return false;
+        const std::uint64_t points = _mm512_cmpeq_epi8_mask(block, _mm512_set1_epi8('.'));
+        const std::uint64_t minus =
+            _mm512_mask_cmpeq_epi8_mask(begins, block, _mm512_set1_epi8('-'));
+        const std::uint64_t kept = ~(points | minus);
+        noteDigits(block, kept, spaces, points, state);
+        notePoints(spaces, points, state);
+        noteBits(begins, minus, areNegative_ + state.pieces);
+        state.pieces += countOf(begins);
+        notePlaces(spaces, at + 1, begins_ + 1 + count_);
+        count_ += countOf(spaces);
+        state.behindSpace = spaces >> 63;
+        return true;
+    }
+
+    KO_AVX512_INLINE void noteDigits(__m512i block, std::uint64_t kept, std::uint64_t spaces,
+                                     std::uint64_t points, State& state) {
+        const std::uint64_t behindPoints = points << 1 | state.behindPoint;
+        _mm512_storeu_si512(digits_ + state.digits, _mm512_maskz_compress_epi8(kept, block));
+        notePlaces(_pext_u64(spaces, kept), state.digits, ends_ + 1 + count_);
+        const std::uint64_t squeezed = _pext_u64(behindPoints, kept);
+        notePlaces(squeezed, state.digits, points_ + state.points);
+        state.points += countOf(squeezed);
+        state.digits += static_cast<std::uint32_t>(countOf(kept));
+        state.behindPoint = points >> 63;
+    }
+
+    // A bit for a point, added to the bits of its piece, is carried to the space that ends it.
+    // Where one is carried past another point, that one's bit stays.
+    KO_AVX512_INLINE void notePoints(std::uint64_t spaces, std::uint64_t points, State& state) {
+        unsigned long long carried = 0;
+        state.hasPoint = _addcarry_u64(state.hasPoint, ~spaces, points, &carried);
+        if (carried & points) hasOddPoints_ = true;
+        noteBits(spaces, carried, havePoints_ + count_);
+    }
+
+    bool isAtEnd_ = false;
+    bool hasOddPoints_ = false;
+    unsigned long count_ = 0;
+    unsigned long begins_[most];
+    std::uint32_t ends_[most] = {~std::uint32_t(0)};
+    std::uint32_t points_[most];
+    char havePoints_[most];
+    char areNegative_[most];
+    char digits_[size + 3 * step];
+};
+
+// --- Eight numbers ------------------------------------------------------------------------------
+
+constexpr unsigned long octet = 8;
+constexpr unsigned lanes = 16;
+
+struct Octet {
+    __m512i mantissa;   // below 10^16
+    __m256i fraction;   // digits behind the point
+    __mmask8 negative;  // have a minus
+    __mmask8 pointed;   // have a point
+    __mmask8 plain;     // are what is read here
+};
+
+// The byte of the first or of the last four of eight 32-bit words in all lanes of its quarter.
+KO_AVX512_INLINE __m512i inQuarters(__m256i words, int first) {
+    const __m512i sources =
+        _mm512_set_epi64(0x0C0C0C0C0C0C0C0C, 0x0C0C0C0C0C0C0C0C, 0x0808080808080808,
+                         0x0808080808080808, 0x0404040404040404, 0x0404040404040404, 0, 0);
+    return _mm512_permutexvar_epi8(
+        _mm512_add_epi8(sources, _mm512_set1_epi8(static_cast<char>(4 * first))),
+        _mm512_castsi256_si512(words));
+}
+
+// The values of the digits of four numbers, each at the end of its quarter, zeros before them.
+// Those of number i end at `ends`, behind `text`.
+KO_AVX512_INLINE __m512i digitsOf(const char* text, __m512i ends, __m512i lengths) {
+    const __m512i beforeEnd = _mm512_broadcast_i32x4(
+        _mm_setr_epi8(16, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1));
+    const __mmask64 inNumber = _mm512_cmple_epu8_mask(beforeEnd, lengths);
+    const __m512i characters = _mm512_maskz_permutexvar_epi8(
+        inNumber, _mm512_sub_epi8(ends, beforeEnd), _mm512_loadu_si512(text));
+    return _mm512_maskz_sub_epi8(inNumber, characters, _mm512_set1_epi8('0'));
+}
+
+// A bit for each of two times four numbers that has no other than digits.
+KO_AVX512_INLINE unsigned areDigits(__m512i first, __m512i second) {
+    const __m512i nine = _mm512_set1_epi8(9);
+    const __m512i firstOver = _mm512_subs_epu8(first, nine);
+    const __m512i secondOver = _mm512_subs_epu8(second, nine);
+    const unsigned halves = static_cast<unsigned>(_mm512_test_epi64_mask(firstOver, firstOver)) |
+                            static_cast<unsigned>(_mm512_test_epi64_mask(secondOver, secondOver))
+                                << 8;
+    return ~_pext_u32(halves | halves >> 1, 0x5555);
+}
+
+KO_AVX512_INLINE __m512i fourDigitSums(__m512i digits) {
+    return _mm512_madd_epi16(_mm512_maddubs_epi16(digits, _mm512_set1_epi16(10 | 1 << 8)),
+                             _mm512_set1_epi32(100 | 1 << 16));
+}
+
+// In their order, from four quarters and four quarters.
+KO_AVX512_INLINE __m512i mantissasOf(__m512i first, __m512i second) {
+    const __m512i fours = _mm512_packus_epi32(fourDigitSums(first), fourDigitSums(second));
+    const __m512i eights = _mm512_madd_epi16(fours, _mm512_set1_epi32(10000 | 1 << 16));
+    const __m512i higher = _mm512_mul_epu32(eights, _mm512_set1_epi64(100000000));
+    const __m512i mixed = _mm512_add_epi64(higher, _mm512_srli_epi64(eights, 32));
+    return _mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7), mixed);
+}
+
+KO_AVX512_INLINE __mmask8 bytesToBits(const char* bytes) {
+    const __m128i eight = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(bytes));
+    return static_cast<__mmask8>(_mm_movepi8_mask(eight));
+}
+
+KO_AVX512_INLINE __m256i loadWords(const std::uint32_t* words) {
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(words));
+}
+
+// `points` are those of the numbers from `first` on.
+KO_AVX512_INLINE Octet readOctet(const Window& window, unsigned long first,
+                                 const std::uint32_t* points) {
+    const std::uint32_t* const numberEnds = window.ends() + first;
+    const std::uint32_t firstBegin = numberEnds[-1] + 1;
+    const std::uint32_t fifthBegin = numberEnds[3] + 1;
+    const __m256i ends = loadWords(numberEnds);
+    const __m256i begins = _mm256_add_epi32(loadWords(numberEnds - 1), _mm256_set1_epi32(1));
+    const __m256i lengths = _mm256_sub_epi32(ends, begins);
+    const __m256i fourBegins =
+        _mm256_permutevar8x32_epi32(begins, _mm256_setr_epi32(0, 0, 0, 0, 4, 4, 4, 4));
+    const __m256i behind = _mm256_sub_epi32(ends, fourBegins);
+
+    const __m512i firstDigits =
+        digitsOf(window.digits() + firstBegin, inQuarters(behind, 0), inQuarters(lengths, 0));
+    const __m512i secondDigits =
+        digitsOf(window.digits() + fifthBegin, inQuarters(behind, 4), inQuarters(lengths, 4));
+    Octet numbers;
+    numbers.mantissa = mantissasOf(firstDigits, secondDigits);
+    numbers.negative = bytesToBits(window.areNegative() + first);
+    numbers.pointed = bytesToBits(window.havePoints() + first);
+    const __m256i begun = _mm256_maskz_expand_epi32(numbers.pointed, loadWords(points));
+    numbers.fraction = _mm256_maskz_sub_epi32(numbers.pointed, ends, begun);
+    const __mmask8 fit =
+        _mm256_cmple_epu32_mask(lengths, _mm256_set1_epi32(lanes)) &
+        _mm256_cmple_epu32_mask(behind, _mm256_set1_epi32(static_cast<int>(step))) &
+        _mm256_cmplt_epu32_mask(numbers.fraction, _mm256_set1_epi32(lanes)) &
+        _mm256_test_epi32_mask(lengths, lengths);
+    numbers.plain = static_cast<__mmask8>(fit & areDigits(firstDigits, secondDigits));
+    return numbers;
+}
+
+// An exact mantissa divided by an exact power of ten is rounded once, as it should be.
+KO_AVX512_INLINE __m512d divided(Octet& numbers) {
+    const __m512d lowPowers = _mm512_setr_pd(1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7);
+    const __m512d highPowers = _mm512_setr_pd(1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15);
+    const __m512d divisors =
+        _mm512_permutex2var_pd(lowPowers, _mm512_cvtepu32_epi64(numbers.fraction), highPowers);
+    numbers.plain &= _mm512_cmple_epu64_mask(numbers.mantissa, _mm512_set1_epi64(1LL << 53));
+    const __m512d quotients = _mm512_div_pd(_mm512_cvtepi64_pd(numbers.mantissa), divisors);
+    return _mm512_mask_sub_pd(quotients, numbers.negative, _mm512_set1_pd(-0.0), quotients);
+}
+
+// Each of these writes the numbers that it vouches for, and leaves the places of others.
+
+KO_AVX512_INLINE void store(Octet& numbers, double* out) {
+    const __m512d reals = divided(numbers);
+    _mm512_mask_storeu_pd(out, numbers.plain, reals);
+}
+
+// A double that lies just between two floats may have been rounded to there.
+KO_AVX512_INLINE void store(Octet& numbers, float* out) {
+    const __m512d reals = divided(numbers);
+    const __m512i lost =
+        _mm512_and_si512(_mm512_castpd_si512(reals), _mm512_set1_epi64(0x1FFFFFFF));
+    numbers.plain &= _mm512_cmpneq_epi64_mask(lost, _mm512_set1_epi64(0x10000000));
+    _mm256_mask_storeu_ps(out, numbers.plain, _mm512_cvtpd_ps(reals));
+}
+
+template <class Integer>
+KO_AVX512_INLINE void put(__m512i values, __mmask8 which, Integer* out) {
+    if constexpr (sizeof(Integer) == 1) {
+        _mm512_mask_cvtepi64_storeu_epi8(out, which, values);
+    } else if constexpr (sizeof(Integer) == 2) {
+        _mm512_mask_cvtepi64_storeu_epi16(out, which, values);
+    } else if constexpr (sizeof(Integer) == 4) {
+        _mm512_mask_cvtepi64_storeu_epi32(out, which, values);
+    } else {
+        _mm512_mask_storeu_epi64(out, which, values);
+    }
+}
+
+template <class Integer>
+KO_AVX512_INLINE void store(Octet& numbers, Integer* out) {
+    constexpr bool isSigned = std::is_signed_v<Integer>;
+    const __m512i largest =
+        _mm512_set1_epi64(static_cast<long long>(std::numeric_limits<Integer>::max()));
+    const __m512i one = _mm512_set1_epi64(1);
+    const __m512i limit =
+        isSigned ? _mm512_mask_add_epi64(largest, numbers.negative, largest, one) : largest;
+    numbers.plain &=
+        static_cast<__mmask8>(~numbers.pointed & _mm512_cmple_epu64_mask(numbers.mantissa, limit));
+    if (!isSigned) numbers.plain &= static_cast<__mmask8>(~numbers.negative);
+    put(_mm512_mask_sub_epi64(numbers.mantissa, numbers.negative, _mm512_setzero_si512(),
+                              numbers.mantissa),
+        numbers.plain, out);
+}
+
+// --- A text -------------------------------------------------------------------------------------
+
+// Converts the pieces of a window; true when all are converted.
+template <class Scalar>
+KO_AVX512 bool convertWindow(const Window& window, const avx2::Batch<Scalar>& batch) {
+    if (window.hasOddPoints()) return avx2::convertBatch(batch);
+    bool allConverted = true;
+    const std::uint32_t* points = window.points();
+    for (unsigned long first = 0; first < batch.count; first += step) {
+        std::uint64_t left = 0;
+        const unsigned long count = std::min(batch.count - first, step);
+        for (unsigned long i = 0; i < count; i += octet) {
+            Octet numbers = readOctet(window, first + i, points);
+            const unsigned wanted = count - i < octet ? (1U << (count - i)) - 1 : 0xFF;
+            numbers.plain &= static_cast<__mmask8>(wanted);
+            store(numbers, batch.out + first + i);
+            points += countOf(numbers.pointed);
+            left |= static_cast<std::uint64_t>(wanted & ~numbers.plain) << i;
+        }
+        if (left && !avx2::convertLeft(batch, first, left)) allConverted = false;
+    }
+    return allConverted;
+}
+
+template <class Scalar>
+KO_AVX512 Conversion convertAs(std::string_view text, unsigned char* dest, unsigned long room) {
+    Conversion result;
+    auto* const out = reinterpret_cast<Scalar*>(dest);
+    Window window;
+    unsigned long begin = 0;
+    bool isRegular = true;
+    do {
+        isRegular = window.read(text, begin);
+        const unsigned long count = std::min(window.count(), room - result.count);
+        const avx2::Batch<Scalar> batch{text.data(), window.begins(), count, out + result.count};
+        if (!convertWindow(window, batch)) result.allConverted = false;
+        result.count += count;
+        begin = window.begins()[count];
+        if (count < window.count()) {
+            result.excess = batch.piece(count);
+            return result;
+        }
+        // A piece longer than a window.
+        if (count == 0) isRegular = false;
+    } while (isRegular && !window.isAtEnd());
+    if (isRegular) return result;
+    Conversion rest = plainOperations.convertNumbers(
+        text.substr(std::min(begin, text.size())), dataTypeOf<Scalar>(),
+        dest + result.count * sizeof(Scalar), room - result.count);
+    rest.count += result.count;
+    rest.allConverted = rest.allConverted && result.allConverted;
+    return rest;
+}
+
+Conversion convertNumbers(std::string_view text, DataType type, unsigned char* dest,
+                          unsigned long room) {
+    switch (type) {
+        case DataType::Char: return convertAs<signed char>(text, dest, room);
+        case DataType::Byte: return convertAs<unsigned char>(text, dest, room);
+        case DataType::Int16: return convertAs<short>(text, dest, room);
+        case DataType::Int32: return convertAs<int>(text, dest, room);
+        case DataType::Int64: return convertAs<long>(text, dest, room);
+        case DataType::UInt16: return convertAs<unsigned short>(text, dest, room);
+        case DataType::UInt32: return convertAs<unsigned int>(text, dest, room);
+        case DataType::UInt64: return convertAs<unsigned long>(text, dest, room);
+        case DataType::Float: return convertAs<float>(text, dest, room);
+        case DataType::Double: return convertAs<double>(text, dest, room);
+        default: return plainOperations.convertNumbers(text, type, dest, room);
+    }
+}
+
+}  // namespace
+
+bool isSupported() {
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+           __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512dq") &&
+           __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vbmi2") &&
+           __builtin_cpu_supports("bmi2");
+}
+
+}  // namespace avx512
+
+const Operations avx512Operations = {avx512::copyNumbers, avx512::convertNumbers,
+                                     avx512::countBreaks};
+
+}  // namespace ko::bulk
+
+#else
+
+namespace ko::bulk {
+
+const Operations avx512Operations = plainOperations;
+
+}  // namespace ko::bulk
+
+#endif
