@@ -139,7 +139,9 @@ KO_AVX512_INLINE void noteBits(std::uint64_t which, std::uint64_t bits, char* to
     _mm512_storeu_si512(to, _mm512_maskz_compress_epi8(which, _mm512_movm_epi8(bits)));
 }
 
-// The pieces between single spaces that end in a window of the text, and their digits.
+// The pieces between single spaces that end in a window of the text, and their digits. Of integers
+// a point is none of what is noted apart: it stays, and is found to be no digit.
+template <bool areReals>
 class Window {
   public:
     // Reads from the begin of a piece on; false where a piece would be empty.
@@ -197,12 +199,15 @@ class Window {
             _mm512_cmpeq_epi8_mask(block, _mm512_set1_epi8(' ')) | ((inText + 1) & ~inText);
         const std::uint64_t begins = spaces << 1 | state.behindSpace;
         if (spaces & begins) return false;
-        const std::uint64_t points = _mm512_cmpeq_epi8_mask(block, _mm512_set1_epi8('.'));
+        const std::uint64_t points =
+            areReals ? _mm512_cmpeq_epi8_mask(block, _mm512_set1_epi8('.')) : 0;
         const std::uint64_t minus =
             _mm512_mask_cmpeq_epi8_mask(begins, block, _mm512_set1_epi8('-'));
         const std::uint64_t kept = ~(points | minus);
-        noteDigits(block, kept, spaces, points, state);
-        notePoints(spaces, points, state);
+        if (areReals) notePoints(spaces, points, kept, state);
+        _mm512_storeu_si512(digits_ + state.digits, _mm512_maskz_compress_epi8(kept, block));
+        notePlaces(_pext_u64(spaces, kept), state.digits, ends_ + 1 + count_);
+        state.digits += static_cast<std::uint32_t>(countOf(kept));
         noteBits(begins, minus, areNegative_ + state.pieces);
         state.pieces += countOf(begins);
         notePlaces(spaces, at + 1, begins_ + 1 + count_);
@@ -211,25 +216,18 @@ class Window {
         return true;
     }
 
-    KO_AVX512_INLINE void noteDigits(__m512i block, std::uint64_t kept, std::uint64_t spaces,
-                                     std::uint64_t points, State& state) {
-        const std::uint64_t behindPoints = points << 1 | state.behindPoint;
-        _mm512_storeu_si512(digits_ + state.digits, _mm512_maskz_compress_epi8(kept, block));
-        notePlaces(_pext_u64(spaces, kept), state.digits, ends_ + 1 + count_);
-        const std::uint64_t squeezed = _pext_u64(behindPoints, kept);
-        notePlaces(squeezed, state.digits, points_ + state.points);
-        state.points += countOf(squeezed);
-        state.digits += static_cast<std::uint32_t>(countOf(kept));
-        state.behindPoint = points >> 63;
-    }
-
     // A bit for a point, added to the bits of its piece, is carried to the space that ends it.
     // Where one is carried past another point, that one's bit stays.
-    KO_AVX512_INLINE void notePoints(std::uint64_t spaces, std::uint64_t points, State& state) {
+    KO_AVX512_INLINE void notePoints(std::uint64_t spaces, std::uint64_t points, std::uint64_t kept,
+                                     State& state) {
         unsigned long long carried = 0;
         state.hasPoint = _addcarry_u64(state.hasPoint, ~spaces, points, &carried);
         if (carried & points) hasOddPoints_ = true;
         noteBits(spaces, carried, havePoints_ + count_);
+        const std::uint64_t behind = _pext_u64(points << 1 | state.behindPoint, kept);
+        notePlaces(behind, state.digits, points_ + state.points);
+        state.points += countOf(behind);
+        state.behindPoint = points >> 63;
     }
 
     bool isAtEnd_ = false;
@@ -312,7 +310,8 @@ KO_AVX512_INLINE __m256i loadWords(const std::uint32_t* words) {
 }
 
 // `points` are those of the numbers from `first` on.
-KO_AVX512_INLINE Octet readOctet(const Window& window, unsigned long first,
+template <bool areReals>
+KO_AVX512_INLINE Octet readOctet(const Window<areReals>& window, unsigned long first,
                                  const std::uint32_t* points) {
     const std::uint32_t* const numberEnds = window.ends() + first;
     const std::uint32_t firstBegin = numberEnds[-1] + 1;
@@ -331,9 +330,13 @@ KO_AVX512_INLINE Octet readOctet(const Window& window, unsigned long first,
     Octet numbers;
     numbers.mantissa = mantissasOf(firstDigits, secondDigits);
     numbers.negative = bytesToBits(window.areNegative() + first);
-    numbers.pointed = bytesToBits(window.havePoints() + first);
-    const __m256i begun = _mm256_maskz_expand_epi32(numbers.pointed, loadWords(points));
-    numbers.fraction = _mm256_maskz_sub_epi32(numbers.pointed, ends, begun);
+    numbers.pointed = 0;
+    numbers.fraction = _mm256_setzero_si256();
+    if (areReals) {
+        numbers.pointed = bytesToBits(window.havePoints() + first);
+        const __m256i begun = _mm256_maskz_expand_epi32(numbers.pointed, loadWords(points));
+        numbers.fraction = _mm256_maskz_sub_epi32(numbers.pointed, ends, begun);
+    }
     const __mmask8 fit =
         _mm256_cmple_epu32_mask(lengths, _mm256_set1_epi32(lanes)) &
         _mm256_cmple_epu32_mask(behind, _mm256_set1_epi32(static_cast<int>(step))) &
@@ -402,8 +405,8 @@ KO_AVX512_INLINE void store(Octet& numbers, Integer* out) {
 // --- A text -------------------------------------------------------------------------------------
 
 // Converts the pieces of a window; true when all are converted.
-template <class Scalar>
-KO_AVX512 bool convertWindow(const Window& window, const avx2::Batch<Scalar>& batch) {
+template <class Scalar, bool areReals>
+KO_AVX512 bool convertWindow(const Window<areReals>& window, const avx2::Batch<Scalar>& batch) {
     if (window.hasOddPoints()) return avx2::convertBatch(batch);
     bool allConverted = true;
     const std::uint32_t* points = window.points();
@@ -427,7 +430,7 @@ template <class Scalar>
 KO_AVX512 Conversion convertAs(std::string_view text, unsigned char* dest, unsigned long room) {
     Conversion result;
     auto* const out = reinterpret_cast<Scalar*>(dest);
-    Window window;
+    Window<std::is_floating_point_v<Scalar>> window;
     unsigned long begin = 0;
     bool isRegular = true;
     do {
