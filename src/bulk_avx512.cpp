@@ -148,7 +148,8 @@ class Window {
     KO_AVX512 bool read(std::string_view text, unsigned long begin) {
         begins_[0] = begin;
         count_ = 0;
-        hasOddPoints_ = false;
+        isOdd_ = false;
+        hasExponents_ = false;
         State state;
         bool isRegular = true;
         const unsigned long stop = begin + std::min(size, text.size() - begin);
@@ -161,8 +162,9 @@ class Window {
     }
 
     bool isAtEnd() const { return isAtEnd_; }
-    // Some piece has more than one point, so that points cannot be told from each other.
-    bool hasOddPoints() const { return hasOddPoints_; }
+    // Some piece has parts of a number in such numbers or places that what was noted of them cannot
+    // be told from that of others.
+    bool isOdd() const { return isOdd_; }
     unsigned long count() const { return count_; }
     // Where the pieces begin in the text, and where the one behind them does.
     const unsigned long* begins() const { return begins_; }
@@ -172,7 +174,11 @@ class Window {
     const std::uint32_t* ends() const { return ends_ + 1; }
     // Where the digits behind each point begin.
     const std::uint32_t* points() const { return points_; }
-    // For each piece a byte that is not zero when it has a point, or a minus.
+    bool hasExponents() const { return hasExponents_; }
+    // The exponents, four characters each.
+    const char* exponents() const { return exponents_; }
+    // For each piece a byte that is not zero when it has an exponent, a point, or a minus.
+    const char* haveExponents() const { return haveExponents_; }
     const char* havePoints() const { return havePoints_; }
     const char* areNegative() const { return areNegative_; }
 
@@ -184,7 +190,10 @@ class Window {
     struct State {
         std::uint64_t behindSpace = 1;
         std::uint64_t behindPoint = 0;
+        std::uint64_t letters = 0;
         unsigned char hasPoint = 0;  // the piece that has not ended
+        unsigned char hasLetter = 0;
+        unsigned long exponents = 0;  // characters of them
         std::uint32_t digits = 0;
         unsigned long pieces = 0;  // begun
         unsigned long points = 0;
@@ -199,12 +208,13 @@ class Window {
             _mm512_cmpeq_epi8_mask(block, _mm512_set1_epi8(' ')) | ((inText + 1) & ~inText);
         const std::uint64_t begins = spaces << 1 | state.behindSpace;
         if (spaces & begins) return false;
-        const std::uint64_t points =
-            areReals ? _mm512_cmpeq_epi8_mask(block, _mm512_set1_epi8('.')) : 0;
         const std::uint64_t minus =
             _mm512_mask_cmpeq_epi8_mask(begins, block, _mm512_set1_epi8('-'));
-        const std::uint64_t kept = ~(points | minus);
-        if (areReals) notePoints(spaces, points, kept, state);
+        std::uint64_t kept = ~minus;
+        if (areReals) {
+            kept &= ~noteExponents(block, spaces, state);
+            kept = notePoints(block, spaces, kept, state);
+        }
         _mm512_storeu_si512(digits_ + state.digits, _mm512_maskz_compress_epi8(kept, block));
         notePlaces(_pext_u64(spaces, kept), state.digits, ends_ + 1 + count_);
         state.digits += static_cast<std::uint32_t>(countOf(kept));
@@ -216,28 +226,59 @@ class Window {
         return true;
     }
 
-    // A bit for a point, added to the bits of its piece, is carried to the space that ends it.
-    // Where one is carried past another point, that one's bit stays.
-    KO_AVX512_INLINE void notePoints(std::uint64_t spaces, std::uint64_t points, std::uint64_t kept,
-                                     State& state) {
+    // A bit for the letter of an exponent, added to the bits of its piece, is carried to the space
+    // that ends it, and turns over those on its way; where it is carried past another letter, that
+    // one's bit stays. A regular exponent has four characters. Returns those of all.
+    KO_AVX512_INLINE std::uint64_t noteExponents(__m512i block, std::uint64_t spaces,
+                                                 State& state) {
+        const __m512i inLowerCase = _mm512_or_si512(block, _mm512_set1_epi8('a' - 'A'));
+        const std::uint64_t letters = _mm512_cmpeq_epi8_mask(inLowerCase, _mm512_set1_epi8('e'));
+        if (letters == 0 && state.hasLetter == 0) {
+            _mm512_storeu_si512(haveExponents_ + count_, _mm512_setzero_si512());
+            state.letters = 0;
+            return 0;
+        }
+        unsigned long long carried = 0;
+        state.hasLetter = _addcarry_u64(state.hasLetter, ~spaces, letters, &carried);
+        const std::uint64_t ends = carried & spaces;
+        const std::uint64_t exponents = ~spaces & ~carried;
+        if ((carried & letters) != 0 || ends != (letters << 4 | state.letters >> 60)) isOdd_ = true;
+        noteBits(spaces, ends, haveExponents_ + count_);
+        _mm512_storeu_si512(exponents_ + state.exponents,
+                            _mm512_maskz_compress_epi8(exponents, block));
+        state.exponents += countOf(exponents);
+        state.letters = letters;
+        hasExponents_ = true;
+        return exponents;
+    }
+
+    // Of `kept` returns what are no points. The bit for a point is carried likewise.
+    KO_AVX512_INLINE std::uint64_t notePoints(__m512i block, std::uint64_t spaces,
+                                              std::uint64_t kept, State& state) {
+        const std::uint64_t points = _mm512_cmpeq_epi8_mask(block, _mm512_set1_epi8('.'));
+        const std::uint64_t behindPoints = points << 1 | state.behindPoint;
         unsigned long long carried = 0;
         state.hasPoint = _addcarry_u64(state.hasPoint, ~spaces, points, &carried);
-        if (carried & points) hasOddPoints_ = true;
+        if ((carried & points) != 0 || (behindPoints & ~kept) != 0) isOdd_ = true;
         noteBits(spaces, carried, havePoints_ + count_);
-        const std::uint64_t behind = _pext_u64(points << 1 | state.behindPoint, kept);
+        const std::uint64_t behind = _pext_u64(behindPoints, kept & ~points);
         notePlaces(behind, state.digits, points_ + state.points);
         state.points += countOf(behind);
         state.behindPoint = points >> 63;
+        return kept & ~points;
     }
 
     bool isAtEnd_ = false;
-    bool hasOddPoints_ = false;
+    bool isOdd_ = false;
+    bool hasExponents_ = false;
     unsigned long count_ = 0;
     unsigned long begins_[most];
     std::uint32_t ends_[most] = {~std::uint32_t(0)};
     std::uint32_t points_[most];
+    char haveExponents_[most];
     char havePoints_[most];
     char areNegative_[most];
+    char exponents_[size + 3 * step];
     char digits_[size + 3 * step];
 };
 
@@ -247,11 +288,19 @@ constexpr unsigned long octet = 8;
 constexpr unsigned lanes = 16;
 
 struct Octet {
-    __m512i mantissa;   // below 10^16
-    __m256i fraction;   // digits behind the point
-    __mmask8 negative;  // have a minus
-    __mmask8 pointed;   // have a point
-    __mmask8 plain;     // are what is read here
+    __m512i mantissa;  // of the last 16 digits
+    __m512i head;      // of those before them
+    __m256i power;     // of ten that scales them
+    __mmask8 isNegative;
+    __mmask8 isTall;   // has a head
+    __mmask8 isPlain;  // is what can be read here
+    bool isSimple;     // no head, no exponent
+};
+
+// How far what was noted of parts that not all pieces have was used.
+struct Used {
+    unsigned long points = 0;
+    unsigned long exponents = 0;
 };
 
 // The byte of the first or of the last four of eight 32-bit words in all lanes of its quarter.
@@ -309,68 +358,177 @@ KO_AVX512_INLINE __m256i loadWords(const std::uint32_t* words) {
     return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(words));
 }
 
-// `points` are those of the numbers from `first` on.
-template <bool areReals>
-KO_AVX512_INLINE Octet readOctet(const Window<areReals>& window, unsigned long first,
-                                 const std::uint32_t* points) {
-    const std::uint32_t* const numberEnds = window.ends() + first;
-    const std::uint32_t firstBegin = numberEnds[-1] + 1;
-    const std::uint32_t fifthBegin = numberEnds[3] + 1;
-    const __m256i ends = loadWords(numberEnds);
-    const __m256i begins = _mm256_add_epi32(loadWords(numberEnds - 1), _mm256_set1_epi32(1));
-    const __m256i lengths = _mm256_sub_epi32(ends, begins);
-    const __m256i fourBegins =
-        _mm256_permutevar8x32_epi32(begins, _mm256_setr_epi32(0, 0, 0, 0, 4, 4, 4, 4));
-    const __m256i behind = _mm256_sub_epi32(ends, fourBegins);
+// Where eight numbers stand among the digits.
+struct Places {
+    const char* first;  // the text of the first four
+    const char* fifth;
+    __m256i ends;
+    __m256i lengths;
+    __m256i behind;  // ends behind the text of each four
 
-    const __m512i firstDigits =
-        digitsOf(window.digits() + firstBegin, inQuarters(behind, 0), inQuarters(lengths, 0));
-    const __m512i secondDigits =
-        digitsOf(window.digits() + fifthBegin, inQuarters(behind, 4), inQuarters(lengths, 4));
-    Octet numbers;
-    numbers.mantissa = mantissasOf(firstDigits, secondDigits);
-    numbers.negative = bytesToBits(window.areNegative() + first);
-    numbers.pointed = 0;
-    numbers.fraction = _mm256_setzero_si256();
-    if (areReals) {
-        numbers.pointed = bytesToBits(window.havePoints() + first);
-        const __m256i begun = _mm256_maskz_expand_epi32(numbers.pointed, loadWords(points));
-        numbers.fraction = _mm256_maskz_sub_epi32(numbers.pointed, ends, begun);
+    KO_AVX512_INLINE Places(const char* digits, const std::uint32_t* numberEnds)
+        : first(digits + (numberEnds[-1] + 1)),
+          fifth(digits + (numberEnds[3] + 1)),
+          ends(loadWords(numberEnds)) {
+        const __m256i begins = _mm256_add_epi32(loadWords(numberEnds - 1), _mm256_set1_epi32(1));
+        const __m256i fours = _mm256_setr_epi32(0, 0, 0, 0, 4, 4, 4, 4);
+        lengths = _mm256_sub_epi32(ends, begins);
+        behind = _mm256_sub_epi32(ends, _mm256_permutevar8x32_epi32(begins, fours));
     }
-    const __mmask8 fit =
-        _mm256_cmple_epu32_mask(lengths, _mm256_set1_epi32(lanes)) &
-        _mm256_cmple_epu32_mask(behind, _mm256_set1_epi32(static_cast<int>(step))) &
-        _mm256_cmplt_epu32_mask(numbers.fraction, _mm256_set1_epi32(lanes)) &
-        _mm256_test_epi32_mask(lengths, lengths);
-    numbers.plain = static_cast<__mmask8>(fit & areDigits(firstDigits, secondDigits));
+};
+
+// What the last 16 digits of each make.
+KO_AVX512_INLINE __m512i lastDigits(const Places& places, __mmask8& isPlain) {
+    const __m512i first =
+        digitsOf(places.first, inQuarters(places.behind, 0), inQuarters(places.lengths, 0));
+    const __m512i second =
+        digitsOf(places.fifth, inQuarters(places.behind, 4), inQuarters(places.lengths, 4));
+    isPlain &= static_cast<__mmask8>(areDigits(first, second));
+    return mantissasOf(first, second);
+}
+
+// The same of the digits before those.
+KO_AVX512_INLINE __m512i headsOf(const Places& places, __mmask8& isPlain) {
+    const __m256i taken = _mm256_set1_epi32(lanes);
+    Places heads = places;
+    heads.behind = _mm256_sub_epi32(places.behind, taken);
+    heads.lengths = _mm256_sub_epi32(_mm256_max_epu32(places.lengths, taken), taken);
+    return lastDigits(heads, isPlain);
+}
+
+constexpr unsigned long exponentLength = 4;
+
+// Exponents of a sign and two digits.
+KO_AVX512_INLINE __m256i exponentsOf(__m256i characters, __mmask8 which, __mmask8& isPlain) {
+    const __m256i zero = _mm256_set1_epi32('0');
+    const __m256i nine = _mm256_set1_epi32(9);
+    const __m256i byte = _mm256_set1_epi32(0xFF);
+    const __m256i tens =
+        _mm256_sub_epi32(_mm256_and_si256(_mm256_srli_epi32(characters, 16), byte), zero);
+    const __m256i ones = _mm256_sub_epi32(_mm256_srli_epi32(characters, 24), zero);
+    const __m256i sign = _mm256_and_si256(_mm256_srli_epi32(characters, 8), byte);
+    const __mmask8 isMinus = _mm256_cmpeq_epi32_mask(sign, _mm256_set1_epi32('-'));
+    const __mmask8 isPlus = _mm256_cmpeq_epi32_mask(sign, _mm256_set1_epi32('+'));
+    const __mmask8 hasDigits =
+        _mm256_cmple_epu32_mask(tens, nine) & _mm256_cmple_epu32_mask(ones, nine);
+    isPlain &= static_cast<__mmask8>(~which | ((isMinus | isPlus) & hasDigits));
+    const __m256i size = _mm256_add_epi32(_mm256_mullo_epi32(tens, _mm256_set1_epi32(10)), ones);
+    return _mm256_mask_sub_epi32(_mm256_maskz_mov_epi32(which, size), which & isMinus,
+                                 _mm256_setzero_si256(), size);
+}
+
+// Minus the digits behind the point, and the exponent.
+KO_AVX512_INLINE __m256i powersOf(const Window<true>& window, unsigned long first, __m256i ends,
+                                  Used& used, __mmask8& isPlain) {
+    const __mmask8 pointed = bytesToBits(window.havePoints() + first);
+    const __m256i begun =
+        _mm256_maskz_expand_epi32(pointed, loadWords(window.points() + used.points));
+    const __m256i power = _mm256_maskz_sub_epi32(pointed, begun, ends);
+    used.points += countOf(pointed);
+    if (!window.hasExponents()) return power;
+    const __mmask8 which = bytesToBits(window.haveExponents() + first);
+    const __m256i characters = _mm256_maskz_expand_epi32(
+        which, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(
+                   window.exponents() + exponentLength * used.exponents)));
+    used.exponents += countOf(which);
+    return _mm256_add_epi32(power, exponentsOf(characters, which, isPlain));
+}
+
+template <bool areReals>
+KO_AVX512_INLINE Octet readOctet(const Window<areReals>& window, unsigned long first, Used& used) {
+    const Places places(window.digits(), window.ends() + first);
+    Octet numbers{};
+    numbers.isNegative = bytesToBits(window.areNegative() + first);
+    numbers.isTall = _mm256_cmpgt_epu32_mask(places.lengths, _mm256_set1_epi32(lanes));
+    // Those that have digits, and stand near enough to the first of the four.
+    const __m256i reach = _mm256_set1_epi32(static_cast<int>(step));
+    numbers.isPlain = _mm256_test_epi32_mask(places.lengths, places.lengths) &
+                      _mm256_cmple_epu32_mask(places.behind, reach);
+    numbers.mantissa = lastDigits(places, numbers.isPlain);
+    if constexpr (areReals) {
+        numbers.power = powersOf(window, first, places.ends, used, numbers.isPlain);
+        numbers.isSimple = numbers.isTall == 0 && !window.hasExponents();
+        if (numbers.isTall) {
+            const __m256i most = _mm256_set1_epi32(2 * lanes);
+            numbers.isPlain &= _mm256_cmple_epu32_mask(places.lengths, most);
+            numbers.head = headsOf(places, numbers.isPlain);
+        }
+    } else {
+        numbers.isPlain &= static_cast<__mmask8>(~numbers.isTall);
+    }
     return numbers;
 }
 
-// An exact mantissa divided by an exact power of ten is rounded once, as it should be.
-KO_AVX512_INLINE __m512d divided(Octet& numbers) {
+// Eight reals without their signs.
+struct Reals {
+    __m512d magnitude;
+    __mmask8 isExact;  // rounded once, as it should be
+};
+
+// An exact mantissa divided by an exact power of ten.
+KO_AVX512_INLINE Reals simpleReals(Octet& numbers) {
     const __m512d lowPowers = _mm512_setr_pd(1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7);
     const __m512d highPowers = _mm512_setr_pd(1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15);
-    const __m512d divisors =
-        _mm512_permutex2var_pd(lowPowers, _mm512_cvtepu32_epi64(numbers.fraction), highPowers);
-    numbers.plain &= _mm512_cmple_epu64_mask(numbers.mantissa, _mm512_set1_epi64(1LL << 53));
-    const __m512d quotients = _mm512_div_pd(_mm512_cvtepi64_pd(numbers.mantissa), divisors);
-    return _mm512_mask_sub_pd(quotients, numbers.negative, _mm512_set1_pd(-0.0), quotients);
+    const __m512i fraction =
+        _mm512_cvtepi32_epi64(_mm256_sub_epi32(_mm256_setzero_si256(), numbers.power));
+    numbers.isPlain &= _mm512_cmplt_epu64_mask(fraction, _mm512_set1_epi64(2 * octet));
+    const __m512d divisors = _mm512_permutex2var_pd(lowPowers, fraction, highPowers);
+    return {_mm512_div_pd(_mm512_cvtepi64_pd(numbers.mantissa), divisors),
+            _mm512_cmple_epu64_mask(numbers.mantissa, _mm512_set1_epi64(1LL << 53))};
+}
+
+constexpr int largestPower = 31;
+constexpr int largestExactPower = 22;
+constexpr double powersOf10[largestPower + 1] = {
+    1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+    1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22, 1e23, 1e24, 1e25, 1e26, 1e27, 1e28, 1e29, 1e30, 1e31};
+
+// The same with heads and exponents, a few steps rounded.
+KO_AVX512_INLINE Reals scaledReals(Octet& numbers) {
+    const __m256i size = _mm256_abs_epi32(numbers.power);
+    const __m256i largest = _mm256_set1_epi32(largestPower);
+    numbers.isPlain &= _mm256_cmple_epu32_mask(size, largest);
+    const __m512d powers =
+        _mm512_i32gather_pd(_mm256_min_epu32(size, largest), powersOf10, sizeof(double));
+    const __m512d whole =
+        _mm512_add_pd(_mm512_mul_pd(_mm512_cvtepi64_pd(numbers.head), _mm512_set1_pd(1e16)),
+                      _mm512_cvtepi64_pd(numbers.mantissa));
+    const __mmask8 isDivided = _mm256_cmplt_epi32_mask(numbers.power, _mm256_setzero_si256());
+    const __mmask8 isExact = static_cast<__mmask8>(
+        ~numbers.isTall & _mm512_cmple_epu64_mask(numbers.mantissa, _mm512_set1_epi64(1LL << 53)) &
+        _mm256_cmple_epu32_mask(size, _mm256_set1_epi32(largestExactPower)));
+    return {_mm512_mask_div_pd(_mm512_mul_pd(whole, powers), isDivided, whole, powers), isExact};
+}
+
+KO_AVX512_INLINE Reals realsOf(Octet& numbers) {
+    return numbers.isSimple ? simpleReals(numbers) : scaledReals(numbers);
+}
+
+KO_AVX512_INLINE __m512d withSigns(const Octet& numbers, __m512d magnitude) {
+    return _mm512_mask_sub_pd(magnitude, numbers.isNegative, _mm512_set1_pd(-0.0), magnitude);
 }
 
 // Each of these writes the numbers that it vouches for, and leaves the places of others.
 
 KO_AVX512_INLINE void store(Octet& numbers, double* out) {
-    const __m512d reals = divided(numbers);
-    _mm512_mask_storeu_pd(out, numbers.plain, reals);
+    const Reals reals = realsOf(numbers);
+    numbers.isPlain &= reals.isExact;
+    _mm512_mask_storeu_pd(out, numbers.isPlain, withSigns(numbers, reals.magnitude));
 }
 
-// A double that lies just between two floats may have been rounded to there.
+// What the steps rounded matters only where a double is near the middle of two floats. There is no
+// subnormal float among these.
 KO_AVX512_INLINE void store(Octet& numbers, float* out) {
-    const __m512d reals = divided(numbers);
-    const __m512i lost =
-        _mm512_and_si512(_mm512_castpd_si512(reals), _mm512_set1_epi64(0x1FFFFFFF));
-    numbers.plain &= _mm512_cmpneq_epi64_mask(lost, _mm512_set1_epi64(0x10000000));
-    _mm256_mask_storeu_ps(out, numbers.plain, _mm512_cvtpd_ps(reals));
+    constexpr long long uncertain = 64;  // twice the units of its last bit
+    const __m512d magnitude = realsOf(numbers).magnitude;
+    const __m512i lost = _mm512_and_si512(
+        _mm512_add_epi64(_mm512_castpd_si512(magnitude), _mm512_set1_epi64(uncertain / 2)),
+        _mm512_set1_epi64(0x20000000 - uncertain));
+    const __m512d largest = _mm512_set1_pd(std::numeric_limits<float>::max());
+    numbers.isPlain &=
+        static_cast<__mmask8>(_mm512_cmpneq_epi64_mask(lost, _mm512_set1_epi64(0x10000000)) &
+                              _mm512_cmp_pd_mask(magnitude, largest, _CMP_LE_OQ));
+    _mm256_mask_storeu_ps(out, numbers.isPlain, _mm512_cvtpd_ps(withSigns(numbers, magnitude)));
 }
 
 template <class Integer>
@@ -393,13 +551,12 @@ KO_AVX512_INLINE void store(Octet& numbers, Integer* out) {
         _mm512_set1_epi64(static_cast<long long>(std::numeric_limits<Integer>::max()));
     const __m512i one = _mm512_set1_epi64(1);
     const __m512i limit =
-        isSigned ? _mm512_mask_add_epi64(largest, numbers.negative, largest, one) : largest;
-    numbers.plain &=
-        static_cast<__mmask8>(~numbers.pointed & _mm512_cmple_epu64_mask(numbers.mantissa, limit));
-    if (!isSigned) numbers.plain &= static_cast<__mmask8>(~numbers.negative);
-    put(_mm512_mask_sub_epi64(numbers.mantissa, numbers.negative, _mm512_setzero_si512(),
+        isSigned ? _mm512_mask_add_epi64(largest, numbers.isNegative, largest, one) : largest;
+    numbers.isPlain &= _mm512_cmple_epu64_mask(numbers.mantissa, limit);
+    if (!isSigned) numbers.isPlain &= static_cast<__mmask8>(~numbers.isNegative);
+    put(_mm512_mask_sub_epi64(numbers.mantissa, numbers.isNegative, _mm512_setzero_si512(),
                               numbers.mantissa),
-        numbers.plain, out);
+        numbers.isPlain, out);
 }
 
 // --- A text -------------------------------------------------------------------------------------
@@ -407,19 +564,18 @@ KO_AVX512_INLINE void store(Octet& numbers, Integer* out) {
 // Converts the pieces of a window; true when all are converted.
 template <class Scalar, bool areReals>
 KO_AVX512 bool convertWindow(const Window<areReals>& window, const avx2::Batch<Scalar>& batch) {
-    if (window.hasOddPoints()) return avx2::convertBatch(batch);
+    if (window.isOdd()) return avx2::convertBatch(batch);
     bool allConverted = true;
-    const std::uint32_t* points = window.points();
+    Used used;
     for (unsigned long first = 0; first < batch.count; first += step) {
         std::uint64_t left = 0;
         const unsigned long count = std::min(batch.count - first, step);
         for (unsigned long i = 0; i < count; i += octet) {
-            Octet numbers = readOctet(window, first + i, points);
+            Octet numbers = readOctet(window, first + i, used);
             const unsigned wanted = count - i < octet ? (1U << (count - i)) - 1 : 0xFF;
-            numbers.plain &= static_cast<__mmask8>(wanted);
+            numbers.isPlain &= static_cast<__mmask8>(wanted);
             store(numbers, batch.out + first + i);
-            points += countOf(numbers.pointed);
-            left |= static_cast<std::uint64_t>(wanted & ~numbers.plain) << i;
+            left |= static_cast<std::uint64_t>(wanted & ~numbers.isPlain) << i;
         }
         if (left && !avx2::convertLeft(batch, first, left)) allConverted = false;
     }
