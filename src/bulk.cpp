@@ -283,20 +283,31 @@ namespace {
 
 std::atomic<const Operations*> chosen{nullptr};
 
+const Operations& operationsOf(Path path) noexcept {
+    switch (path) {
+        case Path::Avx512: return avx512Operations;
+        case Path::Avx2: return avx2Operations;
+        default: return plainOperations;
+    }
+}
+
+Path fastest() noexcept {
+    for (const Path path : {Path::Avx512, Path::Avx2})
+        if (hasPath(path)) return path;
+    return Path::Plain;
+}
+
 }  // namespace
 
 const Operations& operations() noexcept {
     const Operations* now = chosen.load(std::memory_order_relaxed);
     if (!now) {
-        now = hasPath(Path::Avx2) ? &avx2Operations : &plainOperations;
+        now = &operationsOf(fastest());
         chosen.store(now, std::memory_order_relaxed);
     }
     return *now;
 }
 
-void usePath(Path path) noexcept {
-    chosen.store(path == Path::Avx2 ? &avx2Operations : &plainOperations,
-                 std::memory_order_relaxed);
-}
+void usePath(Path path) noexcept { chosen.store(&operationsOf(path), std::memory_order_relaxed); }
 
 }  // namespace ko::bulk

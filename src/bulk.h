@@ -46,7 +46,7 @@ struct Operations {
     CountBreaks countBreaks;
 };
 
-enum class Path { Plain, Avx2 };
+enum class Path { Plain, Avx2, Avx512 };
 
 // The fastest that this machine has, or what `usePath` said.
 const Operations& operations() noexcept;
@@ -56,5 +56,6 @@ void usePath(Path path) noexcept;
 
 extern const Operations plainOperations;
 extern const Operations avx2Operations;
+extern const Operations avx512Operations;
 
 }  // namespace ko::bulk

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "bulk_classes.h"
 #include "charclass.h"
 
 namespace ko::bulk {
@@ -19,53 +20,6 @@ namespace avx2 {
 namespace {
 
 // --- Copying ------------------------------------------------------------------------------------
-//
-// A character's class is the bits that the tables share for its low and its high four bits: 0 to 3
-// for numbers, 4 to 7 for what separates them.
-
-struct ClassTables {
-    alignas(16) std::uint8_t low[16];
-    alignas(16) std::uint8_t high[16];
-};
-
-constexpr std::uint8_t numberBits = 0x0F;
-constexpr std::uint8_t digit = 1;       // 0-9
-constexpr std::uint8_t letter = 2;      // A-F, I, N and a-f, i, n
-constexpr std::uint8_t letterU = 4;     // U, u
-constexpr std::uint8_t sign = 8;        // + - .
-constexpr std::uint8_t control = 16;    // below the space
-constexpr std::uint8_t separator = 32;  // space, comma; in braces ( and )
-constexpr std::uint8_t bracket = 64;    // [ and ]; in parens { and }
-constexpr std::uint8_t del = 128;       // 0x7F
-
-constexpr ClassTables makeTables(Group group) {
-    ClassTables tables{};
-    for (int i = 0; i < 16; ++i) {
-        int low = control;
-        if (i <= 9) low |= digit;
-        if ((i >= 1 && i <= 6) || i == 9 || i == 14) low |= letter;
-        if (i == 5) low |= letterU;
-        if (i == 11 || i == 13 || i == 14) low |= sign;
-        if (i == 0 || i == 12) low |= separator;
-        if (group == Group::Braces && (i == 8 || i == 9)) low |= separator;
-        if (i == 11 || i == 13) low |= bracket;
-        if (i == 15) low |= del;
-        tables.low[i] = static_cast<std::uint8_t>(low);
-    }
-    tables.high[0] = control;
-    tables.high[1] = control;
-    tables.high[2] = sign | separator;
-    tables.high[3] = digit;
-    tables.high[4] = letter;
-    tables.high[5] = letterU | bracket;
-    tables.high[6] = letter;
-    tables.high[7] = letterU | del;
-    if (group == Group::Parens) tables.high[7] |= bracket;
-    return tables;
-}
-
-constexpr ClassTables parensTables = makeTables(Group::Parens);
-constexpr ClassTables bracesTables = makeTables(Group::Braces);
 
 struct Masks {
     std::uint64_t number;
@@ -155,7 +109,7 @@ class Runs {
 // 64 characters at a time, the last of them by the plain path.
 KO_AVX2 Copied copyNumbers(const char* from, const char* end, char* to, Group group) {
     constexpr long step = 64;
-    const ClassTables& tables = group == Group::Parens ? parensTables : bracesTables;
+    const ClassTables& tables = tablesOf(group);
     const __m256i low = broadcast(tables.low);
     const __m256i high = broadcast(tables.high);
     Runs runs(from, to);
@@ -205,9 +159,10 @@ bool hasLzcnt() {
 }  // namespace avx2
 
 bool hasPath(Path path) noexcept {
-    return path == Path::Plain ||
-           (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
-            __builtin_cpu_supports("popcnt") && avx2::hasLzcnt());
+    if (path == Path::Plain) return true;
+    const bool hasAvx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
+                         __builtin_cpu_supports("popcnt") && avx2::hasLzcnt();
+    return hasAvx2 && (path == Path::Avx2 || avx512::isSupported());
 }
 
 const Operations avx2Operations = {avx2::copyNumbers, avx2::convertNumbers, avx2::countBreaks};

@@ -12,10 +12,42 @@
 
 #define KO_AVX2 [[gnu::target("avx2,bmi,lzcnt,popcnt")]]
 
+namespace ko::bulk::avx512 {
+
+// On a machine that has AVX2.
+bool isSupported();
+
+}  // namespace ko::bulk::avx512
+
 namespace ko::bulk::avx2 {
 
 Conversion convertNumbers(std::string_view text, DataType type, unsigned char* dest,
                           unsigned long room);
+
+// Pieces of a text on their way to `out`.
+template <class Scalar>
+struct Batch {
+    const char* text;
+    const unsigned long* begins;  // of the pieces, and of what stands behind the last and a space
+    unsigned long count;
+    Scalar* out;
+
+    std::string_view piece(unsigned long i) const {
+        return {text + begins[i], begins[i + 1] - 1 - begins[i]};
+    }
+    bool convertOne(unsigned long i) const {
+        return convertNumber(piece(i), dataTypeOf<Scalar>(),
+                             reinterpret_cast<unsigned char*>(out) + i * sizeof(Scalar));
+    }
+};
+
+// True when all are converted.
+template <class Scalar>
+KO_AVX2 bool convertBatch(const Batch<Scalar>& batch);
+
+// The same for what a first turn left: of the pieces from `first` on those with a bit in `left`.
+template <class Scalar>
+KO_AVX2 bool convertLeft(const Batch<Scalar>& batch, unsigned long first, std::uint64_t left);
 
 KO_AVX2 inline __m256i load(const char* at) {
     return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at));

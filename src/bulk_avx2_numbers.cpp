@@ -360,23 +360,29 @@ KO_AVX2_INLINE unsigned convertQuad(const char* text, const unsigned long* begin
 // the true value may lie on its other side, a double only when nothing was rounded before the last
 // step.
 
+//
+// Which numbers have an exponent, a head or a sign is hard to foresee: conditions are numbers here,
+// 0 or 1, and counted with.
+
 constexpr unsigned long mostCharacters = 2UL * lanes;
 constexpr unsigned long exponentLength = 4;
-constexpr long largestPower = mostCharacters + 99;
+constexpr long largestExponent = 99;
+constexpr long smallestPower = -largestExponent - 3L * lanes;
 constexpr long largestExactPower = 22;
 // Twice the units of the last bit that all steps may be off, those to the powers of ten included.
 constexpr long long uncertain = 512;
 
+// Powers of ten; of the negative ones what to divide by, and negative itself.
 struct Powers {
-    double of10[largestPower + 1];
+    double from[largestExponent - smallestPower + 1];
 };
 
 constexpr Powers makePowers() {
     Powers powers{};
     double power = 1;
-    for (double& each : powers.of10) {
-        each = power;
-        power *= 10;
+    for (long i = 0; i <= -smallestPower; ++i, power *= 10) {
+        powers.from[-smallestPower - i] = -power;
+        if (i <= largestExponent) powers.from[-smallestPower + i] = power;
     }
     return powers;
 }
@@ -387,8 +393,8 @@ constexpr Powers powers = makePowers();
 struct Stripped {
     const char* end;
     unsigned long length;
-    bool isNegative;
-    bool isOdd;  // not one that this turn can read
+    unsigned long isNegative;
+    unsigned long isOdd;  // not one that this turn can read
     long power;
 };
 
@@ -399,14 +405,14 @@ KO_AVX2_INLINE Stripped strip(const char* text, const unsigned long* begin) {
     const std::uint32_t sign = last >> 8U & 0xFFU;
     const std::uint32_t tens = (last >> 16U & 0xFFU) - '0';
     const std::uint32_t ones = (last >> 24U) - '0';
-    const bool hasLetter = (last & 0xDFU) == 'E';
-    const bool hasExponent = hasLetter && (sign == '+' || sign == '-') && tens <= 9 && ones <= 9;
-    const long power = static_cast<long>(tens * 10 + ones);
-    const unsigned long stripped = hasExponent ? exponentLength : 0;
-    const unsigned long length = begin[1] - 1 - begin[0] - stripped;
-    return {end - stripped, std::min(length, mostCharacters), text[begin[0]] == '-',
-            length == 0 || length > mostCharacters,
-            hasExponent ? (sign == '-' ? -power : power) : 0};
+    const unsigned hasSign = static_cast<unsigned>(sign == '+') | (sign == '-');
+    const unsigned hasDigits = static_cast<unsigned>(tens <= 9) & (ones <= 9);
+    const unsigned long hasExponent = ((last & 0xDFU) == 'E') & hasSign & hasDigits;
+    const long direction = ',' - static_cast<long>(sign);  // those beside it are + and -
+    const unsigned long length = begin[1] - 1 - begin[0] - exponentLength * hasExponent;
+    return {end - exponentLength * hasExponent, std::min(length, mostCharacters),
+            text[begin[0]] == '-', length - 1 >= mostCharacters,
+            static_cast<long>(hasExponent) * direction * static_cast<long>(tens * 10 + ones)};
 }
 
 // The upper and the lower 16 characters of a number, and what follows from its point.
@@ -415,44 +421,43 @@ struct Split {
     const Shape* tail;
     double factor;  // of the head
     double power;
-    bool isDivided;  // by that power of ten; else multiplied
-    bool isExact;
-    bool isOdd;
+    double sign;
+    unsigned long isOdd;
+    unsigned long isExact;  // only the last step may round
 };
 
 KO_AVX2_INLINE Split split(const Stripped& number, unsigned behindHead, unsigned behindTail) {
+    constexpr double factors[] = {1e16, 1e15};
+    constexpr double signs[] = {0.0, -0.0};
     const unsigned long inTail = std::min(number.length, static_cast<unsigned long>(lanes));
     const unsigned long inHead = number.length - inTail;
-    const bool isHeadNegative = number.isNegative && inHead > 0;
-    const bool isHeadEmpty = inHead == static_cast<unsigned long>(isHeadNegative);
-    const bool isPointInHead = behindHead < inHead;
-    const bool isPointInTail = behindTail < inTail;
-    const unsigned long fraction = isPointInTail   ? behindTail
-                                   : isPointInHead ? lanes + behindHead
-                                                   : 0;
+    const unsigned long isHeadNegative = number.isNegative & (inHead > 0);
+    const unsigned long isTailNegative = number.isNegative & (inHead == 0);
+    const unsigned long hasHead = inHead > isHeadNegative;
+    const unsigned long isPointInHead = behindHead < inHead;
+    const unsigned long isPointInTail = behindTail < inTail;
+    const unsigned long fraction =
+        isPointInTail * behindTail + isPointInHead * (lanes + behindHead);
     const long power = number.power - static_cast<long>(fraction);
-    const long size = power < 0 ? -power : power;
-    return {
-        isHeadEmpty ? &shapes.all[0][0][noPoint] : &shapes.all[isHeadNegative][inHead][behindHead],
-        &shapes.all[number.isNegative && !isHeadNegative][inTail][behindTail],
-        isPointInTail ? 1e15 : 1e16,
-        powers.of10[size],
-        power < 0,
-        isHeadEmpty && size <= largestExactPower,
-        number.isOdd || (isPointInHead && isPointInTail)};
+    return {&shapes.all[isHeadNegative * hasHead][inHead * hasHead][behindHead],
+            &shapes.all[isTailNegative][inTail][behindTail],
+            factors[isPointInTail],
+            powers.from[power - smallestPower],
+            signs[number.isNegative],
+            number.isOdd | (isPointInHead & isPointInTail),
+            (1 - hasHead) & (power <= largestExactPower) & (power >= -largestExactPower)};
 }
 
-KO_AVX2_INLINE __m256i inAll(bool first, bool second, bool third, bool fourth) {
-    return _mm256_setr_epi64x(-static_cast<long long>(first), -static_cast<long long>(second),
-                              -static_cast<long long>(third), -static_cast<long long>(fourth));
+KO_AVX2_INLINE unsigned bits(unsigned long a, unsigned long b, unsigned long c, unsigned long d) {
+    return static_cast<unsigned>(a | b << 1U | c << 2U | d << 3U);
 }
 
 // Four of them, on their way to a real.
 struct Wide {
     __m256d magnitude;
-    __m256i isNegative;
-    __m256i isExact;  // all bits where only the last step may have rounded the magnitude
-    __m256i isPlain;
+    __m256d sign;
+    unsigned exact;  // a bit for each that only the last step may have rounded
+    unsigned plain;  // a bit for each that this turn can read
 };
 
 // Of 16 digits: rounded above 2^53.
@@ -489,31 +494,25 @@ KO_AVX2_INLINE Wide readWide(const char* text, const unsigned long* const (&begi
     const __m256d whole = _mm256_add_pd(_mm256_mul_pd(realOf(heads), factor), realOf(tails));
 
     const __m256d power = _mm256_setr_pd(ofA.power, ofB.power, ofC.power, ofD.power);
-    const __m256i isDivided = inAll(ofA.isDivided, ofB.isDivided, ofC.isDivided, ofD.isDivided);
-    const __m256i isOdd = inAll(ofA.isOdd, ofB.isOdd, ofC.isOdd, ofD.isOdd);
+    const __m256d quotient = _mm256_div_pd(whole, _mm256_sub_pd(_mm256_setzero_pd(), power));
     const __m256i isWithin53 =
         _mm256_cmpgt_epi64(_mm256_set1_epi64x((1LL << 53) + 1), mantissaOf(tails.sums));
-    return {_mm256_blendv_pd(_mm256_mul_pd(whole, power), _mm256_div_pd(whole, power),
-                             _mm256_castsi256_pd(isDivided)),
-            inAll(a.isNegative, b.isNegative, c.isNegative, d.isNegative),
-            _mm256_and_si256(isWithin53, inAll(ofA.isExact, ofB.isExact, ofC.isExact, ofD.isExact)),
-            _mm256_andnot_si256(isOdd, _mm256_and_si256(heads.areReal, tails.areReal))};
-}
-
-KO_AVX2_INLINE __m256d withSigns(const Wide& numbers) {
-    const __m256i signs = _mm256_slli_epi64(numbers.isNegative, 63);
-    return _mm256_or_pd(numbers.magnitude, _mm256_castsi256_pd(signs));
+    return {_mm256_blendv_pd(_mm256_mul_pd(whole, power), quotient, power),
+            _mm256_setr_pd(ofA.sign, ofB.sign, ofC.sign, ofD.sign),
+            whereTrue(isWithin53) & bits(ofA.isExact, ofB.isExact, ofC.isExact, ofD.isExact),
+            whereTrue(_mm256_and_si256(heads.areReal, tails.areReal)) &
+                ~bits(ofA.isOdd, ofB.isOdd, ofC.isOdd, ofD.isOdd)};
 }
 
 // Writes all values; a bit for each that is good.
 KO_AVX2_INLINE unsigned store(const Wide& numbers, double (&out)[quad]) {
-    _mm256_storeu_pd(out, withSigns(numbers));
-    return whereTrue(_mm256_and_si256(numbers.isPlain, numbers.isExact));
+    _mm256_storeu_pd(out, _mm256_or_pd(numbers.magnitude, numbers.sign));
+    return numbers.plain & numbers.exact;
 }
 
 KO_AVX2_INLINE unsigned store(const Wide& numbers, float (&out)[quad]) {
-    _mm_storeu_ps(out, _mm256_cvtpd_ps(withSigns(numbers)));
     const __m256d magnitude = numbers.magnitude;
+    _mm_storeu_ps(out, _mm256_cvtpd_ps(_mm256_or_pd(magnitude, numbers.sign)));
     const __m256d smallest = _mm256_set1_pd(std::numeric_limits<float>::min());
     const __m256d largest = _mm256_set1_pd(std::numeric_limits<float>::max());
     const __m256d isNormal = _mm256_and_pd(_mm256_cmp_pd(magnitude, smallest, _CMP_GE_OQ),
@@ -524,27 +523,9 @@ KO_AVX2_INLINE unsigned store(const Wide& numbers, float (&out)[quad]) {
     const __m256i isNearMiddle =
         _mm256_cmpeq_epi64(_mm256_and_si256(lost, _mm256_set1_epi64x(0x20000000 - uncertain)),
                            _mm256_set1_epi64x(0x10000000));
-    return whereTrue(_mm256_andnot_si256(
-        isNearMiddle,
-        _mm256_and_si256(numbers.isPlain, _mm256_castpd_si256(_mm256_or_pd(isNormal, isZero)))));
+    return numbers.plain & whereTrue(_mm256_andnot_si256(
+                               isNearMiddle, _mm256_castpd_si256(_mm256_or_pd(isNormal, isZero))));
 }
-
-// --- All turns ----------------------------------------------------------------------------------
-
-// Pieces of a window on their way to `out`.
-template <class Scalar>
-struct Batch {
-    const char* text;
-    const unsigned long* begins;
-    unsigned long count;
-    Scalar* out;
-
-    bool convertOne(unsigned long i) const {
-        const std::string_view piece(text + begins[i], begins[i + 1] - 1 - begins[i]);
-        return convertNumber(piece, dataTypeOf<Scalar>(),
-                             reinterpret_cast<unsigned char*>(out + i));
-    }
-};
 
 // Takes four pieces through the second turn, the rest of them one by one.
 template <class Real>
@@ -565,7 +546,8 @@ KO_AVX2 bool convertWide(const Batch<Real>& batch, const unsigned long (&pieces)
     return allConverted;
 }
 
-// Converts what the first turn left: of the pieces from `first` on those with a bit in `left`.
+}  // namespace
+
 template <class Scalar>
 KO_AVX2 bool convertLeft(const Batch<Scalar>& batch, unsigned long first, std::uint64_t left) {
     bool allConverted = true;
@@ -588,7 +570,6 @@ KO_AVX2 bool convertLeft(const Batch<Scalar>& batch, unsigned long first, std::u
     return allConverted;
 }
 
-// True when all are converted.
 template <class Scalar>
 KO_AVX2 bool convertBatch(const Batch<Scalar>& batch) {
     constexpr unsigned long most = 64;
@@ -610,6 +591,29 @@ KO_AVX2 bool convertBatch(const Batch<Scalar>& batch) {
         if (!batch.convertOne(i)) allConverted = false;
     return allConverted;
 }
+
+template bool convertLeft(const Batch<signed char>&, unsigned long, std::uint64_t);
+template bool convertLeft(const Batch<unsigned char>&, unsigned long, std::uint64_t);
+template bool convertLeft(const Batch<short>&, unsigned long, std::uint64_t);
+template bool convertLeft(const Batch<unsigned short>&, unsigned long, std::uint64_t);
+template bool convertLeft(const Batch<int>&, unsigned long, std::uint64_t);
+template bool convertLeft(const Batch<unsigned int>&, unsigned long, std::uint64_t);
+template bool convertLeft(const Batch<long>&, unsigned long, std::uint64_t);
+template bool convertLeft(const Batch<unsigned long>&, unsigned long, std::uint64_t);
+template bool convertLeft(const Batch<float>&, unsigned long, std::uint64_t);
+template bool convertLeft(const Batch<double>&, unsigned long, std::uint64_t);
+template bool convertBatch(const Batch<signed char>&);
+template bool convertBatch(const Batch<unsigned char>&);
+template bool convertBatch(const Batch<short>&);
+template bool convertBatch(const Batch<unsigned short>&);
+template bool convertBatch(const Batch<int>&);
+template bool convertBatch(const Batch<unsigned int>&);
+template bool convertBatch(const Batch<long>&);
+template bool convertBatch(const Batch<unsigned long>&);
+template bool convertBatch(const Batch<float>&);
+template bool convertBatch(const Batch<double>&);
+
+namespace {
 
 template <class Scalar>
 KO_AVX2 Conversion convertAs(std::string_view text, unsigned char* dest, unsigned long room) {

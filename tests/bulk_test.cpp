@@ -97,8 +97,27 @@ class Block {
     unsigned long size_;
 };
 
+constexpr Path allPaths[] = {Path::Plain, Path::Avx2, Path::Avx512};
+
 const ko::bulk::Operations& operationsOf(Path path) {
-    return path == Path::Avx2 ? ko::bulk::avx2Operations : ko::bulk::plainOperations;
+    switch (path) {
+        case Path::Avx512: return ko::bulk::avx512Operations;
+        case Path::Avx2: return ko::bulk::avx2Operations;
+        default: return ko::bulk::plainOperations;
+    }
+}
+
+Path pathOf(const ko::bulk::Operations& operations) {
+    return *std::find_if(std::begin(allPaths), std::end(allPaths),
+                         [&](Path path) { return &operationsOf(path) == &operations; });
+}
+
+std::string nameOf(const testing::TestParamInfo<Path>& path) {
+    switch (path.param) {
+        case Path::Avx512: return "Avx512";
+        case Path::Avx2: return "Avx2";
+        default: return "Plain";
+    }
 }
 
 // Takes a path until it goes out of scope.
@@ -110,7 +129,7 @@ class PathGuard {
     ~PathGuard() { ko::bulk::usePath(former_); }
 
   private:
-    Path former_ = &ko::bulk::operations() == &ko::bulk::plainOperations ? Path::Plain : Path::Avx2;
+    Path former_ = pathOf(ko::bulk::operations());
 };
 
 // Tests that run once on each path that this machine can take.
@@ -122,10 +141,7 @@ class BulkPaths : public testing::TestWithParam<Path> {
     static const ko::bulk::Operations& operations() { return operationsOf(GetParam()); }
 };
 
-INSTANTIATE_TEST_SUITE_P(, BulkPaths, testing::Values(Path::Plain, Path::Avx2),
-                         [](const auto& path) {
-                             return path.param == Path::Plain ? "Plain" : "Avx2";
-                         });
+INSTANTIATE_TEST_SUITE_P(, BulkPaths, testing::ValuesIn(allPaths), nameOf);
 
 TEST(PlainPath, IsOnEveryMachine) { EXPECT_TRUE(ko::bulk::hasPath(Path::Plain)); }
 
@@ -234,9 +250,7 @@ class Copying : public BulkPaths {
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(, Copying, testing::Values(Path::Plain, Path::Avx2), [](const auto& path) {
-    return path.param == Path::Plain ? "Plain" : "Avx2";
-});
+INSTANTIATE_TEST_SUITE_P(, Copying, testing::ValuesIn(allPaths), nameOf);
 
 TEST_P(Copying, KnowsEveryByteWhereverItStands) {
     constexpr unsigned long places[] = {1,  2,  15,  16,  17,  31,  32,  33,  47,  48, 49,
@@ -469,10 +483,7 @@ class Converting : public BulkPaths {
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(, Converting, testing::Values(Path::Plain, Path::Avx2),
-                         [](const auto& path) {
-                             return path.param == Path::Plain ? "Plain" : "Avx2";
-                         });
+INSTANTIATE_TEST_SUITE_P(, Converting, testing::ValuesIn(allPaths), nameOf);
 
 // Digits with signs, and with a point in every place.
 std::vector<std::string> decimals() {
@@ -1513,7 +1524,7 @@ TEST(Runs, GiveTheTokensOfAnyBytes) {
 }
 
 TEST(Runs, GiveEveryTokenOnEveryPath) {
-    for (const Path path : {Path::Plain, Path::Avx2}) {
+    for (const Path path : allPaths) {
         if (!ko::bulk::hasPath(path)) continue;
         const PathGuard guard(path);
         for (const std::string& first : tokens())
