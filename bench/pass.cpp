@@ -36,7 +36,9 @@ double secondsOn(clockid_t clock) {
 
 }  // namespace
 
-PassTimes timePass(const Reader& read) {
+namespace {
+
+PassTimes timeInChild(const Reader& read) {
     std::array<int, 2> channel{};
     if (pipe(channel.data()) != 0) throw std::runtime_error("cannot make a pipe");
     const pid_t child = fork();
@@ -48,6 +50,15 @@ PassTimes timePass(const Reader& read) {
     if (child > 0) waitpid(child, nullptr, 0);
     if (!wasSent) throw std::runtime_error("a pass failed");
     return times;
+}
+
+}  // namespace
+
+// Twice, and the second counts: a virtual machine may have to ask its host for memory that was idle
+// for a while, which takes longer than reading and hits one contender or another.
+PassTimes timePass(const Reader& read) {
+    timeInChild(read);
+    return timeInChild(read);
 }
 
 }  // namespace bench
