@@ -3,8 +3,11 @@
 #include <ko/foundation.h>
 #include <ko/kvtparser.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -14,6 +17,7 @@
 
 namespace kvt::test {
 
+namespace fs = std::filesystem;
 using ko::DataType;
 using ko::File;
 using ko::LogRecord;
@@ -65,6 +69,20 @@ std::string jsonOf(const Scene& scene, bool ok) {
     std::string json(chars, size);
     std::free(chars);
     return json;
+}
+
+std::vector<fs::path> documents() {
+    std::vector<fs::path> files;
+    for (const fs::directory_entry& entry : fs::directory_iterator(KVT_TEST_DOCUMENTS))
+        if (entry.path().extension() == ".kvt") files.push_back(entry.path());
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+std::string contents(const fs::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream) throw std::runtime_error("cannot open " + file.string());
+    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 namespace {
