@@ -229,14 +229,14 @@ TEST_P(ScannerPaths, FollowTheRulesInAnyBlockOfAFile) {
 TEST_P(ScannerPaths, FollowTheRulesForEveryByte) {
     const std::string_view surroundings[] = {"",  "a",   "1", "#",  "\"", "\"\\", "[",  "[1",
                                              "(", "(1 ", "{", "{1", "{(", "({",   "((", "{{1 "};
+    const std::string numbers = "12 3.5, -4e-6 nan [7] " + std::string(100, '8') + " 9\n";
     for (const std::string_view before : surroundings) {
         for (int code = 0; code < 256; ++code) {
-            std::string text(before);
-            text += static_cast<char>(code);
-            ASSERT_NO_FATAL_FAILURE(expectTokens(text));
-            text += "1 )}]\";";
-            ASSERT_NO_FATAL_FAILURE(expectTokens(text));
-            ASSERT_NO_FATAL_FAILURE(expectTokens(std::string(40, ' ') + text + text));
+            const std::string text = std::string(before) + static_cast<char>(code);
+            for (const std::string& behind : {std::string(), numbers}) {
+                ASSERT_NO_FATAL_FAILURE(expectTokens(text + behind));
+                ASSERT_NO_FATAL_FAILURE(expectTokens(text + behind + " )}]\";" + text));
+            }
         }
     }
 }
