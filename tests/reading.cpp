@@ -71,9 +71,9 @@ std::string jsonOf(const Scene& scene, bool ok) {
     return json;
 }
 
-std::vector<fs::path> documents() {
+std::vector<fs::path> documents(const fs::path& folder) {
     std::vector<fs::path> files;
-    for (const fs::directory_entry& entry : fs::directory_iterator(KVT_TEST_DOCUMENTS))
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder))
         if (entry.path().extension() == ".kvt") files.push_back(entry.path());
     std::sort(files.begin(), files.end());
     return files;

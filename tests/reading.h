@@ -28,8 +28,9 @@ Reading readBytes(ko::mirel_sdk::interfaces::IScene* scene, const std::string& t
 // The scene as `kvt dump --json` prints it.
 std::string jsonOf(const ko::mirel_sdk::impl::Scene& scene, bool ok);
 
-// The golden documents, in the order of their names.
-std::vector<std::filesystem::path> documents();
+// The documents of a folder, in the order of their names: the golden ones, or the examples.
+std::vector<std::filesystem::path> documents(
+    const std::filesystem::path& folder = KVT_TEST_DOCUMENTS);
 
 std::string contents(const std::filesystem::path& file);
 
