@@ -143,6 +143,10 @@ NodeType renamed() {
 
 void registerNodeTypes(Scene& scene) {
     ko::mirel_sdk::impl::clearRenames();
+    addNodeTypes(scene);
+}
+
+void addNodeTypes(Scene& scene) {
     for (NodeType (*const make)() : {scalars, vectors, matrices, others, choice, filter, renamed}) {
         scene.registerType(make());
     }

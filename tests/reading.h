@@ -36,5 +36,7 @@ std::string contents(const std::filesystem::path& file);
 
 // Registers the node types that the golden documents use; their README describes them.
 void registerNodeTypes(ko::mirel_sdk::impl::Scene& scene);
+// Likewise, beside the renames that are there already; for any number of threads.
+void addNodeTypes(ko::mirel_sdk::impl::Scene& scene);
 
 }  // namespace kvt::test

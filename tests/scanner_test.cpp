@@ -213,7 +213,7 @@ TEST_P(ScannerPaths, FollowTheRulesForDocuments) {
     for (const fs::path& document : all) {
         const std::string text = contents(document);
         // Every truncation of a short one.
-        const unsigned long stride = 1 + text.size() / 500;
+        const unsigned long stride = 1 + text.size() / 300;
         for (unsigned long length = text.size() % stride; length <= text.size(); length += stride)
             ASSERT_NO_FATAL_FAILURE(expectTokens(text.substr(0, length))) << document;
     }
