@@ -486,7 +486,7 @@ class OutputFaults : public Faults {
     void expectFailure(int out, const std::string& reason) const {
         for (const Arguments& arguments : writingCommands(good_, large_)) {
             const Capture err;
-            EXPECT_EQ(2, runTool(arguments, {-1, out, err.number()})) << arguments.back();
+            EXPECT_EQ(2, runTool(arguments, {in_.number(), out, err.number()})) << arguments.back();
             EXPECT_EQ(cannotWrite + reason + '\n', err.text()) << arguments.back();
         }
     }
@@ -499,7 +499,7 @@ class OutputFaults : public Faults {
         EXPECT_EQ(2, runTool({"check", path("missing")}, {-1, -1, err}));
         EXPECT_EQ(2, runTool({"check", "-"}, {-1, -1, err}));
         EXPECT_EQ(2, runTool({"frobnicate"}, {-1, -1, err}));
-        EXPECT_EQ(1, runTool({"dump", broken_}, {-1, out.number(), err}));
+        EXPECT_EQ(1, runTool({"dump", broken_}, {in_.number(), out.number(), err}));
         EXPECT_EQ("version   1\nnodes     1, and then reading stopped\n\nt n\n    x  Int  1\n",
                   out.text());
     }
@@ -507,6 +507,8 @@ class OutputFaults : public Faults {
     const std::string& good() const { return good_; }
 
   private:
+    // Open, so that a document takes the place of a closed output.
+    Descriptor in_{open("/dev/null", O_RDONLY | O_CLOEXEC)};
     std::string good_ = write("good", goodDocument);
     std::string large_ = write("large", largeDocument());
     std::string broken_ = write("broken", brokenDocument);
