@@ -36,7 +36,10 @@ struct Uncounted {
     Uncounted() = default;
     template <class Other>
     explicit Uncounted(const Uncounted<Other>& /*other*/) {}
-    T* allocate(std::size_t count) { return static_cast<T*>(__real_malloc(count * sizeof(T))); }
+    T* allocate(std::size_t count) {
+        constexpr std::size_t size = sizeof(T);  // NOLINT(bugprone-sizeof-expression): or a pointer
+        return static_cast<T*>(__real_malloc(count * size));
+    }
     void deallocate(T* memory, std::size_t /*count*/) { __real_free(memory); }
     bool operator==(const Uncounted& /*other*/) const { return true; }
     bool operator!=(const Uncounted& /*other*/) const { return false; }
