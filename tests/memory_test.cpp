@@ -210,9 +210,29 @@ TEST(FailingMemory, ReachesEveryKindOfAllocation) {
         Scene scene;
         attempt([&] { return parseString(&scene, text); }, left, Failing::Once);
     }
-    for (const Allocation allocation : {Allocation::New, Allocation::AlignedNew, Allocation::Malloc,
-                                        Allocation::Calloc, Allocation::Realloc})
+    for (const Allocation allocation :
+         {Allocation::New, Allocation::Malloc, Allocation::Calloc, Allocation::Realloc})
         EXPECT_LT(0U, failuresOf(allocation)) << static_cast<int>(allocation);
+}
+
+// Of these the library need not make use.
+TEST(FailingMemory, ReachesEveryFormOfNew) {
+    constexpr std::align_val_t alignment{64};
+    const std::function<void*()> forms[] = {
+        [] { return operator new(1); },
+        [] { return operator new[](1); },
+        [] { return operator new(1, alignment); },
+        [] { return operator new[](1, alignment); },
+    };
+    for (const auto& form : forms) {
+        const FailingMemory memory(0, Failing::Once);
+        EXPECT_THROW(form(), std::bad_alloc);
+    }
+    const FailingMemory memory(0, Failing::FromThenOn);
+    EXPECT_EQ(nullptr, operator new(1, std::nothrow));
+    EXPECT_EQ(nullptr, operator new[](1, std::nothrow));
+    EXPECT_EQ(nullptr, operator new(1, alignment, std::nothrow));
+    EXPECT_EQ(nullptr, operator new[](1, alignment, std::nothrow));
 }
 
 }  // namespace

@@ -10,6 +10,9 @@
 #include <atomic>
 #include <filesystem>
 #include <functional>
+#include <numeric>
+#include <set>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -65,6 +68,15 @@ std::vector<String> sharedTexts() {
     return texts;
 }
 
+// The end of a document reports what it waited for in no fixed order.
+std::string inOrder(const std::string& log) {
+    std::istringstream stream(log);
+    std::multiset<std::string> lines;
+    for (std::string line; std::getline(stream, line);)
+        lines.insert(line + '\n');
+    return std::accumulate(lines.begin(), lines.end(), std::string());
+}
+
 // What comes of the texts, each in a scene of its own: all messages and dumps.
 std::string outcomeOf(const std::vector<String>& texts) {
     std::string outcome;
@@ -72,7 +84,7 @@ std::string outcomeOf(const std::vector<String>& texts) {
         Scene scene;
         kvt::test::addNodeTypes(scene);
         const Reading reading = readShared(scene, text);
-        outcome += reading.log + kvt::test::jsonOf(scene, reading.ok);
+        outcome += inOrder(reading.log) + kvt::test::jsonOf(scene, reading.ok);
     }
     return outcome;
 }
