@@ -1,6 +1,5 @@
-// Work on long runs of characters: copying and converting numbers, on each path of this machine;
-// texts that grow; and a lexer that takes its source in runs, against one that takes single
-// characters.
+// Work on long runs of characters: copying and converting numbers, on each path of this machine,
+// and texts that grow.
 
 #include <ko/foundation.h>
 #include <ko/kvtparser.h>
@@ -10,8 +9,6 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -20,12 +17,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <initializer_list>
 #include <iterator>
 #include <limits>
-#include <memory>
-#include <ostream>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -33,24 +26,29 @@
 #include <vector>
 
 #include "bulk.h"
+#include "bulkpaths.h"
+#include "bytes.h"
 #include "reading.h"
 #include "textbuilder.h"
-#include "tokens.h"
 
 namespace {
 
 using ko::DataType;
-using ko::File;
 using ko::String;
 using ko::TextBuilder;
 using ko::bulk::Group;
 using ko::bulk::Path;
-using ko::mirel_sdk::impl::FileLexer;
-using ko::mirel_sdk::impl::Lexer;
 using ko::mirel_sdk::impl::Scene;
-using ko::mirel_sdk::impl::StringLexer;
-using ko::mirel_sdk::impl::Token;
+using kvt::test::allPaths;
+using kvt::test::Block;
+using kvt::test::contents;
+using kvt::test::documents;
+using kvt::test::nameOf;
+using kvt::test::operationsOf;
+using kvt::test::PathGuard;
+using kvt::test::Random;
 using kvt::test::Reading;
+using kvt::test::shown;
 using std::string_literals::operator""s;
 using std::string_view_literals::operator""sv;
 
@@ -58,79 +56,12 @@ namespace fs = std::filesystem;
 
 // --- What the tests share
 
-// The same numbers on every run.
-class Random {
-  public:
-    explicit Random(std::uint64_t seed) : state_(seed) {}
-    std::uint64_t next() {
-        state_ += 0x9E3779B97F4A7C15;
-        std::uint64_t bits = state_;
-        bits = (bits ^ (bits >> 30)) * 0xBF58476D1CE4E5B9;
-        bits = (bits ^ (bits >> 27)) * 0x94D049BB133111EB;
-        return bits ^ (bits >> 31);
-    }
-    unsigned long below(unsigned long limit) { return next() % limit; }
-    bool oneIn(unsigned long count) { return below(count) == 0; }
-    char oneOf(std::string_view set) { return set[below(set.size())]; }
-
-  private:
-    std::uint64_t state_;
-};
-
 std::string digits(Random& random, unsigned long count) {
     std::string text;
     while (text.size() < count)
         text += static_cast<char>('0' + random.below(10));
     return text;
 }
-
-// The text in a block of just its size, beyond which nothing may be read.
-class Block {
-  public:
-    explicit Block(std::string_view text) : chars_(new char[text.size()]), size_(text.size()) {
-        std::copy(text.begin(), text.end(), chars_.get());
-    }
-    std::string_view view() const { return {chars_.get(), size_}; }
-
-  private:
-    std::unique_ptr<char[]> chars_;
-    unsigned long size_;
-};
-
-constexpr Path allPaths[] = {Path::Plain, Path::Avx2, Path::Avx512};
-
-const ko::bulk::Operations& operationsOf(Path path) {
-    switch (path) {
-        case Path::Avx512: return ko::bulk::avx512Operations;
-        case Path::Avx2: return ko::bulk::avx2Operations;
-        default: return ko::bulk::plainOperations;
-    }
-}
-
-Path pathOf(const ko::bulk::Operations& operations) {
-    return *std::find_if(std::begin(allPaths), std::end(allPaths),
-                         [&](Path path) { return &operationsOf(path) == &operations; });
-}
-
-std::string nameOf(const testing::TestParamInfo<Path>& path) {
-    switch (path.param) {
-        case Path::Avx512: return "Avx512";
-        case Path::Avx2: return "Avx2";
-        default: return "Plain";
-    }
-}
-
-// Takes a path until it goes out of scope.
-class PathGuard {
-  public:
-    explicit PathGuard(Path path) { ko::bulk::usePath(path); }
-    PathGuard(const PathGuard&) = delete;
-    PathGuard& operator=(const PathGuard&) = delete;
-    ~PathGuard() { ko::bulk::usePath(former_); }
-
-  private:
-    Path former_ = pathOf(ko::bulk::operations());
-};
 
 // Tests that run once on each path that this machine can take.
 class BulkPaths : public testing::TestWithParam<Path> {
@@ -210,17 +141,6 @@ Copy copyByRule(std::string_view text, Group group) {
         inGap = kind == Kind::Gap;
     }
     return copy;
-}
-
-// Characters as they can be told apart in a message.
-std::string shown(std::string_view text) {
-    std::string all;
-    for (const char c : text) {
-        char code[5];
-        std::snprintf(code, sizeof code, "\\x%02X", static_cast<unsigned>(c) & 0xFF);
-        all += c > ' ' && c < '\x7F' ? std::string(1, c) : code;
-    }
-    return all;
 }
 
 class Copying : public BulkPaths {
@@ -980,20 +900,6 @@ TEST_P(BulkPaths, CountLineBreaks) {
 
 // --- Whole documents
 
-std::string contents(const fs::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    EXPECT_TRUE(stream) << file << " cannot be opened";
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-std::vector<fs::path> documents() {
-    std::vector<fs::path> files;
-    for (const fs::directory_entry& entry : fs::directory_iterator(KVT_TEST_DOCUMENTS))
-        if (entry.path().extension() == ".kvt") files.push_back(entry.path());
-    std::sort(files.begin(), files.end());
-    return files;
-}
-
 fs::path besides(fs::path document, const char* extension) {
     return document.replace_extension(extension);
 }
@@ -1355,364 +1261,6 @@ TEST_P(TextLengths, AreRead) {
     unsigned long number = 1;
     for (int i = 0; i < 20; ++i, number = number * 10 + 1)
         expectText(std::to_string(number), String(number));
-}
-
-// --- Sources in runs
-
-// Brings a text one character at a time.
-class Single final : public Lexer {
-  public:
-    explicit Single(std::string_view text) : text_(text) { bring(); }
-    signed char consume() override {
-        advance();
-        if (la != -1) bring();
-        return c;
-    }
-
-  private:
-    void bring() {
-        la = next_ < text_.size() ? static_cast<signed char>(text_[next_])
-                                  : static_cast<signed char>(-1);
-        ++next_;
-    }
-
-    std::string_view text_;
-    unsigned long next_ = 0;
-};
-
-// Brings a text in runs of up to `longestRun` characters, each in a block that is gone when the
-// next one is asked for.
-class InRuns final : public Lexer {
-  public:
-    InRuns(std::string_view text, unsigned long longestRun)
-        : text_(text), longestRun_(longestRun), random_(longestRun) {
-        start(takeRun());
-    }
-    signed char consume() override { return step(); }
-
-  private:
-    std::string_view nextRun() override { return takeRun(); }
-    std::string_view takeRun() {
-        const unsigned long length = 1 + random_.below(longestRun_);
-        block_ = std::make_unique<Block>(text_.substr(0, length));
-        text_.remove_prefix(block_->view().size());
-        return block_->view();
-    }
-
-    std::string_view text_;
-    unsigned long longestRun_;
-    Random random_;
-    std::unique_ptr<Block> block_;
-};
-
-struct State {
-    int c, la;
-    std::int32_t pos, line, column;
-};
-
-State stateOf(const Lexer& lexer) {
-    return {lexer.c, lexer.la, lexer.pos, lexer.line, lexer.column};
-}
-
-bool operator==(const State& a, const State& b) {
-    return a.c == b.c && a.la == b.la && a.pos == b.pos && a.line == b.line && a.column == b.column;
-}
-
-std::ostream& operator<<(std::ostream& out, const State& state) {
-    return out << "c " << state.c << " la " << state.la << " pos " << state.pos << " line "
-               << state.line << " column " << state.column;
-}
-
-// The lexers give the same tokens and stand at the same places, up to the end and behind it.
-void expectSameTokens(Lexer& expected, Lexer& found, std::int32_t ahead = 0) {
-    for (int ends = 0; ends < 3;) {
-        const Token token = expected.nextToken();
-        ASSERT_EQ(token, found.nextToken());
-        if (token.type == Token::Eof) ++ends;
-        if (token.type == Token::Invalid) {
-            expected.consume();
-            found.consume();
-        }
-        State state = stateOf(expected);
-        state.pos += ahead;
-        ASSERT_EQ(state, stateOf(found));
-    }
-}
-
-void expectSameAsSingle(std::string_view text, Lexer&& found) {
-    Single expected(text);
-    ASSERT_EQ(stateOf(expected), stateOf(found)) << shown(text);
-    ASSERT_NO_FATAL_FAILURE(expectSameTokens(expected, found)) << shown(text);
-}
-
-void expectSameInRuns(std::string_view text) {
-    if (text.empty()) return;  // a text has its terminator as the lookahead then
-    ASSERT_NO_FATAL_FAILURE(expectSameAsSingle(text, StringLexer(String(text)))) << shown(text);
-    const Block block(text);
-    // A file does not bring the mark at its start.
-    const bool isMarked = text.substr(0, 3) == "\xEF\xBB\xBF";
-    ASSERT_NO_FATAL_FAILURE(
-        expectSameAsSingle(isMarked ? text.substr(3) : text,
-                           FileLexer(File::memory(block.view().data(), block.view().size()))))
-        << shown(text);
-    constexpr unsigned long longestRuns[] = {1, 3, 17};
-    const unsigned long longestRun = longestRuns[text.size() % std::size(longestRuns)];
-    ASSERT_NO_FATAL_FAILURE(expectSameAsSingle(text, InRuns(text, longestRun))) << shown(text);
-}
-
-// Tokens of every kind, short and long, whole and not.
-std::vector<std::string> tokens() {
-    return {
-        "name",
-        "_" + std::string(40, 'x'),
-        "TrUe",
-        "false",
-        "null",
-        "h\xC3\xA9llo",
-        "-12.5e+7",
-        "123456789012345678901234567890",
-        "# a comment, \\ \"of\" (some) length",
-        "#\r",
-        R"("")",
-        R"("a \"text\" with \\ and \n")",
-        R"("\\\\\\\"")",
-        "\"two\nlines\n\"",
-        "[ 1\n2 ]",
-        "[*]",
-        "(1, 2.5, -inf)",
-        "((1 2)\n(3 4) , )",
-        "{1,2,,3\n\n[4]\t(5)}",
-        "{" + std::string(70, '1') + " " + std::string(20, ' ') + std::string(30, '2') + "}",
-        "(1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 23 24 25 26 27 28 29 30)",
-        "(1 ;",
-        "[1 x",
-        "\n\r\n \t \n",
-        ";=.,:'|*+/\\",
-        "!$)",
-    };
-}
-
-TEST(Runs, GiveTheTokensOfDocuments) {
-    for (const fs::path& document : documents()) {
-        const std::string text = contents(document);
-        for (unsigned long length = 1; length <= text.size(); ++length) {
-            if (text.size() - length > 400 && length % 5 != 0) continue;
-            ASSERT_NO_FATAL_FAILURE(expectSameInRuns(text.substr(0, length))) << document;
-        }
-    }
-}
-
-TEST(Runs, GiveTheTokensOfAnyBytes) {
-    Random random(12);
-    const std::string_view sets[] = {
-        "ab1 \n\"\\#(){}[],.;-=",
-        "0123456789.-+eEnif ,\n()",
-        "0123456789.-+ ,{}[]()\t",
-        "{} ()[],1",
-        "\"\\\na",
-    };
-    for (int round = 0; round < 6000; ++round) {
-        const unsigned long set = random.below(std::size(sets) + 1);
-        std::string text;
-        if (random.oneIn(2)) text += random.oneOf("({\"[");
-        for (unsigned long left = 1 + random.below(100); left > 0; --left) {
-            const bool isAny = set == std::size(sets) || random.oneIn(200);
-            text += isAny ? static_cast<char>(random.next()) : random.oneOf(sets[set]);
-        }
-        ASSERT_NO_FATAL_FAILURE(expectSameInRuns(text));
-    }
-}
-
-TEST(Runs, GiveEveryTokenOnEveryPath) {
-    for (const Path path : allPaths) {
-        if (!ko::bulk::hasPath(path)) continue;
-        const PathGuard guard(path);
-        for (const std::string& first : tokens())
-            for (const std::string& second : tokens())
-                ASSERT_NO_FATAL_FAILURE(expectSameInRuns(first + "\n" + second));
-    }
-}
-
-TEST(Runs, StopCountingAtTheLargestCounter) {
-    constexpr std::int32_t largest = std::numeric_limits<std::int32_t>::max();
-    for (const std::string& token : tokens()) {
-        const std::string text = "\n" + token + "\n\n" + token + " a\nb";
-        for (std::int32_t left = 0; left < 60; left += left < 6 ? 1 : 9) {
-            Single expected(text);
-            InRuns found(text, 90);
-            for (Lexer* const lexer : std::initializer_list<Lexer*>{&expected, &found})
-                lexer->pos = lexer->line = lexer->column = largest - left;
-            ASSERT_NO_FATAL_FAILURE(expectSameTokens(expected, found)) << text;
-        }
-    }
-}
-
-// Single characters and whole tokens may be asked for in turn.
-TEST(Runs, MayBeLeftForSingleCharacters) {
-    Random random(13);
-    for (int round = 0; round < 500; ++round) {
-        std::string text;
-        for (int i = 0; i < 6; ++i)
-            text += tokens()[random.below(tokens().size())] + " ";
-        Single expected(text);
-        InRuns found(text, 1 + random.below(60));
-        while (expected.la != -1) {
-            for (unsigned long left = 1 + random.below(4); left > 0; --left)
-                ASSERT_EQ(expected.consume(), found.consume());
-            ASSERT_EQ(stateOf(expected), stateOf(found));
-            ASSERT_EQ(expected.nextToken(), found.nextToken()) << text;
-            ASSERT_EQ(stateOf(expected), stateOf(found));
-        }
-    }
-}
-
-// Each scanner takes whatever character comes first.
-TEST(Runs, MayBeScannedFromAnyCharacter) {
-    using Scanner = Token (Lexer::*)();
-    constexpr Scanner scanners[] = {&Lexer::id, &Lexer::number, &Lexer::parens, &Lexer::braces,
-                                    &Lexer::nextToken};
-    Random random(16);
-    for (int round = 0; round < 3000; ++round) {
-        std::string text;
-        for (unsigned long left = 1 + random.below(40); left > 0; --left)
-            text += random.oneIn(30) ? static_cast<char>(random.next())
-                                     : random.oneOf("ab12.-\n\n ,(){}[]#\"");
-        Single expected(text);
-        InRuns found(text, 1 + random.below(30));
-        for (int step = 0; step < 12; ++step) {
-            const Scanner scan = scanners[random.below(std::size(scanners))];
-            ASSERT_EQ((expected.*scan)(), (found.*scan)()) << shown(text);
-            ASSERT_EQ(stateOf(expected), stateOf(found)) << shown(text);
-        }
-    }
-}
-
-// A file in the directory for tests, gone at the end.
-class TestFile {
-  public:
-    explicit TestFile(std::string_view bytes) {
-        std::ofstream(name_, std::ios::binary)
-            .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    }
-    TestFile(const TestFile&) = delete;
-    TestFile& operator=(const TestFile&) = delete;
-    ~TestFile() { std::remove(name_.c_str()); }
-    const char* name() const { return name_.c_str(); }
-
-  private:
-    std::string name_ = testing::TempDir() + "kvt-bulk-" + std::to_string(getpid()) + ".kvt";
-};
-
-// The block ends at each character of each token; a comment fills what is before it.
-TEST(Runs, GoOnBehindABlockOfAFile) {
-    constexpr unsigned long blockSize = 64UL * 1024;
-    for (const std::string& token : tokens()) {
-        for (unsigned long inBlock = 0; inBlock <= token.size() + 2; ++inBlock) {
-            const unsigned long length = blockSize - inBlock - 1;
-            const std::string rest = "\n " + token + " behind\n";
-            const std::string text = "#x" + rest;
-            const TestFile file("#" + std::string(length - 1, 'x') + rest);
-            Single expected(text);
-            FileLexer found(File::open(file.name()));
-            ASSERT_EQ(Token::Comment, expected.nextToken().type);
-            ASSERT_EQ(length, found.nextToken().text.len());
-            const std::int32_t ahead = found.pos - expected.pos;
-            ASSERT_EQ(static_cast<std::int32_t>(length - 2), ahead);
-            ASSERT_NO_FATAL_FAILURE(expectSameTokens(expected, found, ahead)) << token << inBlock;
-        }
-    }
-}
-
-TEST(Runs, GiveATokenOfManyBlocks) {
-    Random random(14);
-    std::string group = "{0";
-    while (group.size() < 300'000)
-        group += (random.oneIn(3) ? " ,\n" : " ") + digits(random, 1 + random.below(12));
-    const std::string text = group + "}; \"" + std::string(200'000, 's') + "\\\"\n\" " +
-                             std::string(150'000, 'i') + '\n' + std::string(150'000, ' ') + "#" +
-                             std::string(150'000, 'c');
-    const TestFile file(text);
-    ASSERT_NO_FATAL_FAILURE(expectSameAsSingle(text, FileLexer(File::open(file.name()))));
-    ASSERT_NO_FATAL_FAILURE(expectSameAsSingle(text, StringLexer(String(text))));
-    ASSERT_NO_FATAL_FAILURE(expectSameAsSingle(text, InRuns(text, 1000)));
-}
-
-// --- Groups, by the rules
-
-// A group from its opening delimiter on, a character at a time.
-class GroupByRule {
-  public:
-    explicit GroupByRule(std::string_view text)
-        : text_(text),
-          group_(text.front() == '(' ? Group::Parens : Group::Braces),
-          open_(text.front()),
-          close_(open_ == '(' ? ')' : '}') {}
-
-    // The type of the token, and its text if it is whole.
-    std::pair<Token::Type, std::string> read() {
-        do {
-            if (isAtEnd()) return {Token::Eof, ""};
-            if (!isAllowed(text_[at_])) return {Token::Invalid, ""};
-            takeOne();
-        } while (depth_ > 0 || isAtEnd() || text_[at_] != close_);
-        return {open_ == '(' ? Token::Parens : Token::Braces, written_ + close_};
-    }
-
-  private:
-    bool isAtEnd() const { return at_ == text_.size() || text_[at_] == '\xFF'; }
-    static bool isAllowed(char c) {
-        return isBlank(c) || numberCharacters.find(c) != std::string_view::npos ||
-               ",()[]{}"sv.find(c) != std::string_view::npos;
-    }
-    void takeOne() {
-        const char c = text_[at_];
-        if (c == open_ && !written_.empty()) {
-            ++depth_;
-        } else if (c == close_ && depth_ > 0) {
-            --depth_;
-        } else if (kindOf(c, group_) == Kind::Gap) {
-            takeGap();
-            return;
-        } else {
-            written_ += c;
-        }
-        ++at_;
-    }
-    void takeGap() {
-        const bool isRun = isBlank(text_[at_]);
-        do
-            ++at_;
-        while (isRun && !isAtEnd() && isBlank(text_[at_]));
-        const bool isClosing = !isAtEnd() && text_[at_] == close_;
-        if (written_.back() != ' ' && written_.back() != open_ && !isClosing) written_ += ' ';
-    }
-
-    std::string_view text_;
-    Group group_;
-    char open_;
-    char close_;
-    unsigned long at_ = 0;
-    unsigned long depth_ = 0;
-    std::string written_;
-};
-
-TEST_P(BulkPaths, NormaliseGroupsByTheRules) {
-    const PathGuard guard(GetParam());
-    Random random(15);
-    constexpr std::string_view sets[] = {"1 ,()", "1 ,{}", "12 ,()[]{}\n", "12.-e,\t\x01 []"};
-    for (int round = 0; round < 20000; ++round) {
-        const std::string_view set = sets[random.below(std::size(sets))];
-        std::string text(1, random.oneOf("({"));
-        for (unsigned long left = random.below(random.oneIn(20) ? 300 : 14); left > 0; --left)
-            text += random.oneIn(200) ? static_cast<char>(random.next()) : random.oneOf(set);
-        if (random.oneIn(2)) text += text.front() == '(' ? "))))" : "}}}}";
-        const auto [type, written] = GroupByRule(text).read();
-        const Token found = StringLexer(String(text)).nextToken();
-        ASSERT_EQ(type, found.type) << shown(text);
-        if (type > Token::Invalid) {
-            ASSERT_EQ(written, found.text.view()) << shown(text);
-        }
-    }
 }
 
 }  // namespace

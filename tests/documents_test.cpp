@@ -23,12 +23,6 @@
 
 #include "reading.h"
 
-// Memory that cannot be had gives null, as it does without the sanitizer: a document asks for it.
-extern "C" const char* __asan_default_options();   // NOLINT: the sanitizer looks for this name
-extern "C" const char* __asan_default_options() {  // NOLINT
-    return "allocator_may_return_null=1";
-}
-
 namespace {
 
 namespace fs = std::filesystem;

@@ -5,17 +5,19 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <initializer_list>
+#include <functional>
 #include <iterator>
 #include <string>
 #include <string_view>
@@ -24,9 +26,12 @@
 #include <utility>
 #include <vector>
 
+#include "ordinaryuser.h"
+
 namespace {
 
 using ko::File;
+using kvt::test::OrdinaryUser;
 using std::string_view_literals::operator""sv;
 
 constexpr std::string_view mark = "\xEF\xBB\xBF";
@@ -65,23 +70,6 @@ class FileTest : public testing::Test {
 
   private:
     std::string directory_;
-};
-
-// Gives up the rights of the administrator, who may read everything, while it lives.
-class OrdinaryUser {
-  public:
-    OrdinaryUser() : former_(geteuid()) {
-        if (former_ == 0) changed_ = seteuid(65534) == 0;
-    }
-    ~OrdinaryUser() {
-        if (changed_ && seteuid(former_) != 0) std::abort();
-    }
-    OrdinaryUser(const OrdinaryUser&) = delete;
-    OrdinaryUser& operator=(const OrdinaryUser&) = delete;
-
-  private:
-    uid_t former_;
-    bool changed_ = false;
 };
 
 void expectOneLine(const ko::String& text) {
@@ -511,16 +499,21 @@ class PipeTest : public FileTest {
     PipeTest() : name_(path("pipe")) { EXPECT_EQ(mkfifo(name_.c_str(), 0600), 0); }
 
     // Writes the parts one after the other, each when the reader has taken the former.
-    std::thread writer(std::initializer_list<std::string_view> parts) const {
-        return std::thread(
-            [name = name_, parts = std::vector<std::string>(parts.begin(), parts.end())] {
-                const int descriptor = ::open(name.c_str(), O_WRONLY);
-                for (const std::string& part : parts) {
-                    EXPECT_EQ(::write(descriptor, part.data(), part.size()), ssize_t(part.size()));
-                    waitUntilTaken(descriptor);
-                }
-                ::close(descriptor);
-            });
+    std::thread writer(std::vector<std::string> parts) const {
+        return writer(std::move(parts), [] {});
+    }
+
+    // Likewise, and does `between` when the reader has taken a part.
+    std::thread writer(std::vector<std::string> parts, std::function<void()> between) const {
+        return std::thread([name = name_, parts = std::move(parts), between = std::move(between)] {
+            const int descriptor = ::open(name.c_str(), O_WRONLY);
+            for (const std::string& part : parts) {
+                EXPECT_EQ(::write(descriptor, part.data(), part.size()), ssize_t(part.size()));
+                waitUntilTaken(descriptor);
+                between();
+            }
+            ::close(descriptor);
+        });
     }
 
     const char* name() const { return name_.c_str(); }
@@ -576,6 +569,81 @@ TEST_F(PipeTest, PipeThatNobodyFillsIsAnEmptyText) {
     expectNothingToRead(file);
     EXPECT_EQ(file.error(), File::None);
     writing.join();
+}
+
+std::vector<std::string> single(std::string_view bytes) {
+    std::vector<std::string> all;
+    for (const char byte : bytes)
+        all.emplace_back(1, byte);
+    return all;
+}
+
+TEST_F(PipeTest, BytesThatArriveOneByOneAreReadToTheEnd) {
+    std::string bytes;
+    for (int i = 0; i < 1000; ++i)
+        bytes += static_cast<char>(i);
+    std::thread writing = writer(single(bytes));
+    File file = File::open(name());
+    EXPECT_EQ(readAll(file), bytes);
+    EXPECT_EQ(file.error(), File::None);
+    writing.join();
+}
+
+std::atomic<int> interruptions{0};
+
+// A signal that interrupts what the system does for a thread.
+class InterruptingSignal {
+  public:
+    InterruptingSignal() {
+        struct sigaction action = {};
+        action.sa_handler = [](int) { ++interruptions; };
+        sigaction(SIGUSR1, &action, &former_);
+    }
+    ~InterruptingSignal() { sigaction(SIGUSR1, &former_, nullptr); }
+    InterruptingSignal(const InterruptingSignal&) = delete;
+    InterruptingSignal& operator=(const InterruptingSignal&) = delete;
+
+    static void send(pthread_t thread) { pthread_kill(thread, SIGUSR1); }
+
+  private:
+    struct sigaction former_ = {};
+};
+
+TEST_F(PipeTest, InterruptedReadsGoOn) {
+    const InterruptingSignal signal;
+    interruptions = 0;
+    const std::string bytes(500, 'x');
+    std::thread writing = writer(single(bytes), [reader = pthread_self()] {
+        InterruptingSignal::send(reader);
+        std::this_thread::sleep_for(std::chrono::microseconds(100));  // the reader waits again
+    });
+    File file = File::open(name());
+    EXPECT_EQ(readAll(file), bytes);
+    EXPECT_EQ(file.error(), File::None);
+    writing.join();
+    EXPECT_LT(0, interruptions);
+}
+
+TEST_F(FileTest, FileThatGrowsWhileItIsReadIsReadToItsNewEnd) {
+    const std::string name = write(std::string(100'000, 'a'));
+    File file = File::open(name.c_str());
+    signed char c = 0;
+    ASSERT_TRUE(file.read(c));
+    std::ofstream(name, std::ios::binary | std::ios::app) << std::string(100'000, 'b');
+    EXPECT_EQ(readAll(file).size(), 199'999U);
+    EXPECT_EQ(file.error(), File::None);
+}
+
+TEST_F(FileTest, FileThatShrinksWhileItIsReadEndsBeforeItsSize) {
+    const std::string name = write(std::string(200'000, 'a'));
+    File file = File::open(name.c_str());
+    signed char c = 0;
+    ASSERT_TRUE(file.read(c));
+    std::filesystem::resize_file(name, 150'000);
+    EXPECT_EQ(readAll(file).size(), 149'999U);
+    EXPECT_EQ(file.error(), File::None);
+    EXPECT_EQ(file.position(), 150'000U);
+    EXPECT_EQ(file.size(), 200'000U);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Memory that cannot be had while a document is read: each allocation of each golden document fails
-// once. `std::bad_alloc` leaves the entry point, nothing leaks (the sanitizers see to that), and
-// the scene can be used as before.
+// once, alone and with all that follow. A buffer that cannot be had is an invalid count; for
+// anything else `std::bad_alloc` leaves the entry point. Whatever failed, the scene keeps what it
+// had, can be used as before, and gives all of its memory back.
 
 #include <ko/foundation.h>
 #include <ko/kvtparser.h>
@@ -8,94 +9,230 @@
 
 #include <gtest/gtest.h>
 
-#include <cstddef>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <functional>
 #include <new>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
+#include "failingmemory.h"
 #include "reading.h"
 
 namespace {
 
-// Allocations of this thread that still succeed; negative for as many as there are.
-thread_local long allocationsLeft = -1;
-
-void* allocate(std::size_t size) {
-    const bool fails = allocationsLeft == 0;
-    if (allocationsLeft >= 0) --allocationsLeft;
-    void* const memory = fails ? nullptr : std::malloc(size > 0 ? size : 1);
-    if (!memory) throw std::bad_alloc();
-    return memory;
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) { return allocate(size); }
-void* operator new[](std::size_t size) { return allocate(size); }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
-
-namespace {
-
 namespace fs = std::filesystem;
+using ko::File;
 using ko::LogCapture;
 using ko::LogRecord;
 using ko::String;
+using ko::mirel_sdk::impl::parseKvt;
 using ko::mirel_sdk::impl::parseString;
 using ko::mirel_sdk::impl::Scene;
+using kvt::test::Allocation;
+using kvt::test::Failing;
+using kvt::test::FailingMemory;
+using kvt::test::failuresOf;
 
-enum class Ending { Normal, BadAlloc };
+// --- Readings that run out of memory
 
-// Reads the text while only so many allocations succeed.
-Ending readWith(long allocations, Scene& scene, const String& text) {
-    const LogCapture capture([](const LogRecord&) {});
-    Ending ending = Ending::Normal;
-    allocationsLeft = allocations;
+enum class Ending { Read, Refused, InvalidToken, BadAlloc };
+
+std::ostream& operator<<(std::ostream& out, Ending ending) {
+    constexpr const char* names[] = {"read", "refused", "invalid token", "bad_alloc"};
+    return out << names[static_cast<int>(ending)];
+}
+
+struct Attempt {
+    Ending ending = Ending::Read;
+    bool countRefused = false;
+};
+
+bool refusesCount(const LogRecord& record) {
+    return record.text.contains("invalid buffer element count", false);
+}
+
+Attempt attempt(const std::function<bool()>& entryPoint, unsigned long left, Failing failing) {
+    Attempt made;
+    const LogCapture capture(
+        [&made](const LogRecord& record) { made.countRefused |= refusesCount(record); });
+    const FailingMemory memory(left, failing);
     try {
-        parseString(&scene, text);
+        made.ending = entryPoint() ? Ending::Read : Ending::Refused;
     } catch (const std::bad_alloc&) {
-        ending = Ending::BadAlloc;
+        made.ending = Ending::BadAlloc;
     } catch (const std::runtime_error&) {
-        ending = Ending::Normal;  // an invalid token at the start
+        made.ending = Ending::InvalidToken;
     }
-    return ending;
+    return made;
 }
 
-void expectUsable(Scene& scene) {
-    const std::string document = "t new__: .a[1].s = \"text\"; .c |= new__.out; .n = new__;";
+// The numbers of a buffer are what calloc is asked for while a document is read. When all memory
+// fails there is none for the message either.
+void expectEnding(const Attempt& made, Failing failing) {
+    const bool noBuffer = kvt::test::firstFailed() == Allocation::Calloc;
+    if (noBuffer && failing == Failing::Once) {
+        EXPECT_EQ(Ending::Refused, made.ending);
+        EXPECT_TRUE(made.countRefused);
+    } else {
+        EXPECT_EQ(Ending::BadAlloc, made.ending);
+    }
+}
+
+// --- What a scene had before, and what it reads later
+
+constexpr const char* earlier = R"(
+t kept__:
+.number = 7; .text = "a text that is too long to stand in the string itself";
+.list[2] = 4; .nested[1][0].x = vec3(1 2 3);
+.buffer = float[6] {1 2 3 4 5 6}; .link |= other_kept__.a_long_name_for_an_output;
+.node = other_kept__;
+t other_kept__: .x = mat3(1 2 3 4 5 6 7 8 9);
+)";
+
+constexpr const char* later = R"(
+t new__:
+.a[3].s = "another text that is too long to stand in the string itself"; .c |= new__.out;
+.n = new__; .b = int32[3] {1 2 3};
+)";
+
+void expectRead(Scene& scene, const char* document) {
     EXPECT_EQ("ok\n", kvt::test::readText(&scene, document).log);
-    scene.removeNode("new__");
 }
 
-// Fails the first allocation, then the second, and so on until the document needs no more.
-void expectEndings(const String& text) {
-    for (long allocations = 0;; ++allocations) {
+// The node as a dump of the scene shows it.
+std::string nodeOf(const Scene& scene, const std::string& name) {
+    const std::string json = kvt::test::jsonOf(scene, true);
+    const auto start = json.find("\n  {\"name\": \"" + name + '"');
+    if (start == std::string::npos) return "no node " + name;
+    std::string node = json.substr(start, json.find("\n  {", start + 1) - start);
+    node.erase(node.find_last_not_of(",]}\n") + 1);
+    return node;
+}
+
+// What the scene had is as it was.
+void expectKept(const Scene& scene) {
+    static const Scene& expected = *[] {
+        static Scene untouched;
+        expectRead(untouched, earlier);
+        return &untouched;
+    }();
+    for (const char* name : {"kept__", "other_kept__"})
+        EXPECT_EQ(nodeOf(expected, name), nodeOf(scene, name));
+}
+
+// A document after the failure yields what it yields in a scene that saw none.
+void expectUsable(Scene& scene) {
+    static const std::string expected = [] {
+        Scene untouched;
+        expectRead(untouched, later);
+        return nodeOf(untouched, "new__");
+    }();
+    expectRead(scene, later);
+    EXPECT_EQ(expected, nodeOf(scene, "new__"));
+}
+
+// --- Failing everywhere
+
+struct Way {
+    const char* name;
+    Failing failing;
+    bool isFile;
+    bool hasEarlier;  // into a scene that has something already
+};
+
+std::ostream& operator<<(std::ostream& out, const Way& way) { return out << way.name; }
+
+constexpr Way ways[] = {
+    {"OnceInAText", Failing::Once, false, true},
+    {"OnceInAFile", Failing::Once, true, true},
+    {"OnceInAnEmptyScene", Failing::Once, false, false},
+    {"ForGoodInAText", Failing::FromThenOn, false, true},
+    {"ForGoodInAFile", Failing::FromThenOn, true, true},
+};
+
+class Memory : public testing::TestWithParam<Way> {
+  protected:
+    // Fails the first allocation, then the second, and so on until the document needs no more.
+    static void expectEndings(const fs::path& file) {
+        const String text{std::string_view(kvt::test::contents(file))};
+        failsBehind(~0UL, file, text);  // what is made once for all is there now
+        bool hasFailed = true;
+        for (unsigned long left = 0; hasFailed && !HasFailure(); ++left) {
+            SCOPED_TRACE(std::to_string(left) + " allocations succeed");
+            const unsigned long live = kvt::test::liveBlocks();
+            hasFailed = failsBehind(left, file, text);
+            EXPECT_EQ(live, kvt::test::liveBlocks());
+        }
+    }
+
+  private:
+    // False when the document needed no more allocations than it could have.
+    static bool failsBehind(unsigned long left, const fs::path& file, const String& text) {
         Scene scene;
         kvt::test::registerNodeTypes(scene);
-        const Ending ending = readWith(allocations, scene, text);
-        const bool hasFailed = allocationsLeft < 0;
-        allocationsLeft = -1;
-        ASSERT_EQ(hasFailed ? Ending::BadAlloc : Ending::Normal, ending) << allocations;
+        if (GetParam().hasEarlier) expectRead(scene, earlier);
+        const auto read = [&] {
+            return GetParam().isFile ? parseKvt(&scene, File::open(file.c_str()), false)
+                                     : parseString(&scene, text);
+        };
+        const Attempt made = attempt(read, left, GetParam().failing);
+        const bool hasFailed = kvt::test::hasFailed();
+        if (hasFailed) expectEnding(made, GetParam().failing);
+        if (GetParam().hasEarlier) expectKept(scene);
         expectUsable(scene);
-        if (!hasFailed) return;
+        return hasFailed;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(, Memory, testing::ValuesIn(ways),
+                         [](const auto& way) { return way.param.name; });
+
+TEST_P(Memory, ThatCannotBeHadLeavesTheSceneAsItWasAndUsable) {
+    for (const char* folder : {KVT_TEST_DOCUMENTS, KVT_EXAMPLES}) {
+        for (const fs::path& document : kvt::test::documents(folder)) {
+            SCOPED_TRACE(document);
+            expectEndings(document);
+            if (HasFailure()) return;
+        }
     }
 }
 
-TEST(Memory, ThatCannotBeHadLeavesTheSceneUsable) {
-    for (const fs::directory_entry& entry : fs::directory_iterator(KVT_TEST_DOCUMENTS)) {
-        if (entry.path().extension() != ".kvt") continue;
-        SCOPED_TRACE(entry.path());
-        std::ifstream stream(entry.path(), std::ios::binary);
-        const std::string text{std::istreambuf_iterator<char>(stream), {}};
-        expectEndings(String(std::string_view(text)));
+// All memory of the program and the library goes through the functions that fail.
+TEST(FailingMemory, ReachesEveryKindOfAllocation) {
+    const std::string document =
+        "t n: .x = \"text\"; .b = float[2] {1 2};\n# a comment " + std::string(500, '.');
+    const String text{std::string_view(document)};
+    Scene first;
+    parseString(&first, text);  // what is made once for all is there now
+    for (unsigned long left = 0; left == 0 || kvt::test::hasFailed(); ++left) {
+        Scene scene;
+        attempt([&] { return parseString(&scene, text); }, left, Failing::Once);
     }
+    for (const Allocation allocation :
+         {Allocation::New, Allocation::Malloc, Allocation::Calloc, Allocation::Realloc})
+        EXPECT_LT(0U, failuresOf(allocation)) << static_cast<int>(allocation);
+}
+
+// Of these the library need not make use.
+TEST(FailingMemory, ReachesEveryFormOfNew) {
+    constexpr std::align_val_t alignment{64};
+    const std::function<void*()> forms[] = {
+        [] { return operator new(1); },
+        [] { return operator new[](1); },
+        [] { return operator new(1, alignment); },
+        [] { return operator new[](1, alignment); },
+    };
+    for (const auto& form : forms) {
+        const FailingMemory memory(0, Failing::Once);
+        EXPECT_THROW(form(), std::bad_alloc);
+    }
+    const FailingMemory memory(0, Failing::FromThenOn);
+    EXPECT_EQ(nullptr, operator new(1, std::nothrow));
+    EXPECT_EQ(nullptr, operator new[](1, std::nothrow));
+    EXPECT_EQ(nullptr, operator new(1, alignment, std::nothrow));
+    EXPECT_EQ(nullptr, operator new[](1, alignment, std::nothrow));
 }
 
 }  // namespace

@@ -3,8 +3,11 @@
 #include <ko/foundation.h>
 #include <ko/kvtparser.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -12,8 +15,19 @@
 #include "dump_json.h"
 #include "output.h"
 
+// Memory that cannot be had gives null, as it does without a sanitizer: a document asks for it.
+// NOLINTBEGIN(bugprone-reserved-identifier): the sanitizers look for these names
+extern "C" {
+const char* __asan_default_options();
+const char* __tsan_default_options();
+const char* __asan_default_options() { return "allocator_may_return_null=1"; }
+const char* __tsan_default_options() { return "allocator_may_return_null=1"; }
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
 namespace kvt::test {
 
+namespace fs = std::filesystem;
 using ko::DataType;
 using ko::File;
 using ko::LogRecord;
@@ -65,6 +79,20 @@ std::string jsonOf(const Scene& scene, bool ok) {
     std::string json(chars, size);
     std::free(chars);
     return json;
+}
+
+std::vector<fs::path> documents(const fs::path& folder) {
+    std::vector<fs::path> files;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder))
+        if (entry.path().extension() == ".kvt") files.push_back(entry.path());
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+std::string contents(const fs::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream) throw std::runtime_error("cannot open " + file.string());
+    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 namespace {
@@ -125,6 +153,10 @@ NodeType renamed() {
 
 void registerNodeTypes(Scene& scene) {
     ko::mirel_sdk::impl::clearRenames();
+    addNodeTypes(scene);
+}
+
+void addNodeTypes(Scene& scene) {
     for (NodeType (*const make)() : {scalars, vectors, matrices, others, choice, filter, renamed}) {
         scene.registerType(make());
     }

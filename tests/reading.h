@@ -1,8 +1,10 @@
 // Reads documents for the tests and keeps all that came of it, in the form of the golden files.
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include <ko/scene.h>
 
@@ -26,7 +28,15 @@ Reading readBytes(ko::mirel_sdk::interfaces::IScene* scene, const std::string& t
 // The scene as `kvt dump --json` prints it.
 std::string jsonOf(const ko::mirel_sdk::impl::Scene& scene, bool ok);
 
+// The documents of a folder, in the order of their names: the golden ones, or the examples.
+std::vector<std::filesystem::path> documents(
+    const std::filesystem::path& folder = KVT_TEST_DOCUMENTS);
+
+std::string contents(const std::filesystem::path& file);
+
 // Registers the node types that the golden documents use; their README describes them.
 void registerNodeTypes(ko::mirel_sdk::impl::Scene& scene);
+// Likewise, beside the renames that are there already; for any number of threads.
+void addNodeTypes(ko::mirel_sdk::impl::Scene& scene);
 
 }  // namespace kvt::test

@@ -45,12 +45,25 @@ bool ensureReadable(const File& file, Diagnostics& diagnostics) {
     return false;
 }
 
+// True when the file still has what it had when it was opened, unless its document ended before.
+bool ensureWhole(File& file, Diagnostics& diagnostics) {
+    signed char next = 0;
+    if (file.position() >= file.size() || file.read(next)) return true;
+    diagnostics.reportError("cannot read: the file has become shorter");
+    return false;
+}
+
+// Likewise of both, once the document was read.
+bool ensureWasRead(File file, Diagnostics& diagnostics) {
+    return ensureReadable(file, diagnostics) && ensureWhole(file, diagnostics);
+}
+
 ExitStatus checkFile(const std::string& name, bool warningsAreErrors, Diagnostics& diagnostics) {
     const File file = openFile(name);
     if (!ensureReadable(file, diagnostics)) return CannotRun;
     Scene scene;
     readDocument(scene, file, diagnostics);
-    if (!ensureReadable(file, diagnostics)) return CannotRun;
+    if (!ensureWasRead(file, diagnostics)) return CannotRun;
     if (diagnostics.errors() > 0) return BadDocument;
     return warningsAreErrors && diagnostics.warnings() > 0 ? BadDocument : Success;
 }
@@ -77,17 +90,17 @@ ExitStatus dump(const DumpOptions& options, std::FILE* output, std::FILE* diagno
     OutputStream out(output);
     Scene scene;
     const bool ok = readDocument(scene, file, ofFile);
-    const bool wasReadable = ensureReadable(file, ofFile);
+    const bool wasRead = ensureWasRead(file, ofFile);
     if (options.json) {
         dumpJson(out, scene, ok);
     } else {
-        dumpText(out, scene, ok && wasReadable, paletteFor(output));
+        dumpText(out, scene, ok && wasRead, paletteFor(output));
     }
     if (!out.flush()) {
         reportFailure(writeError(out), diagnostics);
         return CannotRun;
     }
-    if (!wasReadable) return CannotRun;
+    if (!wasRead) return CannotRun;
     return ok ? Success : BadDocument;
 }
 

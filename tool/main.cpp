@@ -1,5 +1,6 @@
 // The arguments of the `kvt` tool.
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -104,9 +105,16 @@ kvt::ExitStatus run(int argc, const char* const* argv) {
     return kvt::dump(options.dump, stdout, stderr);
 }
 
+// A reader that has gone and a file that may not grow are reported like any other failed write.
+void outliveFailedWrites() {
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    outliveFailedWrites();
     try {
         return run(argc, argv);
     } catch (const std::bad_alloc&) {
