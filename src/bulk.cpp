@@ -1,5 +1,9 @@
 #include "bulk.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
@@ -34,25 +38,55 @@ bool convertReal(std::string_view text, unsigned char* dest) noexcept {
 
 // --- The plain path: copying --------------------------------------------------------------------
 
-// The high bit of each byte that is a digit, a point or a minus, as most of a number are.
-words::Word commonParts(words::Word text) {
+// Sixteen characters are looked at in one go, since few numbers are longer: that one ends in the
+// first or the second eight is hard to foresee.
+constexpr long pairSize = 2 * words::size;
+
+#if defined(__SSE2__)
+
+__m128i load(const char* at) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)); }
+
+unsigned bitsOf(__m128i wide) { return static_cast<unsigned>(_mm_movemask_epi8(wide)); }
+
+// A bit for each of 16 characters that is a space.
+unsigned spacesAmong(const char* at) {
+    return bitsOf(_mm_cmpeq_epi8(load(at), _mm_set1_epi8(' ')));
+}
+
+// A bit for each of 16 characters that is no digit, point or minus, as most of a number are.
+unsigned othersAmong(const char* at) {
+    const __m128i text = load(at);
+    const __m128i isBelow = _mm_cmplt_epi8(text, _mm_set1_epi8('-'));
+    const __m128i isAbove = _mm_cmpgt_epi8(text, _mm_set1_epi8('9'));
+    const __m128i isSlash = _mm_cmpeq_epi8(text, _mm_set1_epi8('/'));
+    return bitsOf(_mm_or_si128(_mm_or_si128(isBelow, isAbove), isSlash));
+}
+
+#else
+
+unsigned spacesAmong(const char* at) {
+    return words::gathered(words::equal(words::load(at), ' '),
+                           words::equal(words::load(at + words::size), ' '));
+}
+
+words::Word others(words::Word text) {
     const words::Word low = text & ~words::highBits;
     const words::Word fromMinus = low + words::all(0x80 - '-');
     const words::Word behindNine = low + words::all(0x7F - '9');
-    return fromMinus & ~behindNine & ~text & ~words::equal(text, '/') & words::highBits;
+    return ~fromMinus | behindNine | text | words::equal(text, '/');
 }
 
-// Sixteen characters are looked at in one go, since few numbers are longer: that a number ends in
-// the first or the second word is hard to foresee.
-constexpr long pairSize = 2 * words::size;
+unsigned othersAmong(const char* at) {
+    return words::gathered(others(words::load(at)), others(words::load(at + words::size)));
+}
+
+#endif
 
 // Copies the characters of a number at `from`; writes whole words.
 Copied copyNumber(const char* from, const char* end, char* to) {
     unsigned others = 0;
     while (others == 0 && end - from >= pairSize) {
-        const words::Word parts = commonParts(words::load(from));
-        const words::Word moreParts = commonParts(words::load(from + words::size));
-        others = words::gathered(~parts, ~moreParts);
+        others = othersAmong(from);
         std::memcpy(to, from, pairSize);
         const long count = others ? __builtin_ctz(others) : pairSize;
         from += count;
@@ -190,8 +224,7 @@ bool refusePiece(std::string_view, bool, unsigned char*) { return false; }
 // The next space from `at` on, or the end.
 const char* nextSpace(const char* at, const char* end) {
     for (; end - at >= pairSize; at += pairSize) {
-        const unsigned spaces = words::gathered(words::equal(words::load(at), ' '),
-                                                words::equal(words::load(at + words::size), ' '));
+        const unsigned spaces = spacesAmong(at);
         if (spaces) return at + __builtin_ctz(spaces);
     }
     return std::find(at, end, ' ');

@@ -9,6 +9,9 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -62,6 +65,34 @@ std::string digits(Random& random, unsigned long count) {
         text += static_cast<char>('0' + random.below(10));
     return text;
 }
+
+// Texts at either end of memory that nothing around may be read of.
+class Enclosed {
+  public:
+    Enclosed()
+        : pages_(static_cast<char*>(
+              mmap(nullptr, 3 * size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))) {
+        EXPECT_EQ(0, mprotect(pages_ + size, size, PROT_READ | PROT_WRITE));
+    }
+    Enclosed(const Enclosed&) = delete;
+    Enclosed& operator=(const Enclosed&) = delete;
+    ~Enclosed() { munmap(pages_, 3 * size); }
+
+    std::string_view atBegin(std::string_view text) const { return put(text, pages_ + size); }
+    std::string_view atEnd(std::string_view text) const {
+        return put(text, pages_ + 2 * size - text.size());
+    }
+
+    static constexpr unsigned long size = 65536;
+
+  private:
+    static std::string_view put(std::string_view text, char* to) {
+        std::copy(text.begin(), text.end(), to);
+        return {to, text.size()};
+    }
+
+    char* pages_;
+};
 
 // Tests that run once on each path that this machine can take.
 class BulkPaths : public testing::TestWithParam<Path> {
@@ -724,6 +755,103 @@ TEST_P(Converting, ReadsMillionsOfNumbers) {
     }
 }
 
+// An exponent of a sign and two digits, or a mantissa of many digits, or both.
+std::string wideNumber(Random& random) {
+    std::string text = random.oneIn(2) ? "-" : "";
+    text += digits(random, 1 + random.below(random.oneIn(3) ? 36 : 20));
+    if (!random.oneIn(4)) text.insert(random.below(text.size() + 1), 1, '.');
+    if (random.oneIn(3)) return text;
+    text += random.oneOf("eE");
+    text += random.oneOf("+-");
+    text += random.oneIn(2) ? digits(random, 2) : '0' + digits(random, 1);
+    return text;
+}
+
+TEST_P(Converting, ReadsWideNumbersInAnyCompany) {
+    Random random(22);
+    for (const unsigned long plainAre : {1000000UL, 4UL, 2UL}) {
+        for (int round = 0; round < 8; ++round) {
+            std::string text;
+            for (int i = 0; i < 4000; ++i) {
+                if (!text.empty()) text += ' ';
+                text += random.oneIn(plainAre) ? digits(random, 1 + random.below(9))
+                                               : wideNumber(random);
+            }
+            const unsigned long room = piecesOf(text).size();
+            ASSERT_NO_FATAL_FAILURE(expectNumbers(text, DataType::Float, room));
+            ASSERT_NO_FATAL_FAILURE(expectNumbers(text, DataType::Double, room));
+            ASSERT_NO_FATAL_FAILURE(expectNumbers(text, DataType::Int64, room));
+        }
+    }
+}
+
+// Around the middle of two floats, the largest and the smallest ones included, as near as the
+// digits that are taken at once can come.
+TEST_P(Converting, RoundsFloatsWithExponents) {
+    Random random(23);
+    std::string text;
+    for (int round = 0; round < 6000; ++round) {
+        const auto wide = static_cast<double>((1UL << 24) + 2 * random.below(1UL << 23) + 1);
+        const double middle = std::ldexp(wide, static_cast<int>(random.below(280)) - 176);
+        const double near = random.oneIn(2) ? middle : std::nextafter(middle, random.oneIn(2));
+        char number[64];
+        std::snprintf(number, sizeof number, "%.*e", static_cast<int>(random.below(28)), near);
+        if (!text.empty()) text += ' ';
+        text += number;
+    }
+    expectNumbers(text, DataType::Float, 6000);
+    expectNumbers(text, DataType::Double, 6000);
+}
+
+TEST_P(Converting, ReadsPartsOfNumbersInOddPlaces) {
+    Random random(24);
+    for (int round = 0; round < 4000; ++round) {
+        std::string text;
+        for (unsigned long left = 1 + random.below(40); left > 0; --left) {
+            if (!text.empty()) text += ' ';
+            if (random.oneIn(4)) text += digits(random, random.below(50));
+            for (unsigned long parts = 1 + random.below(6); parts > 0; --parts) {
+                const char* const kinds[] = {"1", "23", ".", "-", "e", "e+05", "E-12", "e7"};
+                text += kinds[random.below(std::size(kinds))];
+            }
+        }
+        const unsigned long room = piecesOf(text).size();
+        ASSERT_NO_FATAL_FAILURE(expectNumbers(text, DataType::Float, room)) << text;
+        ASSERT_NO_FATAL_FAILURE(expectNumbers(text, DataType::Int16, room)) << text;
+    }
+}
+
+TEST_P(Converting, ReadsPiecesOfAnyLength) {
+    Random random(25);
+    for (unsigned long length = 1; length < 9000; length += 1 + length / 5) {
+        std::string text = "1 -2.5 ";
+        text += digits(random, length) + " 3 " + digits(random, length) + ".5 4e+01";
+        for (const DataType type : scalarTypes)
+            ASSERT_NO_FATAL_FAILURE(expectNumbers(text, type, 6));
+    }
+}
+
+TEST_P(BulkPaths, ReadNothingAroundTheirTexts) {
+    Random random(26);
+    const Enclosed enclosed;
+    std::vector<char> to(Enclosed::size + ko::bulk::copySlack);
+    std::vector<double> numbers(Enclosed::size);
+    auto* const dest = reinterpret_cast<unsigned char*>(numbers.data());
+    for (unsigned long length = 1; length < 3000; length += 1 + length / 100) {
+        std::string text = digits(random, 1);
+        while (text.size() < length)
+            text += random.oneIn(6) ? ' ' + wideNumber(random) : digits(random, 1);
+        text.resize(length);
+        for (const std::string_view placed : {enclosed.atBegin(text), enclosed.atEnd(text)}) {
+            operations().copyNumbers(placed.data(), placed.data() + length, to.data(),
+                                     Group::Parens);
+            operations().countBreaks(placed);
+            for (const DataType type : scalarTypes)
+                operations().convertNumbers(placed, type, dest, Enclosed::size);
+        }
+    }
+}
+
 TEST_P(Converting, ReadsRandomTextsOfFewCharacters) {
     Random random(8);
     for (int round = 0; round < 30000; ++round) {
@@ -1043,6 +1171,17 @@ TEST(TextBuilder, KeepsItsTextThroughAnyGrowth) {
             expected += piece;
         }
         if (round % 4 == 0) continue;  // a text that nobody takes
+        ASSERT_NO_FATAL_FAILURE(expectText(expected, builder.take()));
+    }
+}
+
+TEST(TextBuilder, KeepsLargeTexts) {
+    for (const unsigned long length : {60'000UL, 70'000UL, 1'050'000UL, 17'000'000UL}) {
+        const std::string expected = sample(length);
+        TextBuilder builder;
+        for (unsigned long done = 0; done < length; done += 1000)
+            builder.append(std::string_view(expected).substr(done, 1000));
+        ASSERT_EQ(length, builder.size());
         ASSERT_NO_FATAL_FAILURE(expectText(expected, builder.take()));
     }
 }
