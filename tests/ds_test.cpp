@@ -351,6 +351,24 @@ TEST(HashMapTest, KeysComeBucketByBucketInOrderOfInsertion) {
                                                       "third in 2", "in 255"}));
 }
 
+TEST(HashMapTest, NodesAreVisitedInOrderOfInsertionToo) {
+    KeyMap map;
+    for (unsigned long i = 0; i < 1000; ++i)
+        map.insert({i * 7 % 1000, ""}, std::to_string(i));
+    unsigned long expected = 0;
+    map.forEachInserted(
+        [&](const KeyMap::Node& node) { EXPECT_EQ(node.value, std::to_string(expected++)); });
+    EXPECT_EQ(expected, 1000U);
+}
+
+TEST(HashMapTest, NodesStayWhereTheyAre) {
+    KeyMap map;
+    const KeyMap::Node* const first = &map.insert({1, ""}, "one");
+    for (unsigned long i = 2; i < 1000; ++i)
+        map.insert({i, ""}, "");
+    EXPECT_EQ(first, map.findNode({1, ""}));
+}
+
 TEST(HashMapTest, ListIsInsertedInItsOrder) {
     const KeyMap map = {{{2, "a"}, "1"}, {{1, "b"}, "2"}, {{258, "c"}, "3"}};
     EXPECT_EQ(map.size(), 3U);

@@ -203,6 +203,28 @@ TEST(AttrDataTest, HoldsTextUpToANul) {
     }
 }
 
+TEST(AttrDataTest, BecomesTextInPlace) {
+    AttrData data = AttrData::ofInt(7);
+    data.setText("a\0b"sv);
+    EXPECT_EQ(data.type, AttrType::String);
+    EXPECT_STREQ(data.text(), "a");
+    freePayload(data);
+}
+
+TEST(AttrDataTest, BecomesNothingWhateverItWas) {
+    for (int code = 0; code <= static_cast<int>(AttrType::Object); ++code) {
+        AttrData data;
+        data.type = static_cast<AttrType>(code);
+        const bool isMatrix = data.type == AttrType::Mat3 || data.type == AttrType::Mat4;
+        const unsigned long used = isMatrix ? std::size(data.value) : 5;
+        std::fill_n(data.value, used, ~0UL);
+        data.clear();
+        EXPECT_EQ(data.type, AttrType::Null);
+        for (const std::uint64_t word : data.value)
+            EXPECT_EQ(word, 0U) << code;
+    }
+}
+
 TEST(AttrDataTest, TextOfNoPayloadIsEmpty) {
     EXPECT_STREQ(AttrData::defaultOf(AttrType::String).text(), "");
 }

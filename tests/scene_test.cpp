@@ -27,6 +27,7 @@ using ko::String;
 using ko::mirel_sdk::AttrType;
 using ko::mirel_sdk::impl::AttrData;
 using ko::mirel_sdk::impl::Chain;
+using ko::mirel_sdk::impl::FoundInput;
 using ko::mirel_sdk::impl::Input;
 using ko::mirel_sdk::impl::KVX_FILE_VERSION_1;
 using ko::mirel_sdk::impl::NamedList;
@@ -269,6 +270,30 @@ TEST(SceneNodeTest, NodesAreAForwardRange) {
 }
 
 // --- definitions
+
+TEST(SceneNodeTest, NodeIsFoundOrCreated) {
+    Scene scene;
+    Node* const made = scene.findOrCreateNode("sphere", "ball");
+    ASSERT_NE(made, nullptr);
+    EXPECT_EQ(made->type(), "sphere");
+    EXPECT_EQ(scene.findOrCreateNode("cube", "ball"), made);
+    EXPECT_EQ(scene.nodeCount(), 1U);
+    EXPECT_EQ(scene.findOrCreateNode("", "other"), nullptr);
+    EXPECT_EQ(scene.findOrCreateNode("sphere", ""), nullptr);
+}
+
+TEST(SceneNodeTest, InputIsFoundOrCreated) {
+    Scene scene;
+    Node& node = *scene.createNode("sphere", "ball", "");
+    const FoundInput made = node.findOrCreate("list", AttrType::Array, AttrType::Int);
+    ASSERT_NE(made.input, nullptr);
+    EXPECT_TRUE(made.isNew);
+    EXPECT_EQ(made.input->arrayType(), AttrType::Int);
+    const FoundInput found = node.findOrCreate("list", AttrType::Real, AttrType::Null);
+    EXPECT_EQ(found.input, made.input);
+    EXPECT_FALSE(found.isNew);
+    EXPECT_EQ(node.findOrCreate("[0]", AttrType::Real, AttrType::Null).input, nullptr);
+}
 
 TEST(SceneDefinitionTest, HasItsTypeAsItsName) {
     Scene scene;

@@ -131,6 +131,52 @@ TEST(StringTest, CountNeedsNoTerminatorBehindTheText) {
     EXPECT_EQ(str(String(open.data(), open.size())), "abc");
 }
 
+// Texts of every length around the one that still stands in the String itself.
+std::vector<std::string> textsOfAnyLength() {
+    std::vector<std::string> texts;
+    for (unsigned long length = 0; length < 40; ++length)
+        texts.push_back(std::string("0123456789abcdefghijklmnopqrstuvwxyz+-*/").substr(0, length));
+    return texts;
+}
+
+TEST(StringTest, BecomesATextInPlaceOfAnyOther) {
+    for (const std::string& former : textsOfAnyLength()) {
+        for (const std::string& text : textsOfAnyLength()) {
+            String changed{std::string_view(former)};
+            const String copy = changed;
+            changed.assign(std::string_view(text));
+            EXPECT_EQ(str(changed), text);
+            EXPECT_EQ(changed.buf()[text.size()], '\0');
+            EXPECT_EQ(changed.hash(), String(std::string_view(text)).hash());
+            EXPECT_TRUE(changed == String(std::string_view(text)));
+            EXPECT_EQ(str(copy), former);
+        }
+    }
+}
+
+TEST(StringTest, BecomesACharacterInPlaceOfAnyText) {
+    for (const std::string& former : textsOfAnyLength()) {
+        for (const char c : {'x', '\0', '\xFF'}) {
+            String changed{std::string_view(former)};
+            changed.assign(c);
+            EXPECT_TRUE(changed == String(c)) << former;
+            EXPECT_EQ(changed.len(), 1U);
+        }
+    }
+}
+
+TEST(StringTest, BecomesTheFirstOfSixteenCharacters) {
+    for (const std::string& former : textsOfAnyLength()) {
+        for (unsigned long length = 0; String::fitsShort(length); ++length) {
+            const std::string_view text = "fedcba9876543210";
+            String changed{std::string_view(former)};
+            changed.assignShort(text.data(), length);
+            EXPECT_TRUE(changed == String(text.substr(0, length))) << former << ' ' << length;
+            EXPECT_EQ(changed.buf()[length], '\0');
+        }
+    }
+}
+
 TEST(StringTest, LiteralsConvertByThemselves) {
     const String text = "literal";
     EXPECT_EQ(str(text), "literal");

@@ -109,26 +109,26 @@ class Lexer {
     // The lookahead and what is at hand behind it; not at the end of the input.
     std::string_view ahead() const;
     // Consumes that many characters of `ahead()`, at least one; no line break among them, or any.
-    void skipInLine(unsigned long count);
+    inline void skipInLine(unsigned long count);
     void skip(unsigned long count);
-    void moveTo(const char* to, unsigned long count);
-    void fetch();
+    inline void moveTo(const char* to, unsigned long count);
+    inline void fetch();
     void fetchRun();
 
-    void skipBlanks();
-    void skipBlankRun();
+    inline void skipBlanks();
+    inline void skipBlankRun();
     void skipLongBlankRun();
     unsigned take(chars::Class belonging, String& text);
     String takeAcross(chars::Class belonging);
 
     // As `nextToken`, in the place of another one.
     void read(Token& t);
-    void readSign(Token::Type type, Token& t);
+    inline void readSign(Token::Type type, Token& t);
     void readId(Token& t);
-    bool takeShortId(String& text);
+    inline bool takeShortId(String& text);
     static void becomeIf(std::string_view word, Token::Type type, Token& t);
     void readNumber(Token& t);
-    void finish(Token::Type type, Token& t) const;
+    inline void finish(Token::Type type, Token& t) const;
     Token comment();
     Token string();
     Token stringAcross();
