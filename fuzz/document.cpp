@@ -1,0 +1,19 @@
+// A whole document from a string, dumped afterwards.
+#include <ko/scene.h>
+
+#include <cstdint>
+
+#include "reading.h"
+#include "target.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    ko::mirel_sdk::impl::Scene scene;
+    kvt::fuzz::prepare(scene);
+    // Every other text may ask for buffers of any size. The text form shows just their beginning.
+    const bool isLimited = size % 2 == 0;
+    if (!isLimited) scene.setBufferLimit(~0UL);
+    const bool ok = kvt::fuzz::readText(scene, kvt::fuzz::textOf(data, size)).ok;
+    kvt::fuzz::dumpedText(scene, ok);
+    if (isLimited) kvt::fuzz::dumpedJson(scene, ok);
+    return 0;
+}
