@@ -19,8 +19,9 @@ std::string_view textOf(const std::uint8_t* data, std::size_t size);
 // A number that depends on every byte of the text.
 std::uint64_t fingerprint(std::string_view text);
 
-// Registers the node types of the test documents, and sets limits that keep each reading short.
-void prepare(ko::mirel_sdk::impl::Scene& scene);
+// Registers the node types of the test documents if `documents` name any of them, and sets limits
+// that keep each reading short.
+void prepare(ko::mirel_sdk::impl::Scene& scene, std::string_view documents);
 
 // What an entry point did.
 struct Reading {

@@ -76,9 +76,9 @@ struct Outcome {
 };
 
 template <class Read>
-Outcome outcomeOf(Read readInto) {
+Outcome outcomeOf(std::string_view text, Read readInto) {
     Scene scene;
-    kvt::fuzz::prepare(scene);
+    kvt::fuzz::prepare(scene, text);
     const Reading reading = readInto(scene);
     return {reading.log, kvt::fuzz::dumpedJson(scene, reading.ok)};
 }
@@ -95,12 +95,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string_view text = withoutByteOrderMark(bytes);
     ko::bulk::usePath(Path::Plain);
     const Outcome expected =
-        outcomeOf([&](Scene& scene) { return kvt::fuzz::readText(scene, text); });
+        outcomeOf(text, [&](Scene& scene) { return kvt::fuzz::readText(scene, text); });
     if (ko::bulk::hasPath(Path::Avx2)) ko::bulk::usePath(Path::Avx2);
-    requireSame(expected, outcomeOf([&](Scene& scene) { return readBlocks(scene, text); }));
+    requireSame(expected, outcomeOf(text, [&](Scene& scene) { return readBlocks(scene, text); }));
     // Opening a file takes longer than reading a short one.
     const bool fromFile = fingerprint(bytes) % 4 == 0;
-    requireSame(expected, outcomeOf([&](Scene& scene) {
+    requireSame(expected, outcomeOf(text, [&](Scene& scene) {
                     return fromFile ? readFile(scene, bytes)
                                     : kvt::fuzz::readBytes(scene, bytes, false);
                 }));

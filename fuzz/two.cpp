@@ -112,9 +112,9 @@ bool readDocument(Scene& scene, std::string_view document, unsigned before) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    Scene scene;
-    kvt::fuzz::prepare(scene);
     std::string_view rest = kvt::fuzz::textOf(data, size);
+    Scene scene;
+    kvt::fuzz::prepare(scene, rest);
     bool ok = readDocument(scene, takeDocument(rest), 0);
     while (!rest.empty()) {
         rest.remove_prefix(1);
