@@ -5,7 +5,8 @@
 namespace kvt::fuzz {
 
 Characters Characters::ofString(std::string_view text) {
-    return Characters(text.empty() ? std::string_view("", 1) : text);
+    static constexpr char terminator = '\0';
+    return Characters(text.empty() ? std::string_view(&terminator, 1) : text);
 }
 
 signed char Characters::consume() {

@@ -39,4 +39,7 @@ Reading readBytes(ko::mirel_sdk::impl::Scene& scene, std::string_view text, bool
 std::string dumpedText(const ko::mirel_sdk::impl::Scene& scene, bool ok);
 std::string dumpedJson(const ko::mirel_sdk::impl::Scene& scene, bool ok);
 
+// Reads a document into a scene of its own and dumps that.
+void readAndDump(std::string_view document);
+
 }  // namespace kvt::fuzz
