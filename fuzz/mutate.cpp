@@ -17,6 +17,7 @@
 #include <fstream>
 #include <iterator>
 #include <new>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -77,7 +78,9 @@ bool isDocument(const fs::path& file) {
     return !file.has_extension() || file.extension() == ".kvt";
 }
 
-void addDocuments(const fs::path& path, std::vector<Document>& documents) {
+// Adds those that are not too large and whose text is not among `texts` yet.
+void addDocuments(const fs::path& path, std::set<std::string>& texts,
+                  std::vector<Document>& documents) {
     std::vector<fs::path> files;
     if (fs::is_directory(path)) {
         for (const fs::directory_entry& entry : fs::directory_iterator(path))
@@ -88,7 +91,8 @@ void addDocuments(const fs::path& path, std::vector<Document>& documents) {
     std::sort(files.begin(), files.end());
     for (const fs::path& file : files) {
         std::string text = contents(file);
-        if (text.size() <= largestDocument) documents.push_back({file.string(), std::move(text)});
+        if (text.size() > largestDocument || !texts.insert(text).second) continue;
+        documents.push_back({file.string(), std::move(text)});
     }
 }
 
@@ -189,8 +193,9 @@ void startWorker(const std::vector<Document>& documents, unsigned long every, Bo
 
 int mutateAll(const Options& options) {
     std::vector<Document> documents;
+    std::set<std::string> texts;
     for (const std::string& path : options.paths)
-        addDocuments(path, documents);
+        addDocuments(path, texts, documents);
     if (documents.empty()) throw std::runtime_error("no documents");
     const unsigned long total = countMutants(documents) / options.every;
     Board& board = makeBoard();

@@ -1,4 +1,4 @@
-// Several documents into one scene, with removals between them. Bytes 0xFF, which end a document
+// Up to four documents into one scene, with removals between them. Bytes 0xFF, which end a document
 // anyway, separate them; the byte behind one says what happens before the next document.
 #include <ko/scene.h>
 
@@ -19,6 +19,8 @@ using ko::mirel_sdk::impl::Scene;
 using kvt::fuzz::require;
 
 constexpr char separator = '\xFF';
+// More add time, but nothing new.
+constexpr int mostDocuments = 4;
 
 // What the bits of the byte behind a separator ask for.
 enum Before : unsigned {
@@ -116,7 +118,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Scene scene;
     kvt::fuzz::prepare(scene, rest);
     bool ok = readDocument(scene, takeDocument(rest), 0);
-    while (!rest.empty()) {
+    for (int documents = 1; documents < mostDocuments && !rest.empty(); ++documents) {
         rest.remove_prefix(1);
         const unsigned before = takeByte(rest);
         change(scene, before);
