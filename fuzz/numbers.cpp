@@ -1,5 +1,6 @@
 // The text as a number of every type, as a math value and as the numbers of a buffer, against an
-// independent reading. What is refused leaves its target as it was.
+// independent reading. What is refused leaves its target as it was. The first bytes are taken for
+// reals as well, so that texts come up that lie as close as can be to halfway between two reals.
 #include <ko/foundation.h>
 #include <ko/kvtparser.h>
 #include <ko/math.h>
@@ -8,11 +9,14 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "number_reference.h"
@@ -47,6 +51,35 @@ void checkReal(const String& text) {
     Real found = untouched;
     require(String::parse(text, found) == expected.has_value(), "a real that one side refuses");
     require(isSame(expected.value_or(untouched), found), "different reals");
+}
+
+// `number` with so many digits behind the point.
+template <class Real>
+void checkPrinted(Real number, int digits) {
+    if (!std::isfinite(number)) return;
+    char text[64];
+    std::snprintf(text, sizeof text, "%.*Le", digits, static_cast<long double>(number));
+    checkReal<float>(String(text));
+    checkReal<double>(String(text));
+}
+
+// A long double holds what lies halfway between two doubles.
+template <class Real>
+void checkAround(const std::uint8_t* bytes, int digits) {
+    Real number = 0;
+    std::memcpy(&number, bytes, sizeof number);
+    const Real next = std::nextafter(number, std::numeric_limits<Real>::infinity());
+    using Wider = std::conditional_t<std::is_same_v<Real, float>, double, long double>;
+    checkPrinted(number, digits);
+    checkPrinted((Wider(number) + Wider(next)) / 2, digits);
+}
+
+void checkBits(const std::uint8_t* bytes, std::size_t size) {
+    constexpr int mostDigits = 40;
+    if (size <= sizeof(double)) return;
+    const int digits = bytes[sizeof(double)] % mostDigits;
+    checkAround<float>(bytes, digits);
+    checkAround<double>(bytes, digits);
 }
 
 void checkBool(const String& text) {
@@ -224,5 +257,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     checkValues<VecT<2, double>, VecT<3, double>, VecT<4, double>, PosT<2, double>, PosT<3, double>,
                 QuatT<double>, RgbaT<double>, MatT<3, double>, MatT<4, double>>(text);
     checkBuffers(bytes);
+    checkBits(data, size);
     return 0;
 }
