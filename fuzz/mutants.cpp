@@ -17,6 +17,7 @@ std::string_view nameOf(Change change) {
     switch (change) {
         case Change::Cut: return "cut";
         case Change::Byte: return "byte";
+        case Change::Insert: return "insert";
         case Change::Delete: return "delete";
         case Change::Double: return "double";
         case Change::Swap: return "swap";
@@ -41,7 +42,8 @@ Mutants::Mutants(std::string document) : document_(std::move(document)) {
 unsigned long Mutants::count(Change change) const {
     switch (change) {
         case Change::Cut: return document_.size();
-        case Change::Byte: return document_.size() * tellingBytes.size();
+        case Change::Byte:
+        case Change::Insert: return document_.size() * tellingBytes.size();
         case Change::Delete:
         case Change::Double: return tokens_.size();
         case Change::Swap: return tokens_.empty() ? 0 : tokens_.size() - 1;
@@ -51,9 +53,10 @@ unsigned long Mutants::count(Change change) const {
 
 std::string Mutants::make(Change change, unsigned long index) const {
     if (change == Change::Cut) return document_.substr(0, index);
-    if (change == Change::Byte) {
+    if (change == Change::Byte || change == Change::Insert) {
         const unsigned long at = index / tellingBytes.size();
-        return withMiddle(at, tellingBytes.substr(index % tellingBytes.size(), 1), at + 1);
+        const std::string_view byte = tellingBytes.substr(index % tellingBytes.size(), 1);
+        return withMiddle(at, byte, change == Change::Byte ? at + 1 : at);
     }
     const Token token = tokens_[index];
     if (change == Change::Delete) return withMiddle(token.begin, {}, token.end);

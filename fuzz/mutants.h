@@ -10,13 +10,14 @@ namespace kvt::fuzz {
 enum class Change {
     Cut,     // the document ends here
     Byte,    // one byte is another one
+    Insert,  // there is one byte more
     Delete,  // a token is missing
     Double,  // a token stands twice
     Swap,    // two neighbouring tokens have changed places
 };
 
-inline constexpr Change changes[] = {Change::Cut, Change::Byte, Change::Delete, Change::Double,
-                                     Change::Swap};
+inline constexpr Change changes[] = {Change::Cut,    Change::Byte,   Change::Insert,
+                                     Change::Delete, Change::Double, Change::Swap};
 
 // "cut", "byte" and so on.
 std::string_view nameOf(Change change);
