@@ -148,6 +148,7 @@ struct Reason {
 constexpr Reason reasons[] = {
     {EACCES, "Permission denied"},
     {EBADF, "Bad file descriptor"},
+    {ECONNRESET, "Connection reset by peer"},
     {EFBIG, "File too large"},
     {EINVAL, "Invalid argument"},
     {EIO, "Input/output error"},

@@ -10,6 +10,17 @@
 #include <cstdint>
 #endif
 
+#if defined(__SANITIZE_ADDRESS__)
+#define KO_ADDRESS_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define KO_ADDRESS_SANITIZER 1
+#endif
+#endif
+#ifdef KO_ADDRESS_SANITIZER
+#include <sanitizer/asan_interface.h>
+#endif
+
 namespace ko::memory {
 
 #ifdef __linux__
@@ -31,6 +42,12 @@ void adviseLarge(void* memory, unsigned long bytes) noexcept {
 void adviseLarge(void*, unsigned long) noexcept {}
 
 #endif
+
+void forbid([[maybe_unused]] void* memory, [[maybe_unused]] unsigned long bytes) noexcept {
+#ifdef KO_ADDRESS_SANITIZER
+    ASAN_POISON_MEMORY_REGION(memory, bytes);
+#endif
+}
 
 }  // namespace ko::memory
 

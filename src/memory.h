@@ -7,4 +7,8 @@ namespace ko::memory {
 // then hands a large block out in large pages: touching it for the first time costs a fraction.
 void adviseLarge(void* memory, unsigned long bytes) noexcept;
 
+// Nobody uses these bytes until their block is freed: AddressSanitizer, where it is on, tells who
+// does.
+void forbid(void* memory, unsigned long bytes) noexcept;
+
 }  // namespace ko::memory

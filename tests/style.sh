@@ -8,9 +8,9 @@ LC_ALL=C
 export LC_ALL
 
 guides=$(find docs README.md -name '*.md')
-headers=$(find include src tool tests -name '*.h')
+headers=$(find include src tool tests fuzz -name '*.h')
 sources="$headers
-$(find src tool tests cmake -name '*.cpp' -o -name '*.cmake' -o -name '*.in' -o -name '*.sh')
+$(find src tool tests fuzz cmake -name '*.cpp' -o -name '*.cmake' -o -name '*.in' -o -name '*.sh')
 $(find . -name build -prune -o -name CMakeLists.txt -print)
 CMakePresets.json dev .ci/run .clang-format .clang-tidy tests/.clang-tidy"
 failed=0

@@ -44,6 +44,7 @@ class Pool {
         auto* const chunk =
             reinterpret_cast<Chunk*>(reinterpret_cast<char*>(object) - object->poolOffset_);
         object->~T();
+        memory::forbid(object, sizeof(T));
         drop(chunk, 1);
     }
 

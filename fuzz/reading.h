@@ -1,0 +1,45 @@
+// What the targets share: reading documents into scenes and telling what came of it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <ko/scene.h>
+
+namespace kvt::fuzz {
+
+// Ends the process with a message unless `holds`.
+void require(bool holds, const char* what);
+
+std::string_view textOf(const std::uint8_t* data, std::size_t size);
+// A number that depends on every byte of the text.
+std::uint64_t fingerprint(std::string_view text);
+
+// Registers the node types of the test documents if `documents` name any of them, and sets limits
+// that keep each reading short.
+void prepare(ko::mirel_sdk::impl::Scene& scene, std::string_view documents);
+
+// What an entry point did.
+struct Reading {
+    bool ok = false;
+    // A line for each message, and one for an exception. Those that are reported when the document
+    // is at its end come in no certain order, and are sorted.
+    std::vector<std::string> log;
+};
+
+Reading read(const std::function<bool()>& entryPoint);
+Reading readText(ko::mirel_sdk::impl::Scene& scene, std::string_view text);
+Reading readBytes(ko::mirel_sdk::impl::Scene& scene, std::string_view text, bool keepHeader);
+
+// The scene as the tool shows it, in both forms. Ends the process when the form itself is broken.
+std::string dumpedText(const ko::mirel_sdk::impl::Scene& scene, bool ok);
+std::string dumpedJson(const ko::mirel_sdk::impl::Scene& scene, bool ok);
+
+// Reads a document into a scene of its own and dumps that.
+void readAndDump(std::string_view document);
+
+}  // namespace kvt::fuzz
