@@ -11,6 +11,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -144,6 +145,17 @@ TEST(VectorTest, AssignmentReplacesTheElements) {
     EXPECT_EQ(listOf(vector), (std::vector<int>{9}));
     vector = Vector<int>();
     EXPECT_TRUE(vector.isEmpty());
+}
+
+// What holds one and has its operators made for it would end the program when memory ends.
+TEST(VectorTest, OnlyMovesPromiseNotToThrow) {
+    struct Holder {
+        Vector<int> vector;
+    };
+    EXPECT_FALSE(std::is_nothrow_copy_assignable_v<Holder>);
+    EXPECT_FALSE(std::is_nothrow_copy_constructible_v<Holder>);
+    EXPECT_TRUE(std::is_nothrow_move_assignable_v<Holder>);
+    EXPECT_TRUE(std::is_nothrow_move_constructible_v<Holder>);
 }
 
 TEST(VectorTest, AssignmentToItselfKeepsTheElements) {
@@ -349,6 +361,12 @@ TEST(HashMapTest, KeysComeBucketByBucketInOrderOfInsertion) {
     map.insert({0x102, "third in 2"}, "");
     EXPECT_EQ(namesOf(map), (std::vector<std::string>{"in 0", "in 1", "first in 2", "second in 2",
                                                       "third in 2", "in 255"}));
+}
+
+TEST(HashMapTest, OnlyMovesPromiseNotToThrow) {
+    EXPECT_FALSE(std::is_nothrow_copy_assignable_v<KeyMap>);
+    EXPECT_TRUE(std::is_nothrow_move_assignable_v<KeyMap>);
+    EXPECT_TRUE(std::is_nothrow_move_constructible_v<KeyMap>);
 }
 
 TEST(HashMapTest, NodesAreVisitedInOrderOfInsertionToo) {

@@ -23,10 +23,12 @@ class Vector {
         : data_(std::move(other.data_)),
           size_(std::exchange(other.size_, 0)),
           capacity_(std::exchange(other.capacity_, 0)) {}
-    Vector& operator=(Vector other) noexcept {
+    // Not one for both, which would promise for copies too that they do not throw.
+    Vector& operator=(const Vector& other) { return *this = Vector(other); }
+    Vector& operator=(Vector&& other) noexcept {
         data_ = std::move(other.data_);
-        size_ = other.size_;
-        capacity_ = other.capacity_;
+        size_ = std::exchange(other.size_, 0);
+        capacity_ = std::exchange(other.capacity_, 0);
         return *this;
     }
     ~Vector() = default;
@@ -119,7 +121,8 @@ class HashMap {
         other.forEachInserted([this](const Node& node) { insert(node.key, node.value); });
     }
     HashMap(HashMap&& other) noexcept { swap(other); }
-    HashMap& operator=(HashMap other) noexcept {
+    HashMap& operator=(const HashMap& other) { return *this = HashMap(other); }
+    HashMap& operator=(HashMap&& other) noexcept {
         swap(other);
         return *this;
     }
