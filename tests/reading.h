@@ -26,6 +26,9 @@ Reading readBytes(ko::mirel_sdk::interfaces::IScene* scene, const std::string& t
 // The scene as `kvt dump --json` prints it.
 std::string jsonOf(const ko::mirel_sdk::impl::Scene& scene, bool ok);
 
+// The scene as `kvt dump` prints it.
+std::string textOf(const ko::mirel_sdk::impl::Scene& scene, bool ok);
+
 // Registers the node types that the golden documents use; their README describes them.
 void registerNodeTypes(ko::mirel_sdk::impl::Scene& scene);
 
