@@ -2,7 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <string_view>
+
+#include <ko/foundation.h>
+#include <ko/kvtparser.h>
+#include <ko/scene.h>
 
 namespace growth {
 
@@ -260,6 +265,30 @@ Document longPrefixes(unsigned long bytes) {
     return plain("t n:" + numberedIn("." + same + "$" + same + "=1;", bytes));
 }
 
+// Connects the inputs whose addresses are alike: as far apart as before in every process, since
+// only where they begin differs. Multiplied by the golden ratio, their middle bits are one in
+// sixteen of what they could be, whatever is added.
+Document addressesAlike(unsigned long bytes) {
+    using namespace ko::mirel_sdk::impl;
+    const unsigned long count = timesIn(".x$=1;", bytes);
+    std::string text = "t n:" + numbered(".x$=1;", count);
+    Scene scene;
+    parseString(&scene, ko::String(std::string_view(text)));
+    Node& node = *scene.findNode("n");
+    constexpr unsigned long share = 16;
+    unsigned long places = 64;
+    while (places < 2 * count / share)
+        places *= 2;
+    const auto address = [&node](unsigned long i) {
+        return reinterpret_cast<std::uintptr_t>(node.inputAt(i));
+    };
+    for (unsigned long i = 0; i < count; ++i) {
+        const unsigned long spread = (address(i) - address(0)) * 0x9E3779B97F4A7C15UL >> 20U;
+        if (spread % places < places / share) text += ".x" + std::to_string(i) + "|=n.o;";
+    }
+    return plain(text);
+}
+
 // --- Values that claim more than they hold ------------------------------------------------------
 
 Document claimsOfOneInput(unsigned long bytes) {
@@ -331,6 +360,7 @@ const std::vector<Shape>& shapes() {
         {"names alike by 33", twinsBy33},
         {"names permuted", permutedNames},
         {"names of long prefixes", longPrefixes},
+        {"addresses alike", addressesAlike},
         {"claims of one input", claimsOfOneInput, 16},
         {"claims of elements", claimsOfManyElements, 16},
         {"compact claims", compactClaims, 16},
