@@ -42,10 +42,12 @@ namespace {
 // Not distinguished from the byte 0xFF, which therefore ends a document.
 constexpr signed char endOfInput = -1;
 
+// Where position, line and column stop.
+constexpr unsigned long largestCounter = std::numeric_limits<std::int32_t>::max();
+
 void add(std::int32_t& counter, unsigned long count) noexcept {
-    constexpr unsigned long largest = std::numeric_limits<std::int32_t>::max();
     const unsigned long sum = static_cast<unsigned long>(counter) + count;
-    counter = static_cast<std::int32_t>(std::min(sum, largest));
+    counter = static_cast<std::int32_t>(std::min(sum, largestCounter));
 }
 
 }  // namespace
@@ -447,8 +449,8 @@ struct Lexer::GroupText {
         while (at != end && !isClosed) {
             if (chars::is(*at, chars::NumberPart)) {
                 endGap(*at);
-                const unsigned long step = std::min(static_cast<unsigned long>(end - at),
-                                                    std::max(shortStep, text.size()));
+                const unsigned long step =
+                    std::min(static_cast<unsigned long>(end - at), longestStep());
                 char* const to = text.reserve(step + bulk::copySlack);
                 const bulk::Copied copied =
                     bulk::operations().copyNumbers(at, at + step, to, rules.group);
@@ -470,8 +472,11 @@ struct Lexer::GroupText {
     }
 
   private:
-    // Room is made for as much as there is already, so that a short group stays in the builder.
-    static constexpr unsigned long shortStep = 128;
+    // As much as there is room for already, so that the text moves only when it is full.
+    unsigned long longestStep() const {
+        constexpr unsigned long shortStep = 128;
+        return std::max(shortStep + bulk::copySlack, text.room()) - bulk::copySlack;
+    }
 
     // The outermost delimiters are kept, those inside dropped.
     void delimiter(char ch) {
@@ -945,7 +950,9 @@ void KvtParser::allocateBuffer(AssignInfo& info, DataType type) {
     }
     info.data = AttrData::declareBuffer(type);
     info.data.value[1] = elements;
-    const unsigned long limit = scene_ ? scene().bufferLimit() : String::npos;
+    // No memory is larger, so none is asked for.
+    constexpr auto largest = static_cast<unsigned long>(std::numeric_limits<std::ptrdiff_t>::max());
+    const unsigned long limit = scene_ ? std::min(scene().bufferLimit(), largest) : largest;
     if (elements > limit / elementSize(type)) parseError(invalidCount, written);
     const unsigned long bytes = elements * elementSize(type);
     info.data.value[2] = bytes;
@@ -1028,10 +1035,9 @@ void KvtParser::AssignInfo::clear() {
 }
 
 String KvtParser::AssignInfo::valueString() const {
-    constexpr unsigned long longest = 20;
     String text = token0.text;
     if (token1.type > Token::Invalid) text = text + "[]";
-    return text.len() > longest ? text.substring(0, longest) + "..." : text;
+    return text.len() > longestShown ? text.substring(0, longestShown) + "..." : text;
 }
 
 // A walk along the target path of an assignment.

@@ -8,6 +8,7 @@
 #include <random>
 #include <string>
 
+#include <ko/ds.h>
 #include <ko/foundation.h>
 
 #include "ascii.h"
@@ -101,6 +102,7 @@ bool equal(std::string_view a, std::string_view b, bool ignoreCase) noexcept {
 struct HashKeys {
     Wide words[2] = {randomWide(), randomWide()};
     unsigned long point = 1 + randomBits() % (hashPrime - 1);
+    unsigned long odd = randomBits() | 1U;
 
     static Wide randomWide() noexcept { return Wide(randomBits()) << 64 | randomBits(); }
 };
@@ -135,6 +137,8 @@ unsigned long hashLong(std::string_view text) noexcept {
 }
 
 }  // namespace
+
+unsigned long ds::oddRandom() noexcept { return hashKeys().odd; }
 
 // Whoever does not know the keys cannot choose texts that collide.
 unsigned long hashText(std::string_view text) noexcept {

@@ -33,6 +33,8 @@ class TextBuilder {
         end_ += text.size();
     }
 
+    // Characters that fit in before the text must move.
+    unsigned long room() const noexcept { return static_cast<unsigned long>(limit_ - end_); }
     // Room for `count` more characters behind the text, for `finishAt` to take in.
     char* reserve(unsigned long count) {
         if (count > static_cast<unsigned long>(limit_ - end_)) grow(count);

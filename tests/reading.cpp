@@ -13,7 +13,9 @@
 #include <utility>
 
 #include "dump_json.h"
+#include "dump_text.h"
 #include "output.h"
+#include "terminal.h"
 
 namespace kvt::test {
 
@@ -57,18 +59,30 @@ Reading readBytes(IScene* scene, const std::string& text, bool keepHeader) {
     });
 }
 
-std::string jsonOf(const Scene& scene, bool ok) {
+namespace {
+
+std::string written(const std::function<void(OutputStream&)>& write) {
     char* chars = nullptr;
     std::size_t size = 0;
     std::FILE* const stream = open_memstream(&chars, &size);
     {
         OutputStream out(stream);
-        dumpJson(out, scene, ok);
+        write(out);
     }
     std::fclose(stream);
-    std::string json(chars, size);
+    std::string text(chars, size);
     std::free(chars);
-    return json;
+    return text;
+}
+
+}  // namespace
+
+std::string jsonOf(const Scene& scene, bool ok) {
+    return written([&](OutputStream& out) { dumpJson(out, scene, ok); });
+}
+
+std::string textOf(const Scene& scene, bool ok) {
+    return written([&](OutputStream& out) { dumpText(out, scene, ok, noColours); });
 }
 
 std::vector<fs::path> documents(const fs::path& folder) {

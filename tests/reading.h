@@ -27,6 +27,8 @@ Reading readBytes(ko::mirel_sdk::interfaces::IScene* scene, const std::string& t
 
 // The scene as `kvt dump --json` prints it.
 std::string jsonOf(const ko::mirel_sdk::impl::Scene& scene, bool ok);
+// The scene as `kvt dump` prints it.
+std::string textOf(const ko::mirel_sdk::impl::Scene& scene, bool ok);
 
 // The documents of a folder, in the order of their names: the golden ones, or the examples.
 std::vector<std::filesystem::path> documents(

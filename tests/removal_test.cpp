@@ -1,5 +1,6 @@
 // The ends of things: removed nodes, purging, counted references that outlive their node.
 
+#include <ko/kvtparser.h>
 #include <ko/scene.h>
 
 #include <gtest/gtest.h>
@@ -10,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "reading.h"
+
 namespace {
 
 using ko::DataType;
@@ -18,11 +21,14 @@ using ko::String;
 using ko::mirel_sdk::AttrType;
 using ko::mirel_sdk::impl::AttrData;
 using ko::mirel_sdk::impl::Input;
+using ko::mirel_sdk::impl::KvtParser;
 using ko::mirel_sdk::impl::Node;
 using ko::mirel_sdk::impl::NodeType;
 using ko::mirel_sdk::impl::Output;
 using ko::mirel_sdk::impl::Scene;
+using ko::mirel_sdk::impl::StringLexer;
 using ko::mirel_sdk::interfaces::IInput;
+using kvt::test::readText;
 
 // The characters, NULs included, as assertions compare and print them.
 std::string str(const String& text) { return std::string(text.view()); }
@@ -503,6 +509,79 @@ TEST_F(CountedInputTest, OfARegisteredTypeForgetsItsEnumerationWithItsNode) {
     scene_.purgeRemoved();
     EXPECT_EQ(held->enumeration(), nullptr);
     EXPECT_EQ(held->asText(), "draft");
+}
+
+// --- removals by documents
+
+// What a document still uses of a node that it, or another one, removes; the log that follows.
+struct RemovalInDocuments {
+    const char* what;
+    std::vector<const char*> documents;
+    const char* log;
+};
+
+const RemovalInDocuments removals[] = {
+    {"the node of a block",
+     {"t n: .x = 1; remove n; .x = 2.5; .a[3].y = \"text\"; .c |= n.out; .r = n;"},
+     "warning: TYPE WARNING (1,31): narrowing Real to Int @ n.x.\n"
+     "warning: Cannot connect nonexistent node n to n.c.\n"
+     "warning: Cannot assign nonexistent node n to n.r.\nok\n"},
+    {"the node of a block whose name is taken anew",
+     {"t n: .x = 1; remove n; t n; .x = 2; n.x = 3.5; .c |= n.out; .r = n;"},
+     "ok\n"},
+    {"a definition", {"define d; remove d; with d: .x = 1; define d; remove d; remove d;"}, "ok\n"},
+    {"the owner of pending inputs",
+     {"t s; t n: .c |= s.out; .r = s; .a[1].c |= s.out; remove n;"},
+     "ok\n"},
+    {"what pending inputs refer to",
+     {"t s; t n: .c |= s.out; .r = s; remove s;"},
+     "warning: Cannot connect nonexistent node s to n.c.\n"
+     "warning: Cannot assign nonexistent node s to n.r.\nok\n"},
+    {"what pending inputs refer to, and made anew",
+     {"t s; t n: .c |= s.out; .r = s; remove s; t s;"},
+     "ok\n"},
+    {"what an earlier document connected",
+     {"t s; t n: .c |= s.out; .r = s; .a[1].c |= s.out;", "remove s; n.c |= null;"},
+     "ok\nok\n"},
+    {"what an earlier document connected from",
+     {"t s; t n: .c |= s.out; .r = s; .a[1].c |= s.out;", "remove n; s.x |= s.out;"},
+     "ok\nok\n"},
+    {"itself, connected to itself", {"t n: .c |= n.out; .r = n;", "remove n;"}, "ok\nok\n"},
+    {"a node within a failing document",
+     {"t s; t n: .c |= s.out; remove s; .x = ;"},
+     "error: BAD TOKEN (1,38): expected '(scalar|buffer|reference)', found ';'.\nfailed\n"},
+};
+
+TEST(RemovalInDocumentsTest, LeavesNothingThatReachesTheNode) {
+    for (const RemovalInDocuments& row : removals) {
+        SCOPED_TRACE(row.what);
+        Scene scene;
+        std::string log;
+        for (const char* const document : row.documents)
+            log += readText(&scene, document).log;
+        EXPECT_EQ(row.log, log);
+        scene.purgeRemoved();
+        kvt::test::jsonOf(scene, true);
+        EXPECT_EQ("ok\n", readText(&scene, "t n: .z |= n.z; t s: .z |= n.z;").log);
+        EXPECT_EQ("ok\n", readText(&scene, "remove n; s.y |= s.z;").log);
+        kvt::test::jsonOf(scene, true);
+    }
+}
+
+// A statement that documents never reach on their own.
+TEST(RemovalInDocumentsTest, OfADefinitionLeavesItForWith) {
+    Scene scene;
+    StringLexer lexer(String("define d; remove d; with d: .x = 1; "));
+    KvtParser parser;
+    parser.prime(&scene, &lexer);
+    EXPECT_TRUE(parser.parseDefine());
+    EXPECT_TRUE(parser.parseRemove());
+    EXPECT_TRUE(parser.parseWith());
+    EXPECT_TRUE(parser.parseAssign());
+    ASSERT_NE(parser.withNode(), nullptr);
+    EXPECT_TRUE(parser.withNode()->isRemoved());
+    EXPECT_EQ(parser.withNode()->input("x")->asInt(), 1);
+    EXPECT_EQ(scene.nodeCount(), 0U);
 }
 
 }  // namespace

@@ -10,8 +10,11 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <functional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "reading.h"
 
@@ -68,6 +71,7 @@ void expectReading(const std::string& document, const std::string& log) {
             const auto reading = asFile ? readBytes(&scene, document) : readText(&scene, document);
             found = reading.log;
             dumped = kvt::test::jsonOf(scene, reading.ok).size();
+            dumped += kvt::test::textOf(scene, reading.ok).size();
             scene.removeNode("n");
             scene.purgeRemoved();
         });
@@ -107,10 +111,69 @@ TEST(SmallStack, HoldsAPathThatLeadsNowhere) {
                                 "): input '" + path + "' not found..\nfailed\n");
 }
 
+TEST(SmallStack, HoldsNamesOfMegabytes) {
+    const std::string tail(4'000'000, 'x');
+    const std::string node = "n" + tail;
+    const std::string input = node + ".i" + tail;
+    const std::string document = "t" + tail + " " + node + "; " + input + " = 1; " + input +
+                                 " = 2.5; " + node + ".c |= " + node + ".o" + tail + "; " + input +
+                                 " |= gone" + tail + ".o;";
+    const unsigned long column = document.find("= 2.5;") + 5;
+    expectReading(document, "warning: TYPE WARNING (1," + std::to_string(column) +
+                                "): narrowing Real to Int @ " + input +
+                                ".\nwarning: Cannot connect nonexistent node gone" + tail + " to " +
+                                input + ".\nok\n");
+}
+
 TEST(SmallStack, HoldsManyNestedGroups) {
     const std::string open = repeated("(", many);
     const std::string close = repeated(")", many);
     expectReading("t n: .x = vec2(" + open + "1 2" + close + ");", "ok\n");
+}
+
+// --- Groups of nothing
+
+struct GroupCase {
+    const char* what;
+    std::string document;
+    const char* log;
+};
+
+std::vector<GroupCase> groupCases() {
+    const std::string blanks = repeated(" \n\t", many);
+    const std::string separators = repeated("[],", many);
+    const std::string brackets(many, '[');
+    const std::string parens = std::string(many, '(') + std::string(many, ')');
+    return {
+        {"blanks between", "t n: .x = vec2(1" + blanks + "2); .y = float[2] {1" + blanks + "2};",
+         "ok\n"},
+        {"separators between",
+         "t n: .x = vec2(1" + separators + "2); .y = float[2] {1" + separators + "2};", "ok\n"},
+        {"blanks around an index", "t n: .x[" + blanks + "1" + blanks + "] = 2;", "ok\n"},
+        {"blanks around a count", "t n: .x = float[" + blanks + "1" + blanks + "] {1};", "ok\n"},
+        {"brackets before an index", "t n: .x" + brackets + "1] = 2;", "ok\n"},
+        {"blanks in an object", "t n: .x = {" + blanks + "};",
+         "error: TYPE ERROR (100001,2): expected Object @ n.x but found {}.\nok\n"},
+        {"brackets in an array", "t n: .x = " + brackets + "];",
+         "error: TYPE ERROR (1,100011): expected Array @ n.x but found [[[[[[[[[[[[[[[[[[[[....\n"
+         "ok\n"},
+        {"no component", "t n: .x = vec2" + parens + ";",
+         "error: BAD TOKEN (1,200014): expected '(scalar|buffer|reference)', found ';'.\nfailed\n"},
+        {"no number", "t n: .x = float[1] {" + separators + "};",
+         "warning: Too few elements (0) for float[1] buffer, remainder set to zero.\nok\n"},
+        {"no end", "t n: .x = float[1] {" + blanks + std::string(many, '{'),
+         "error: BAD TOKEN (1,18): expected ';', found '[1]'.\nfailed\n"},
+        {"no bracket at the end", "t n: .x" + brackets,
+         "error: PARSE ERROR (1,7): unrecognized token 'UNEXPECTED EOF while parsing BRACKETS'..\n"
+         "failed\n"},
+    };
+}
+
+TEST(SmallStack, HoldsGroupsOfNothing) {
+    for (const GroupCase& each : groupCases()) {
+        SCOPED_TRACE(each.what);
+        expectReading(each.document, each.log);
+    }
 }
 
 // --- Breadth
@@ -135,6 +198,31 @@ TEST(ManyNodes, AreRemoved) {
         document += "remove n" + std::to_string(i) + ";\n";
     Scene scene;
     EXPECT_EQ("ok\n", readText(&scene, document).log);
+    EXPECT_EQ(0U, scene.nodeCount());
+}
+
+// Each is connected to the next one and refers to the first.
+TEST(ManyNodes, AreRemovedInReverse) {
+    std::string document;
+    for (int i = 0; i < many; ++i)
+        document += "t n" + std::to_string(i) + ": .c |= n" + std::to_string((i + 1) % many) +
+                    ".out; .r = n0;\n";
+    Scene scene;
+    EXPECT_EQ("ok\n", readText(&scene, document).log);
+    std::string removals;
+    for (int i = many; i-- > 1;)
+        removals += "remove n" + std::to_string(i) + ";\n";
+    EXPECT_EQ("ok\n", readText(&scene, removals).log);
+    EXPECT_EQ(1U, scene.nodeCount());
+    EXPECT_EQ(nullptr, scene.findNode("n0")->input("c")->connection());
+    EXPECT_EQ(scene.findNode("n0"), scene.findNode("n0")->input("r")->nodeReference());
+    scene.purgeRemoved();
+    EXPECT_EQ("ok\n", readText(&scene, "t n1; n0.c |= n1.out;").log);
+}
+
+TEST(ManyNodes, AreRemovedUnderOneName) {
+    Scene scene;
+    EXPECT_EQ("ok\n", readText(&scene, repeated("t n: .x = 1; remove n;\n", many)).log);
     EXPECT_EQ(0U, scene.nodeCount());
 }
 
@@ -197,6 +285,32 @@ TEST(ManyConnections, OfOneInputLeaveTheLast) {
     EXPECT_EQ("n.o99999", scene.findNode("n")->input("x")->connection()->fullName().view());
 }
 
+TEST(ManyConnections, AreReplacedByAnotherDocument) {
+    std::string first = "t source; t n:\n";
+    std::string second;
+    for (int i = 0; i < many; ++i) {
+        const std::string name = "x" + std::to_string(i);
+        first += "." + name + " |= source.old;\n";
+        second += "n." + name + " |= source.new;\n";
+    }
+    Scene scene;
+    EXPECT_EQ("ok\n", readText(&scene, first).log);
+    EXPECT_EQ("ok\n", readText(&scene, second).log);
+    Node* const source = scene.findNode("source");
+    EXPECT_TRUE(source->output("old")->connected().isEmpty());
+    const auto connected = source->output("new")->connected();
+    EXPECT_EQ(many, std::distance(connected.begin(), connected.end()));
+}
+
+TEST(ManyElements, AreAppendedUntilTheLimit) {
+    Scene scene;
+    scene.setElementLimit(many);
+    EXPECT_EQ("error: array too large: n.a\nfailed\n",
+              readText(&scene, "t n:\n" + repeated(".a[*] = 1;\n", many + 1)).log);
+    EXPECT_EQ(static_cast<unsigned long>(many), scene.findNode("n")->input("a")->inputCount());
+    EXPECT_EQ("ok\n", readText(&scene, "n.a[99999] = 2;").log);
+}
+
 TEST(ManyElements, AreAppendedToAnArrayOfBuffers) {
     Scene scene;
     const std::string document = "t n:\n" + repeated(".b[*] = float[1] {1};\n", 2 * many);
@@ -221,6 +335,62 @@ TEST(ManyElements, AreAppendedToArraysInArrays) {
     EXPECT_EQ(static_cast<unsigned long>(many), scene.findNode("n")->input("a")->inputCount());
 }
 
+// --- Names that collide in weak hashes
+
+// One of two pairs of letters for each bit of `number`. Where the pairs are alike, so are the names
+// in every hash that multiplies by the same number and adds.
+std::string twin(const char* zero, const char* one, int number) {
+    std::string name;
+    for (int bit = 0; bit < 17; ++bit)
+        name += number >> bit & 1 ? one : zero;
+    return name;
+}
+
+std::vector<std::string> permutations(std::string letters, int count) {
+    std::vector<std::string> names;
+    for (int i = 0; i < count; ++i) {
+        names.push_back(letters);
+        std::next_permutation(letters.begin(), letters.end());
+    }
+    return names;
+}
+
+template <class Make>
+std::vector<std::string> namesFrom(Make make) {
+    std::vector<std::string> names;
+    for (int i = 0; i < many / 2; ++i)
+        names.push_back(make(i));
+    return names;
+}
+
+// Each names a node and an input of one node.
+void expectNamesToldApart(const std::vector<std::string>& names) {
+    std::string document = "t all__:\n";
+    for (const std::string& name : names)
+        document += "t " + name + "; ." + name + " |= all__." + name + ";\n";
+    Scene scene;
+    EXPECT_EQ("ok\n", readText(&scene, document).log);
+    EXPECT_EQ(names.size() + 1, scene.nodeCount());
+    Node* const all = scene.findNode("all__");
+    EXPECT_EQ(names.size(), all->inputCount());
+    EXPECT_EQ(names.size(), all->outputCount());
+    for (const std::string& name : names) {
+        const String text(name);
+        ASSERT_NE(nullptr, scene.findNode(text));
+        ASSERT_EQ(all->findOutput(text), all->input(text)->connection());
+    }
+}
+
+TEST(CollidingNames, AreToldApart) {
+    const std::string same(200, 'x');
+    expectNamesToldApart(namesFrom([](int i) { return twin("Aa", "BB", i); }));
+    expectNamesToldApart(namesFrom([](int i) { return twin("Ez", "FY", i); }));
+    expectNamesToldApart(permutations("abcdefghij", many / 2));
+    expectNamesToldApart(permutations("abcdefghijklmnopqrst", many / 2));
+    expectNamesToldApart(namesFrom([&](int i) { return same + std::to_string(i); }));
+    expectNamesToldApart(namesFrom([&](int i) { return "x" + std::to_string(i) + same; }));
+}
+
 // --- Size
 
 TEST(LongTexts, AreRead) {
@@ -239,6 +409,22 @@ TEST(LongTexts, AreRead) {
     EXPECT_EQ(std::string_view::npos, found.find_first_not_of('x'));
 }
 
+TEST(LongTexts, AreComments) {
+    const std::string comment = "#" + repeated("text: ", 11'000'000);
+    Scene scene;
+    EXPECT_EQ("ok\n", readText(&scene, comment + "\nt n;").log);
+    ASSERT_EQ(1U, scene.comments().size());
+    EXPECT_TRUE(scene.comments()[0].view() == comment);
+    EXPECT_EQ(1U, scene.nodeCount());
+}
+
+TEST(LongTexts, AreResolved) {
+    Scene scene;
+    EXPECT_EQ("ok\n",
+              readBytes(&scene, "t n: .x = \"" + repeated(R"(\\\x41)", 1'000'000) + "\";").log);
+    EXPECT_TRUE(repeated("\\A", 1'000'000) == scene.findNode("n")->input("x")->asText());
+}
+
 TEST(LongTexts, AreRefusedWithAShortMessage) {
     Scene scene;
     const std::string text(1'000'000, 'x');
@@ -255,6 +441,41 @@ TEST(LongBuffers, AreRead) {
         "ok\n",
         readText(&scene, "t n; n.x = vec3f[1000000] {" + repeated("0.5 ", numbers) + "};").log);
     EXPECT_EQ(0.5F, scene.findNode("n")->input("x")->asBufferOf<float>()[numbers - 1]);
+}
+
+TEST(LongBuffers, MayHoldLessThanTheyClaim) {
+    constexpr unsigned long claimed = 1UL << 28;
+    const std::string count = std::to_string(claimed);
+    const std::string warning = "warning: Too few elements (1) for byte[" + count +
+                                "] buffer, remainder set to zero.\nok\n";
+    const struct {
+        const char* data;
+        std::string log;
+    } rows[] = {{"{42}", warning}, {"{.2a}", "ok\n"}, {"{.+102a}", "ok\n"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.data);
+        Scene scene;
+        EXPECT_EQ(row.log, readText(&scene, "t n: .x = byte[" + count + "] " + row.data + ";").log);
+        const ko::mirel_sdk::impl::BufferView buffer = scene.findNode("n")->input("x")->asBuffer();
+        EXPECT_EQ(claimed, buffer.count);
+        const auto* const bytes = static_cast<const unsigned char*>(buffer.data);
+        EXPECT_EQ(42, bytes[0]);
+        EXPECT_EQ(0, bytes[1]);
+        EXPECT_EQ(0, bytes[claimed - 1]);
+    }
+}
+
+TEST(LongNumbers, AreRead) {
+    Scene scene;
+    const std::string zeros(4'000'000, '0');
+    const std::string sevens(4'000'000, '7');
+    EXPECT_EQ("ok\n", readText(&scene, "t n: .i = " + zeros + "7; .r = 0." + sevens +
+                                           "; .e = double[1] {1." + sevens + "e-" + zeros + "1};")
+                          .log);
+    const Node& node = *scene.findNode("n");
+    EXPECT_EQ(7, node.input("i")->asInt());
+    EXPECT_EQ(7.0 / 9, node.input("r")->asReal());
+    EXPECT_EQ(0.17777777777777778, node.input("e")->asBufferOf<double>()[0]);
 }
 
 // --- Messages

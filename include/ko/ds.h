@@ -93,6 +93,8 @@ class Vector {
 
 // An array of a map, from `new`: a large one comes in large pages, where the system has them.
 void* allocateArray(std::size_t bytes);
+// An odd number that is drawn once a process.
+unsigned long oddRandom() noexcept;
 
 // A map of 256 inline buckets, chosen by the lowest byte of a key's hash: `key.hash()`, or the
 // address for pointers. Keys match by hash alone. Nothing is ever removed, and nodes never move.
@@ -131,6 +133,7 @@ class HashMap {
         std::swap(buckets_, other.buckets_);
         std::swap(blocks_, other.blocks_);
         std::swap(slots_, other.slots_);
+        std::swap(factor_, other.factor_);
         std::swap(size_, other.size_);
     }
 
@@ -277,10 +280,11 @@ class HashMap {
         return nullptr;
     }
 
-    // Where `hash` stands or would stand. Addresses differ in the middle bits, so those are spread.
+    // Where `hash` stands or would stand. A document can choose the addresses of its inputs among
+    // each other: a factor that it does not know spreads them over the highest bits.
     unsigned long place(unsigned long hash) const noexcept {
         const unsigned long mask = slots_.size() - 1;
-        unsigned long at = (hash * 0x9E3779B97F4A7C15UL >> 20) & mask;
+        unsigned long at = hash * factor_ >> __builtin_clzl(mask);
         while (slots_[at].node && slots_[at].node->hash != hash)
             at = (at + 1) & mask;
         return at;
@@ -297,6 +301,7 @@ class HashMap {
         while (size < 2 * nodes)
             size *= 2;
         slots_ = Vector<Slot>::ofSize(size);
+        factor_ = oddRandom();
         for (Block& block : blocks_)
             for (Node& node : block)
                 index(node);
@@ -311,6 +316,7 @@ class HashMap {
     Bucket buckets_[bucketCount];
     Vector<Block> blocks_;
     Vector<Slot> slots_;  // none, or a power of two of them
+    unsigned long factor_ = 1;
     unsigned long size_ = 0;
 };
 

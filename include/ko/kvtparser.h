@@ -190,7 +190,9 @@ class KvtParser {
 
         // As just made, but with the memory that its paths have.
         void clear();
-        // The value for messages: at most 20 characters and "...", "[]" behind a buffer's type.
+        // The value for messages: at most so many characters and "...", "[]" behind a buffer's
+        // type.
+        static constexpr unsigned long longestShown = 20;
         String valueString() const;
     };
 

@@ -31,6 +31,8 @@ class Scene;
 
 // The version of the format that a new scene and a freshly read file start with.
 inline constexpr unsigned long KVX_FILE_VERSION_1 = 1;
+// What `Scene::bufferLimit` is when there is none.
+inline constexpr unsigned long noBufferLimit = ~0UL;
 // Array elements that one scene holds at most, unless `Scene::setElementLimit` says otherwise.
 inline constexpr unsigned long defaultElementLimit = 4'194'304;
 
@@ -703,7 +705,7 @@ class Scene : public interfaces::IScene {
     unsigned long elementCount() const { return elementCount_; }
     unsigned long elementLimit() const { return elementLimit_; }
     void setElementLimit(unsigned long elements) { elementLimit_ = elements; }
-    // Bytes that one buffer of a document may ask for; all bits set when there is no limit.
+    // Bytes that one buffer of a document may ask for; `noBufferLimit` for no limit.
     unsigned long bufferLimit() const { return bufferLimit_; }
     void setBufferLimit(unsigned long bytes) { bufferLimit_ = bytes; }
 
@@ -729,7 +731,7 @@ class Scene : public interfaces::IScene {
     NameIndex<const NodeType> typeIndex_;
     unsigned long elementCount_ = 0;
     unsigned long elementLimit_ = defaultElementLimit;
-    unsigned long bufferLimit_ = ~0UL;
+    unsigned long bufferLimit_ = noBufferLimit;
 };
 
 // The current name of an input or output of a node type that older documents may spell differently;

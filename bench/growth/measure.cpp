@@ -1,0 +1,124 @@
+#include "measure.h"
+
+#include <malloc.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <ctime>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <limits>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include <ko/foundation.h>
+#include <ko/kvtparser.h>
+#include <ko/scene.h>
+
+namespace growth {
+
+namespace {
+
+using namespace ko::mirel_sdk;
+
+double cpuSeconds() {
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+}
+
+double allocated() {
+    const struct mallinfo2 info = mallinfo2();
+    return static_cast<double>(info.uordblks + info.hblkhd);
+}
+
+// A field in kB of one of the system's tables, in bytes.
+double field(const std::string& path, const std::string& name) {
+    std::ifstream table(path);
+    std::string word;
+    while (table >> word) {
+        double kilobytes = 0;
+        if (word == name + ":" && table >> kilobytes) return 1024 * kilobytes;
+        table.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+    }
+    throw std::runtime_error(path + " has no " + name);
+}
+
+// The high-water mark of resident memory begins anew.
+void forgetPeak() { std::ofstream("/proc/self/clear_refs") << 5; }
+
+// A file without a name, at its beginning.
+class TemporaryFile {
+  public:
+    explicit TemporaryFile(std::string_view text) : stream_(std::tmpfile(), std::fclose) {
+        if (!stream_ || std::fwrite(text.data(), 1, text.size(), stream_.get()) != text.size() ||
+            std::fflush(stream_.get()) != 0) {
+            throw std::runtime_error("cannot write a temporary file");
+        }
+    }
+    std::string path() const { return "/proc/self/fd/" + std::to_string(fileno(stream_.get())); }
+
+  private:
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream_;
+};
+
+Reading measure(const Document& document, Source source) {
+    const ko::LogCapture capture([](const ko::LogRecord&) {});
+    auto scene = std::make_unique<impl::Scene>();
+    scene->setElementLimit(std::numeric_limits<unsigned long>::max());
+    impl::parseString(scene.get(), ko::String(std::string_view(document.setup)));
+    const ko::String text{source.isFile ? std::string_view() : std::string_view(document.text)};
+    const std::unique_ptr<TemporaryFile> file(source.isFile ? new TemporaryFile(document.text)
+                                                            : nullptr);
+    forgetPeak();
+    const double resident = field("/proc/self/status", "VmRSS");
+    const double allocatedBefore = allocated();
+    const double start = cpuSeconds();
+    const bool isRead =
+        file ? impl::parseKvt(scene.get(), ko::File::open(file->path().c_str()), false)
+             : impl::parseString(scene.get(), text);
+    Reading reading;
+    reading.seconds = cpuSeconds() - start;
+    reading.scene = allocated() - allocatedBefore;
+    reading.peak = field("/proc/self/status", "VmHWM") - resident;
+    if (isRead != document.isRead) throw std::runtime_error("a document ends as it should not");
+    const double startOfFreeing = cpuSeconds();
+    scene.reset();
+    reading.freeSeconds = cpuSeconds() - startOfFreeing;
+    return reading;
+}
+
+[[noreturn]] void measureAndExit(const Document& document, Source source, int channel) {
+    try {
+        const Reading reading = measure(document, source);
+        _exit(write(channel, &reading, sizeof reading) == sizeof reading ? 0 : 1);
+    } catch (const std::exception& error) {
+        std::cerr << "kvt-growth: " << error.what() << std::endl;
+        _exit(1);
+    }
+}
+
+}  // namespace
+
+Reading readOnce(const Document& document, Source source) {
+    std::array<int, 2> channel{};
+    if (pipe(channel.data()) != 0) throw std::runtime_error("cannot make a pipe");
+    const pid_t child = fork();
+    if (child == 0) measureAndExit(document, source, channel[1]);
+    close(channel[1]);
+    Reading reading;
+    const bool wasSent = child > 0 && read(channel[0], &reading, sizeof reading) == sizeof reading;
+    close(channel[0]);
+    if (child > 0) waitpid(child, nullptr, 0);
+    if (!wasSent) throw std::runtime_error("a reading failed");
+    return reading;
+}
+
+double availableMemory() { return field("/proc/meminfo", "MemAvailable"); }
+
+}  // namespace growth
