@@ -4,15 +4,16 @@
 
 #include <gtest/gtest.h>
 
-#include <clocale>
 #include <cstdarg>
-#include <locale>
 #include <string>
 #include <string_view>
+
+#include "commalocale.h"
 
 namespace {
 
 using ko::String;
+using kvt::test::CommaLocale;
 using std::string_view_literals::operator""sv;
 
 std::string str(const String& text) { return std::string(text.view()); }
@@ -153,34 +154,6 @@ TEST(FormatTest, ListAndArgumentsGiveTheSame) {
 }
 
 // --- locale
-
-class CommaPunctuation : public std::numpunct<char> {
-  protected:
-    char do_decimal_point() const override { return ','; }
-    char do_thousands_sep() const override { return '.'; }
-    std::string do_grouping() const override { return "\3"; }
-};
-
-// Makes the process write numbers with decimal commas as far as the machine knows how: always in
-// the library of C++, and in that of C where a suitable locale is installed.
-class CommaLocale {
-  public:
-    CommaLocale() : formerC_(std::setlocale(LC_ALL, nullptr)) {
-        std::locale::global(std::locale(std::locale::classic(), new CommaPunctuation));
-        for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8", "de_DE"})
-            if (std::setlocale(LC_ALL, name)) break;
-    }
-    ~CommaLocale() {
-        std::locale::global(former_);
-        std::setlocale(LC_ALL, formerC_.c_str());
-    }
-    CommaLocale(const CommaLocale&) = delete;
-    CommaLocale& operator=(const CommaLocale&) = delete;
-
-  private:
-    std::locale former_;
-    std::string formerC_;
-};
 
 TEST(FormatTest, DoesNotDependOnTheLocale) {
     const CommaLocale comma;
