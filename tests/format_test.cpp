@@ -5,6 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdarg>
+#include <cstdio>
+#include <cwchar>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -151,6 +154,28 @@ TEST(FormatTest, ListAndArgumentsGiveTheSame) {
               str(String::format("%s (%d,%d): %s.", "PARSE ERROR", 1, 2, "detail")));
     const std::string part(5000, 'q');
     EXPECT_EQ(str(formatThroughList("%s%c", part.c_str(), '.')), part + ".");
+}
+
+TEST(FormatTest, LongRealsAndAddressesAreTaken) {
+    EXPECT_EQ(str(String::format("%.2Lf %Lg", 1.25L, 0.5L)), "1.25 0.5");
+    const int place = 0;
+    char expected[32];
+    std::snprintf(expected, sizeof expected, "%p", static_cast<const void*>(&place));
+    EXPECT_EQ(str(String::format("%p", static_cast<const void*>(&place))), expected);
+}
+
+TEST(FormatTest, NoTextIsShownAsNull) {
+    const std::string format = "%s";  // out of the compiler's sight, which would warn
+    EXPECT_EQ(str(String::format(format.c_str(), static_cast<const char*>(nullptr))), "(null)");
+}
+
+TEST(FormatTest, UnknownConversionsAreRefused) {
+    for (const std::string format : {"%y", "%", "%-", "%5", "%l", "%n"})
+        EXPECT_THROW(String::format(format.c_str(), 0), std::invalid_argument) << format;
+}
+
+TEST(FormatTest, TextsThatTheCLibraryCannotWriteAreRefused) {
+    EXPECT_THROW(String::format("%lc", static_cast<wint_t>(0xFFFF)), std::runtime_error);
 }
 
 // --- locale
