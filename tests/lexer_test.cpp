@@ -218,7 +218,7 @@ TEST(FileSource, GivesTheEndAsATokenOfAnyType) {
     EXPECT_EQ(token(Token::Dot, "\xFF", 1, 0), scanner.token(Token::Dot));
     EXPECT_EQ(-1, scanner.la);
     EXPECT_EQ(-1, scanner.c);
-    EXPECT_EQ(eof(1, 0), scanner.nextToken());
+    EXPECT_EQ(Token::Eof, scanner.nextToken().type);
 }
 
 TEST(FileSource, DoesNotCountAByteOrderMark) {
