@@ -1130,7 +1130,7 @@ Input* KvtParser::takeStep(Walk& walk, unsigned long i) {
     walk.isNew = step.isNew;
     const bool isLast = i + 1 == walk.steps.size();
     if (step.input && !step.isNew && !isLast) {
-        checkIntermediate(*step.input, expected, walk.info.data);
+        checkIntermediate(*step.input, expected);
     }
     return step.input;
 }
@@ -1151,29 +1151,14 @@ Input* KvtParser::takeIndexStep(Input& array, const String& name, const Token& t
     return array.inputAt(index);
 }
 
-// An input that was there before must be what the steps behind it need.
-void KvtParser::checkIntermediate(Input& input, const Expected& expected, const AttrData& data) {
+// An input that was there before must be what the steps behind it lead into: an array, of the right
+// elements as far as that is known, or an object.
+void KvtParser::checkIntermediate(Input& input, const Expected& expected) {
     if (input.type() == AttrType::Null) return;
-    if (input.isBuffer()) {
-        if (expected.type != AttrType::Buffer) {
-            typeError(attrTypeName(expected.type), &input, false);
-        }
-        if (input.bufferType() != DataType::Null && input.bufferType() != data.bufferType()) {
-            typeError(dataTypeName(data.bufferType()), &input, true);
-        }
-    } else if (input.isArray()) {
-        if (expected.type != AttrType::Array) {
-            typeError(attrTypeName(expected.type), &input, false);
-        }
-        if (expected.elementType != AttrType::Null && expected.elementType != input.arrayType()) {
-            typeError(attrTypeName(expected.elementType), &input, true);
-        }
-    } else if (expected.type != AttrType::Null && expected.type != input.type()) {
-        bool narrowing = false;
-        if (!canConvert(expected.type, input.type(), &narrowing)) {
-            typeError(attrTypeName(expected.type), &input, false);
-        }
-        if (narrowing) narrowTypeWarning(attrTypeName(expected.type), &input);
+    if (expected.type != input.type()) typeError(attrTypeName(expected.type), &input, false);
+    if (!input.isArray() || expected.elementType == AttrType::Null) return;
+    if (expected.elementType != input.arrayType()) {
+        typeError(attrTypeName(expected.elementType), &input, true);
     }
 }
 
@@ -1262,7 +1247,9 @@ bool convertToMatrix(const AttrData& from, AttrData& to) {
     return true;
 }
 
-// The value as one of another type; false where there is no such conversion. A Bool fits no Real.
+// The value as one of another type; false where there is no such conversion: a Bool fits no Real.
+// The functions above answer for every pair of types, also for those that `canConvert` never lets
+// get here.
 bool convert(const AttrData& from, AttrType type, AttrData& to) {
     to = AttrData();
     to.type = type;

@@ -164,6 +164,14 @@ TEST(CompactBytesTest, OtherCharactersAreRefused) {
     }
 }
 
+TEST(CompactBytesTest, TextWithoutItsPointIsRefused) {
+    for (const char* text : {"", "00", "+00", " .00"}) {
+        const Decoded decoded = decode(text, 1);
+        EXPECT_FALSE(decoded.hasBytes) << text;
+        EXPECT_EQ("compact bytes: no '.' at character 0", decoded.error);
+    }
+}
+
 TEST(CompactBytesTest, PrefixesAreRefused) {
     for (const char* text : {".0x41", ".#41", "..41", ".-41", ".++41", ".+.41", ".41h", ".4g"})
         expectRefused(text, 100);

@@ -4,15 +4,19 @@
 
 #include <gtest/gtest.h>
 
-#include <clocale>
 #include <cstdarg>
-#include <locale>
+#include <cstdio>
+#include <cwchar>
+#include <stdexcept>
 #include <string>
 #include <string_view>
+
+#include "commalocale.h"
 
 namespace {
 
 using ko::String;
+using kvt::test::CommaLocale;
 using std::string_view_literals::operator""sv;
 
 std::string str(const String& text) { return std::string(text.view()); }
@@ -152,35 +156,29 @@ TEST(FormatTest, ListAndArgumentsGiveTheSame) {
     EXPECT_EQ(str(formatThroughList("%s%c", part.c_str(), '.')), part + ".");
 }
 
+TEST(FormatTest, LongRealsAndAddressesAreTaken) {
+    EXPECT_EQ(str(String::format("%.2Lf %Lg", 1.25L, 0.5L)), "1.25 0.5");
+    const int place = 0;
+    char expected[32];
+    std::snprintf(expected, sizeof expected, "%p", static_cast<const void*>(&place));
+    EXPECT_EQ(str(String::format("%p", static_cast<const void*>(&place))), expected);
+}
+
+TEST(FormatTest, NoTextIsShownAsNull) {
+    const std::string format = "%s";  // out of the compiler's sight, which would warn
+    EXPECT_EQ(str(String::format(format.c_str(), static_cast<const char*>(nullptr))), "(null)");
+}
+
+TEST(FormatTest, UnknownConversionsAreRefused) {
+    for (const std::string format : {"%y", "%", "%-", "%5", "%l", "%n"})
+        EXPECT_THROW(String::format(format.c_str(), 0), std::invalid_argument) << format;
+}
+
+TEST(FormatTest, TextsThatTheCLibraryCannotWriteAreRefused) {
+    EXPECT_THROW(String::format("%lc", static_cast<wint_t>(0xFFFF)), std::runtime_error);
+}
+
 // --- locale
-
-class CommaPunctuation : public std::numpunct<char> {
-  protected:
-    char do_decimal_point() const override { return ','; }
-    char do_thousands_sep() const override { return '.'; }
-    std::string do_grouping() const override { return "\3"; }
-};
-
-// Makes the process write numbers with decimal commas as far as the machine knows how: always in
-// the library of C++, and in that of C where a suitable locale is installed.
-class CommaLocale {
-  public:
-    CommaLocale() : formerC_(std::setlocale(LC_ALL, nullptr)) {
-        std::locale::global(std::locale(std::locale::classic(), new CommaPunctuation));
-        for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8", "de_DE"})
-            if (std::setlocale(LC_ALL, name)) break;
-    }
-    ~CommaLocale() {
-        std::locale::global(former_);
-        std::setlocale(LC_ALL, formerC_.c_str());
-    }
-    CommaLocale(const CommaLocale&) = delete;
-    CommaLocale& operator=(const CommaLocale&) = delete;
-
-  private:
-    std::locale former_;
-    std::string formerC_;
-};
 
 TEST(FormatTest, DoesNotDependOnTheLocale) {
     const CommaLocale comma;

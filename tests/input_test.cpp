@@ -688,6 +688,36 @@ TEST_F(ArrayTest, UntouchedTypesPastTheEndAndElsewhereAreNull) {
     EXPECT_EQ(object.touchedAt(0), nullptr);
 }
 
+TEST_F(ArrayTest, GivesValuesOfElementsTouchedOrNot) {
+    for (const AttrType type : allTypes()) {
+        SCOPED_TRACE(attrTypeName(type));
+        Input& list = makeArray(type);
+        list.appendElements(2);
+        EXPECT_EQ(list.valueAt(0).type, type);
+        EXPECT_EQ(wordsOf(list.valueAt(0)), wordsOf(AttrData::defaultOf(type)));
+        EXPECT_EQ(list.touchedAt(0), nullptr);
+        EXPECT_EQ(wordsOf(list.valueAt(1)), wordsOf(list.inputAt(1)->value()));
+        EXPECT_EQ(list.valueAt(2).type, AttrType::Null);
+    }
+    Input& numbers = makeArray(AttrType::Real);
+    numbers.appendElement();
+    numbers.inputAt(0)->assign(AttrData::ofReal(2.5));
+    EXPECT_EQ(numbers.valueAt(0).real(), 2.5);
+}
+
+TEST_F(ArrayTest, GivesTheDeclarationsOfUntouchedElements) {
+    Input& buffers = makeArray(AttrType::Buffer);
+    buffers.appendElement();
+    buffers.declareElements(AttrData::ofBuffer(DataType::Int16, 0));
+    EXPECT_EQ(buffers.valueAt(0).bufferType(), DataType::Int16);
+    EXPECT_EQ(buffers.touchedAt(0), nullptr);
+    Input& arrays = makeArray(AttrType::Array);
+    arrays.appendElement();
+    arrays.declareElements(AttrData::declareArray(AttrType::Int));
+    EXPECT_EQ(arrays.valueAt(0).arrayType(), AttrType::Int);
+    EXPECT_EQ(arrays.touchedAt(0), nullptr);
+}
+
 TEST_F(ArrayTest, ElementsOfAnUndeclaredArrayAreUndeclared) {
     Input& list = make(AttrType::Array);
     list.appendElement();
@@ -1190,6 +1220,7 @@ TEST_F(TypedAccessTest, GivesTheComponentsOfVectorsAndMatrices) {
         const double* const components = makeFilled(type).asComponents();
         const unsigned long count = componentCount(type);
         EXPECT_EQ(std::vector<double>(components, components + count), counting(count));
+        EXPECT_EQ(makeFilled(type).asComponents(type)[count - 1], components[count - 1]);
     }
 }
 
@@ -1240,6 +1271,8 @@ std::vector<Reader> readers() {
         {"Buffer", [](const Input& input) { input.asBuffer(); }, only(AttrType::Buffer)},
         {"Buffer", [](const Input& input) { input.asBufferOf<float>(); }, only(AttrType::Buffer)},
         {"a vector or matrix", [](const Input& input) { input.asComponents(); }, hasComponents},
+        {"Vec3", [](const Input& input) { input.asComponents(AttrType::Vec3); },
+         only(AttrType::Vec3)},
         {"a number", [](const Input& input) { input.asNumber(); }, isNumber},
     };
 }

@@ -171,6 +171,28 @@ TEST_P(Sources, HoldTheirOwnReference) {
     EXPECT_EQ(token(Token::Id, "abc", 1, 3), scanner->nextToken());
 }
 
+TEST(StringSource, CopiesGoOnByThemselves) {
+    const std::string text = "first second third, longer than what stands in the text itself";
+    StringLexer scanner{String(std::string_view(text))};
+    scanner.nextToken();
+    StringLexer copy(scanner);
+    EXPECT_EQ(token(Token::Id, "second", 1, 12), scanner.nextToken());
+    EXPECT_EQ(token(Token::Id, "third", 1, 18), scanner.nextToken());
+    EXPECT_EQ(token(Token::Id, "second", 1, 12), copy.nextToken());
+    scanner = copy;
+    EXPECT_EQ(token(Token::Id, "third", 1, 18), scanner.nextToken());
+    EXPECT_EQ(token(Token::Id, "third", 1, 18), copy.nextToken());
+}
+
+TEST(StringSource, CopiesOfAShortTextReadTheirOwn) {
+    StringLexer scanner("a b");
+    const StringLexer copy(scanner);
+    scanner = StringLexer("c d");
+    StringLexer second(copy);
+    EXPECT_EQ(token(Token::Id, "a", 1, 1), second.nextToken());
+    EXPECT_EQ(token(Token::Id, "c", 1, 1), scanner.nextToken());
+}
+
 TEST(StringSource, BeginsAnEmptyTextWithItsTerminator) {
     StringLexer scanner{String()};
     EXPECT_EQ(0, scanner.la);
@@ -189,6 +211,14 @@ TEST(FileSource, EndsWhereNothingCanBeRead) {
     EXPECT_EQ(eof(1, 0), empty.nextToken());
     FileLexer none{File()};
     EXPECT_EQ(eof(1, 0), none.nextToken());
+}
+
+TEST(FileSource, GivesTheEndAsATokenOfAnyType) {
+    FileLexer scanner(File::memory("", 0));
+    EXPECT_EQ(token(Token::Dot, "\xFF", 1, 0), scanner.token(Token::Dot));
+    EXPECT_EQ(-1, scanner.la);
+    EXPECT_EQ(-1, scanner.c);
+    EXPECT_EQ(Token::Eof, scanner.nextToken().type);
 }
 
 TEST(FileSource, DoesNotCountAByteOrderMark) {

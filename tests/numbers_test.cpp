@@ -6,23 +6,27 @@
 
 #include <gtest/gtest.h>
 
-#include <clocale>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <locale>
 #include <random>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <vector>
 
+#include "commalocale.h"
+#include "exactdecimal.h"
+
 namespace {
 
 using ko::String;
+using kvt::test::CommaLocale;
+using kvt::test::exactly;
+using kvt::test::Scientific;
 using std::string_view_literals::operator""sv;
 
 // --- integers
@@ -267,68 +271,6 @@ TEST(RadixTest, CodesAreTheBases) {
     EXPECT_EQ(static_cast<int>(String::Octal), 8);
     EXPECT_EQ(static_cast<int>(String::Decimal), 10);
     EXPECT_EQ(static_cast<int>(String::Hexadecimal), 16);
-}
-
-// --- reals: exact decimal arithmetic
-
-// A non-negative whole number of any size, in decimal.
-class Decimal {
-  public:
-    explicit Decimal(std::uint64_t value) {
-        for (; value != 0; value /= base)
-            parts_.push_back(static_cast<std::uint32_t>(value % base));
-    }
-
-    void multiply(std::uint32_t factor) {
-        std::uint64_t carry = 0;
-        for (std::uint32_t& part : parts_) {
-            carry += std::uint64_t(part) * factor;
-            part = static_cast<std::uint32_t>(carry % base);
-            carry /= base;
-        }
-        if (carry != 0) parts_.push_back(static_cast<std::uint32_t>(carry));
-    }
-
-    std::string digits() const {
-        if (parts_.empty()) return "0";
-        std::string text = std::to_string(parts_.back());
-        for (std::size_t i = parts_.size() - 1; i-- > 0;) {
-            const std::string part = std::to_string(parts_[i]);
-            text += std::string(9 - part.size(), '0') + part;
-        }
-        return text;
-    }
-
-  private:
-    static constexpr std::uint32_t base = 1'000'000'000;
-    std::vector<std::uint32_t> parts_;  // lowest first
-};
-
-// A decimal number: digits * 10^exponent.
-struct Scientific {
-    std::string digits;
-    int exponent = 0;
-
-    std::string text() const { return digits + "e" + std::to_string(exponent); }
-    // Larger than this number by far less than any real could tell.
-    Scientific justAbove() const { return {digits + "000000000001", exponent - 12}; }
-    // Smaller likewise; of positive numbers only.
-    Scientific justBelow() const {
-        std::string less = digits;
-        std::size_t last = less.size() - 1;
-        while (less[last] == '0')
-            less[last--] = '9';
-        --less[last];
-        return {less + "999999999999", exponent - 12};
-    }
-};
-
-// mantissa * 2^exponent, exactly.
-Scientific exactly(std::uint64_t mantissa, int exponent) {
-    Decimal decimal(mantissa);
-    for (int i = 0; i < std::abs(exponent); ++i)
-        decimal.multiply(exponent < 0 ? 5 : 2);
-    return {decimal.digits(), exponent < 0 ? exponent : 0};
 }
 
 // --- reals: comparison
@@ -895,36 +837,6 @@ TEST(BooleanTest, EverythingElseIsRefusedAndLeavesTheTarget) {
 }
 
 // --- locale
-
-class CommaPunctuation : public std::numpunct<char> {
-  protected:
-    char do_decimal_point() const override { return ','; }
-    char do_thousands_sep() const override { return '.'; }
-    std::string do_grouping() const override { return "\3"; }
-    string_type do_truename() const override { return "wahr"; }
-    string_type do_falsename() const override { return "falsch"; }
-};
-
-// Makes the process read numbers with decimal commas as far as the machine knows how: always in
-// the library of C++, and in that of C where a suitable locale is installed.
-class CommaLocale {
-  public:
-    CommaLocale() : formerC_(std::setlocale(LC_ALL, nullptr)) {
-        std::locale::global(std::locale(std::locale::classic(), new CommaPunctuation));
-        for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8", "de_DE"})
-            if (std::setlocale(LC_ALL, name)) break;
-    }
-    ~CommaLocale() {
-        std::locale::global(former_);
-        std::setlocale(LC_ALL, formerC_.c_str());
-    }
-    CommaLocale(const CommaLocale&) = delete;
-    CommaLocale& operator=(const CommaLocale&) = delete;
-
-  private:
-    std::locale former_;
-    std::string formerC_;
-};
 
 TYPED_TEST(RealTest, ReadingDoesNotDependOnTheLocale) {
     const CommaLocale comma;

@@ -14,6 +14,14 @@ if(KVT_INSTALL)
     set_tests_properties(package.install PROPERTIES FIXTURES_REQUIRED cleanPackage
                                                     FIXTURES_SETUP installedPackage)
 
+    if(KVT_HARDEN AND NOT KVT_SANITIZE)
+        add_test(NAME package.hardened
+                 COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/hardened.sh
+                         ${prefix}/${CMAKE_INSTALL_BINDIR}/kvt $<CONFIG> ${hardeningFlags})
+        set_tests_properties(package.hardened PROPERTIES FIXTURES_REQUIRED
+                                                         "cleanPackage;installedPackage")
+    endif()
+
     add_test(NAME package.find
              COMMAND ${CMAKE_CTEST_COMMAND} --build-and-test
                      ${CMAKE_CURRENT_SOURCE_DIR}/consumer ${consumerDir}/find

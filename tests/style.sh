@@ -7,7 +7,7 @@ cd "$1"
 LC_ALL=C
 export LC_ALL
 
-guides=$(find docs README.md -name '*.md')
+guides=$(find docs README.md SECURITY.md -name '*.md')
 headers=$(find include src tool tests fuzz -name '*.h')
 sources="$headers
 $(find src tool tests fuzz cmake -name '*.cpp' -o -name '*.cmake' -o -name '*.in' -o -name '*.sh')

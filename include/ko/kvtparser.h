@@ -295,7 +295,7 @@ class KvtParser {
     static Expected expectedAt(const Walk& walk, unsigned long i);
     Input* takeStep(Walk& walk, unsigned long i);
     Input* takeIndexStep(Input& array, const String& name, const Token& token, AttrType expected);
-    void checkIntermediate(Input& input, const Expected& expected, const AttrData& data);
+    void checkIntermediate(Input& input, const Expected& expected);
     void postpone(PendingMap& pending, const Walk& walk, const AssignInfo& info);
     void storeValue(const Walk& walk, AssignInfo& info);
     bool fit(AssignInfo& info, Input& target);
