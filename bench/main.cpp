@@ -126,6 +126,7 @@ class Suite {
 
     void add(const std::string& name, const Load& load, int passes, Reader read);
     void measure();
+    void compareAvx2(const std::string& contest);
 
     unsigned long divisor_;
     std::string program_;
@@ -148,6 +149,12 @@ void Suite::add(const std::string& name, const Load& load, int passes, Reader re
     benchmark::RegisterBenchmark(name.c_str(), pass)->Iterations(passes)->UseManualTime();
 }
 
+void Suite::compareAvx2(const std::string& contest) {
+    if (ko::bulk::hasPath(ko::bulk::Path::Avx2)) {
+        table_.compare(contest + ", AVX2 path", contest + ", from_chars");
+    }
+}
+
 void Suite::measure() {
     malloc_trim(0);  // what was freed since is not handed on to the processes of the passes
     benchmark::RunSpecifiedBenchmarks(&samples_);
@@ -165,11 +172,16 @@ void Suite::addOurs(const std::string& contest, const Content& content) {
     const Load load = loadOf(content, !content.numbers.empty());
     add(contest + ", file", load, 1, [path, nodes] { return readFile(path, nodes); });
     add(contest + ", string", load, 1, [&content] { return readText(content); });
-    // With the instructions that every machine has; other passes do not see the switch.
-    add(contest + ", plain path", load, 1, [path, nodes] {
-        ko::bulk::usePath(ko::bulk::Path::Plain);
-        return readFile(path, nodes);
-    });
+    if (content.numbers.empty()) return;
+    // With other instructions than the best of this machine; other passes do not see the switch.
+    const auto addPath = [&](const char* name, ko::bulk::Path choice) {
+        add(contest + name, load, 1, [path, nodes, choice] {
+            ko::bulk::usePath(choice);
+            return readFile(path, nodes);
+        });
+    };
+    addPath(", plain path", ko::bulk::Path::Plain);
+    if (ko::bulk::hasPath(ko::bulk::Path::Avx2)) addPath(", AVX2 path", ko::bulk::Path::Avx2);
 }
 
 void Suite::addLoops(const std::string& contest, const Content& content) {
@@ -200,6 +212,7 @@ void Suite::meshContest() {
     table_.compare("meshes, file", "meshes, nlohmann");
     table_.compare("meshes, string", "meshes, from_chars");
     table_.compare("meshes, plain path", "meshes, from_chars", {0.7, 1.1});
+    compareAvx2("meshes");
 }
 
 void Suite::shuffledContest() {
@@ -216,6 +229,7 @@ void Suite::shuffledContest() {
     table_.compare("shuffled, file", "shuffled, nlohmann");
     table_.compare("shuffled, string", "shuffled, from_chars");
     table_.compare("shuffled, plain path", "shuffled, from_chars");
+    compareAvx2("shuffled");
 }
 
 void Suite::integerContest() {
@@ -230,6 +244,7 @@ void Suite::integerContest() {
     table_.compare("integers, file", "integers, nlohmann");
     table_.compare("integers, string", "integers, from_chars");
     table_.compare("integers, plain path", "integers, from_chars");
+    compareAvx2("integers");
 }
 
 void Suite::statementContest() {
