@@ -588,6 +588,7 @@ class Node {
 
     // What connecting looks at stands together.
     String name_;
+    InputChain attached_;
     NamedList<Output, 2> outputs_;
     const NodeType* nodeType_ = nullptr;
     Scene& scene_;
@@ -597,7 +598,6 @@ class Node {
     String type_;
     String label_;
     NamedList<Input> inputs_;
-    InputChain attached_;
     Node* previous_ = nullptr;
     Node* next_ = nullptr;
 };
