@@ -2,6 +2,7 @@
 // code: once to check it and to learn its size, so that nothing is allocated for what a broken
 // block claims, and once to write.
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <memory>
 #include <string_view>
@@ -19,6 +20,36 @@ using Bytes = std::vector<unsigned char>;
 
 // --- Hexadecimal text ---------------------------------------------------------------------------
 
+// The value of a hexadecimal digit, or `noDigit`.
+constexpr unsigned char noDigit = 0xFF;
+
+constexpr std::array<unsigned char, 256> makeDigitValues() {
+    std::array<unsigned char, 256> values{};
+    for (unsigned i = 0; i < values.size(); ++i) {
+        const char c = static_cast<char>(i);
+        values[i] =
+            String::isHexDigit(c) ? static_cast<unsigned char>(ascii::hexValue(c)) : noDigit;
+    }
+    return values;
+}
+
+constexpr std::array<unsigned char, 256> digitValues = makeDigitValues();
+
+unsigned char digitValue(char c) { return digitValues[static_cast<unsigned char>(c)]; }
+
+// Appends the bytes of the pairs that stand side by side at the start of `text`, up to `limit`;
+// returns how many.
+unsigned long takePairs(std::string_view text, unsigned long limit, Bytes& bytes) {
+    const unsigned long most = std::min(text.size() / 2, limit - bytes.size());
+    for (unsigned long taken = 0; taken < most; ++taken) {
+        const unsigned high = digitValue(text[2 * taken]);
+        const unsigned low = digitValue(text[2 * taken + 1]);
+        if (high == noDigit || low == noDigit) return taken;
+        bytes.push_back(static_cast<unsigned char>(high * 16 + low));
+    }
+    return most;
+}
+
 // Reads the digit pairs of `text` from `start` on, at most `limit` of them; positions in messages
 // count from the leading ".".
 bool readHex(std::string_view text, unsigned long start, unsigned long limit, Bytes& bytes,
@@ -26,14 +57,20 @@ bool readHex(std::string_view text, unsigned long start, unsigned long limit, By
     unsigned long digits = 0;
     bytes.reserve(std::min(limit, (text.size() - start) / 2));
     for (unsigned long i = start; i < text.size(); ++i) {
+        if (digits % 2 == 0) {
+            const unsigned long pairs = takePairs(text.substr(i), limit, bytes);
+            digits += 2 * pairs;
+            i += 2 * pairs;
+            if (i == text.size()) break;
+        }
         const char c = text[i];
         if (String::isSpace(c)) continue;
-        if (!String::isHexDigit(c)) {
+        const unsigned char value = digitValue(c);
+        if (value == noDigit) {
             error = String::format("compact bytes: '%c' at character %lu is no hexadecimal digit",
                                    c, i);
             return false;
         }
-        const auto value = static_cast<unsigned char>(ascii::hexValue(c));
         if (digits % 2 == 0 && bytes.size() == limit) {
             error = String::format(
                 "compact bytes: more than the expected %lu bytes at character %lu", limit, i);

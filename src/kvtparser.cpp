@@ -201,7 +201,7 @@ inline void Lexer::skipBlankRun() {
     const chars::Sixteen ahead(begin);
     const unsigned length = chars::leading(ahead.blanks());
     if (length == chars::sixteen) return skipLongBlankRun();
-    // A break moves the line for what follows it: the last one may end with a later token.
+    // A break moves the line for what stands behind it; that may be the next token.
     unsigned breaks = (ahead.breaks() << 1U | (c == '\n' ? 1U : 0U)) & ((1U << length) - 1);
     unsigned lineBegin = 0;
     for (; breaks != 0; breaks &= breaks - 1) {
@@ -585,10 +585,6 @@ void KvtParser::prime(IScene* scene, Lexer* lexer) {
     for (unsigned i = 0; i < lookahead; ++i)
         advance();
 }
-
-Token::Type KvtParser::la(int i) const { return peek(i).type; }
-
-Token KvtParser::lt(int i) const { return peek(i); }
 
 // The new token takes the place of the one behind the last; an invalid one never gets there.
 void KvtParser::advance() {

@@ -113,17 +113,22 @@ bool readFewDigits(std::string_view text, Real& magnitude) noexcept {
                                  1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
     constexpr unsigned long most = std::numeric_limits<Real>::digits10;
     if (text.size() > most + 1) return false;
-    const unsigned long point = std::min(text.find('.'), text.size());
-    const unsigned long behind = text.size() - std::min(point + 1, text.size());
-    unsigned long digits = 0;
     std::int64_t mantissa = 0;
+    unsigned long digits = 0;
+    unsigned long behind = 0;  // the point
+    bool hasPoint = false;
     for (const char c : text) {
-        if (!String::isDigit(c)) continue;
-        mantissa = mantissa * 10 + (c - '0');
-        ++digits;
+        if (String::isDigit(c)) {
+            mantissa = mantissa * 10 + (c - '0');
+            ++digits;
+            behind += hasPoint ? 1 : 0;
+        } else if (c == '.' && !hasPoint) {
+            hasPoint = true;
+        } else {
+            return false;
+        }
     }
-    const unsigned long others = point == text.size() ? 0 : 1;
-    if (digits == 0 || digits > most || digits + others != text.size()) return false;
+    if (digits == 0 || digits > most) return false;
     magnitude = static_cast<Real>(mantissa) / static_cast<Real>(powers[behind]);
     return true;
 }

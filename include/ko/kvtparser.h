@@ -209,8 +209,8 @@ class KvtParser {
     void prime(interfaces::IScene* scene, Lexer* lexer);
 
     // Lookahead. `i` runs from 1 to 3; before `prime` there is none.
-    Token::Type la(int i) const;
-    Token lt(int i) const;
+    Token::Type la(int i) const { return peek(i).type; }
+    Token lt(int i) const { return peek(i); }
     // Takes the next token. Throws when an `Invalid` one enters the ring behind it.
     Token consume();
     // Takes the next token into `t` if it has `type`.

@@ -78,11 +78,14 @@ inline constexpr AabbT<T> AabbT<T>::identity{};
 template <int N, class T>
 bool parseComponents(std::string_view text, T* out) {
     std::string_view pieces[N];
+    const auto isSpace = [](char c) { return c == ' '; };
+    const char* at = text.data();
+    const char* const end = at + text.size();
     for (std::string_view& piece : pieces) {
-        text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
-        if (text.empty()) return false;
-        piece = text.substr(0, text.find(' '));
-        text.remove_prefix(piece.size());
+        const char* const begin = std::find_if_not(at, end, isSpace);
+        if (begin == end) return false;
+        at = std::find_if(begin, end, isSpace);
+        piece = {begin, static_cast<unsigned long>(at - begin)};
     }
     bool allRead = true;
     for (int i = 0; i < N; ++i)
