@@ -54,6 +54,27 @@ const Operations& operations() noexcept;
 bool hasPath(Path path) noexcept;
 void usePath(Path path) noexcept;
 
+// The conversion for `type`: a path has `as<Scalar>` for each scalar, and `other` for any other
+// type.
+template <class PathConversions>
+Conversion convertByType(std::string_view text, DataType type, unsigned char* dest,
+                         unsigned long room) {
+    using P = PathConversions;
+    switch (type) {
+        case DataType::Char: return P::template as<signed char>(text, dest, room);
+        case DataType::Byte: return P::template as<unsigned char>(text, dest, room);
+        case DataType::Int16: return P::template as<short>(text, dest, room);
+        case DataType::Int32: return P::template as<int>(text, dest, room);
+        case DataType::Int64: return P::template as<long>(text, dest, room);
+        case DataType::UInt16: return P::template as<unsigned short>(text, dest, room);
+        case DataType::UInt32: return P::template as<unsigned int>(text, dest, room);
+        case DataType::UInt64: return P::template as<unsigned long>(text, dest, room);
+        case DataType::Float: return P::template as<float>(text, dest, room);
+        case DataType::Double: return P::template as<double>(text, dest, room);
+        default: return P::other(text, type, dest, room);
+    }
+}
+
 extern const Operations plainOperations;
 extern const Operations avx2Operations;
 extern const Operations avx512Operations;

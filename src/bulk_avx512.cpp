@@ -612,21 +612,20 @@ KO_AVX512 Conversion convertAs(std::string_view text, unsigned char* dest, unsig
     return rest;
 }
 
+struct Conversions {
+    template <class Scalar>
+    static Conversion as(std::string_view text, unsigned char* dest, unsigned long room) {
+        return convertAs<Scalar>(text, dest, room);
+    }
+    static Conversion other(std::string_view text, DataType type, unsigned char* dest,
+                            unsigned long room) {
+        return plainOperations.convertNumbers(text, type, dest, room);
+    }
+};
+
 Conversion convertNumbers(std::string_view text, DataType type, unsigned char* dest,
                           unsigned long room) {
-    switch (type) {
-        case DataType::Char: return convertAs<signed char>(text, dest, room);
-        case DataType::Byte: return convertAs<unsigned char>(text, dest, room);
-        case DataType::Int16: return convertAs<short>(text, dest, room);
-        case DataType::Int32: return convertAs<int>(text, dest, room);
-        case DataType::Int64: return convertAs<long>(text, dest, room);
-        case DataType::UInt16: return convertAs<unsigned short>(text, dest, room);
-        case DataType::UInt32: return convertAs<unsigned int>(text, dest, room);
-        case DataType::UInt64: return convertAs<unsigned long>(text, dest, room);
-        case DataType::Float: return convertAs<float>(text, dest, room);
-        case DataType::Double: return convertAs<double>(text, dest, room);
-        default: return plainOperations.convertNumbers(text, type, dest, room);
-    }
+    return convertByType<Conversions>(text, type, dest, room);
 }
 
 }  // namespace
