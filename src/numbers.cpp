@@ -105,31 +105,36 @@ bool isBelowOne(std::string_view text) {
     return (isNegative ? -exponent : exponent) < first - point;
 }
 
-// A number of so few digits that a Real holds them as an integer, and the power of ten too: one
-// division rounds as it should. False for anything else.
+// A plain decimal of so few digits that a Real holds them as an integer, and the power of ten too:
+// one division rounds as it should. False for anything else.
 template <class Real>
-bool readFewDigits(std::string_view text, Real& magnitude) noexcept {
+bool readFewDigits(std::string_view text, Real& out) noexcept {
     constexpr double powers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                  1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
-    constexpr unsigned long most = std::numeric_limits<Real>::digits10;
-    if (text.size() > most + 1) return false;
+    constexpr long most = std::numeric_limits<Real>::digits10;
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    const bool isNegative = at != end && *at == '-';
+    if (isNegative) ++at;
+    if (end - at > most + 1) return false;
+    const char* behindPoint = nullptr;
+    long digits = end - at;
     std::int64_t mantissa = 0;
-    unsigned long digits = 0;
-    unsigned long behind = 0;  // the point
-    bool hasPoint = false;
-    for (const char c : text) {
-        if (String::isDigit(c)) {
-            mantissa = mantissa * 10 + (c - '0');
-            ++digits;
-            behind += hasPoint ? 1 : 0;
-        } else if (c == '.' && !hasPoint) {
-            hasPoint = true;
+    for (; at != end; ++at) {
+        const auto digit = static_cast<unsigned char>(*at - '0');
+        if (digit <= 9) {
+            mantissa = mantissa * 10 + digit;
+        } else if (*at == '.' && !behindPoint) {
+            behindPoint = at + 1;
+            --digits;
         } else {
             return false;
         }
     }
     if (digits == 0 || digits > most) return false;
-    magnitude = static_cast<Real>(mantissa) / static_cast<Real>(powers[behind]);
+    const Real magnitude = static_cast<Real>(mantissa) /
+                           static_cast<Real>(powers[behindPoint ? end - behindPoint : 0]);
+    out = isNegative ? -magnitude : magnitude;
     return true;
 }
 
@@ -139,7 +144,6 @@ bool readFewDigits(std::string_view text, Real& magnitude) noexcept {
 // That is what the standard library reads too, besides signs and words.
 template <class Real>
 bool readDecimal(std::string_view text, Real& magnitude) noexcept {
-    if (readFewDigits(text, magnitude)) return true;
     if (text.empty() || !(String::isDigit(text.front()) || text.front() == '.')) return false;
     const char* const end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, magnitude);
@@ -163,6 +167,7 @@ bool readWord(std::string_view text, Real& magnitude) noexcept {
 // real = [ "+" | "-" ] ( decimal [ "f" ] | "inf" | "infinity" | "nan" )
 template <class Real>
 bool readReal(std::string_view text, Real& out) noexcept {
+    if (readFewDigits(text, out)) return true;
     text = ascii::trimmed(text);
     const bool negative = !text.empty() && text.front() == '-';
     if (negative || (!text.empty() && text.front() == '+')) text.remove_prefix(1);

@@ -34,8 +34,11 @@ TextBuffer* TextBuffer::resize(TextBuffer* buffer, unsigned long length) {
 
 void TextBuffer::destroy(TextBuffer* buffer) noexcept { std::free(buffer); }
 
+// The last reference is nobody else's to take away, and counts down without a locked instruction.
 void TextBuffer::release() noexcept {
-    if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) destroy(this);
+    const bool isLast = references_.load(std::memory_order_acquire) == 1 ||
+                        references_.fetch_sub(1, std::memory_order_acq_rel) == 1;
+    if (isLast) destroy(this);
 }
 
 template <class Fill>

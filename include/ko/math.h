@@ -78,13 +78,15 @@ inline constexpr AabbT<T> AabbT<T>::identity{};
 template <int N, class T>
 bool parseComponents(std::string_view text, T* out) {
     std::string_view pieces[N];
-    const auto isSpace = [](char c) { return c == ' '; };
     const char* at = text.data();
     const char* const end = at + text.size();
     for (std::string_view& piece : pieces) {
-        const char* const begin = std::find_if_not(at, end, isSpace);
-        if (begin == end) return false;
-        at = std::find_if(begin, end, isSpace);
+        while (at != end && *at == ' ')
+            ++at;
+        const char* const begin = at;
+        while (at != end && *at != ' ')
+            ++at;
+        if (begin == at) return false;
         piece = {begin, static_cast<unsigned long>(at - begin)};
     }
     bool allRead = true;
