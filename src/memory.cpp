@@ -1,13 +1,14 @@
 #include "memory.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <limits>
 #include <new>
 
 #include <ko/ds.h>
 
 #ifdef __linux__
 #include <sys/mman.h>
-
-#include <cstdint>
 #endif
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -27,7 +28,7 @@ namespace ko::memory {
 
 // Rounded outwards: blocks stand side by side, and a large page may serve the ends of two.
 void adviseLarge(void* memory, unsigned long bytes) noexcept {
-    constexpr std::uintptr_t page = std::uintptr_t(2) << 20;
+    constexpr std::uintptr_t page = largePage;
     if (bytes < page / 2) return;
     const auto begin = reinterpret_cast<std::uintptr_t>(memory);
     const std::uintptr_t first = begin / page * page;
@@ -53,10 +54,36 @@ void forbid([[maybe_unused]] void* memory, [[maybe_unused]] unsigned long bytes)
 
 namespace ko::ds {
 
-void* allocateArray(std::size_t bytes) {
-    void* const array = ::operator new[](bytes);
-    memory::adviseLarge(array, bytes);
-    return array;
+namespace {
+
+// In front of a block: where the memory begins that it stands in.
+struct Origin {
+    void* memory;
+    std::uint64_t padding;  // blocks are aligned as what `new` gives
+};
+
+}  // namespace
+
+void* allocateBlock(std::size_t bytes) {
+    const bool isLarge = bytes >= memory::largePage;
+    const std::size_t alignment = isLarge ? memory::largePage : alignof(std::max_align_t);
+    const std::size_t slack = sizeof(Origin) + (isLarge ? alignment - 1 : 0);
+    if (bytes > std::numeric_limits<std::size_t>::max() - slack) throw std::bad_alloc();
+    void* const memory = ::operator new(bytes + slack);
+    const std::uintptr_t first = reinterpret_cast<std::uintptr_t>(memory) + sizeof(Origin);
+    const std::uintptr_t aligned = (first + alignment - 1) / alignment * alignment;
+    auto* const block =
+        static_cast<char*>(memory) + (aligned - reinterpret_cast<std::uintptr_t>(memory));
+    new (block - sizeof(Origin)) Origin{memory, 0};
+    memory::adviseLarge(block, bytes);
+    return block;
+}
+
+void freeBlock(void* block) noexcept {
+    if (!block) return;
+    const auto* const origin =
+        reinterpret_cast<const Origin*>(static_cast<char*>(block) - sizeof(Origin));
+    ::operator delete(origin->memory);
 }
 
 }  // namespace ko::ds

@@ -91,8 +91,11 @@ class Vector {
     unsigned long capacity_ = 0;
 };
 
-// An array of a map, from `new`: a large one comes in large pages, where the system has them.
-void* allocateArray(std::size_t bytes);
+// Memory for many objects, to be written from front to back; throws std::bad_alloc. A large block
+// begins where the system's large pages do, and comes in them: touching it for the first time costs
+// a fraction.
+void* allocateBlock(std::size_t bytes);
+void freeBlock(void* block) noexcept;
 // An odd number that is drawn once a process.
 unsigned long oddRandom() noexcept;
 
@@ -215,7 +218,7 @@ class HashMap {
       public:
         Block() = default;
         explicit Block(unsigned long capacity)
-            : nodes_(static_cast<Node*>(allocateArray(capacity * sizeof(Node)))),
+            : nodes_(static_cast<Node*>(allocateBlock(capacity * sizeof(Node)))),
               capacity_(capacity) {}
         Block(Block&& other) noexcept
             : nodes_(std::exchange(other.nodes_, nullptr)),
@@ -229,7 +232,7 @@ class HashMap {
         }
         ~Block() {
             std::destroy_n(nodes_, size_);
-            ::operator delete[](nodes_);
+            freeBlock(nodes_);
         }
 
         bool isFull() const { return size_ == capacity_; }
@@ -251,8 +254,8 @@ class HashMap {
     struct Slot {
         Node* node = nullptr;
 
-        static void* operator new[](std::size_t bytes) { return allocateArray(bytes); }
-        static void operator delete[](void* array) noexcept { ::operator delete[](array); }
+        static void* operator new[](std::size_t bytes) { return allocateBlock(bytes); }
+        static void operator delete[](void* array) noexcept { freeBlock(array); }
     };
 
     static unsigned long hashOf(const K& key) {

@@ -79,30 +79,38 @@ struct AttrData {
     static AttrData defaultOf(AttrType type);
 
     // The parts, read without a look at `type`.
-    bool boolean() const;
-    long integer() const;
-    unsigned long uinteger() const;
-    double real() const;
-    double component(int i) const;
+    bool boolean() const { return *reinterpret_cast<const unsigned char*>(value) != 0; }
+    long integer() const { return static_cast<long>(value[0]); }
+    unsigned long uinteger() const { return value[0]; }
+    double real() const { return component(0); }
+    double component(int i) const {
+        double number = 0;
+        std::memcpy(&number, &value[i], sizeof number);
+        return number;
+    }
     const char* text() const;  // "" for none
-    void* payload() const;     // the text or the buffer's numbers
-    void setPayload(void* payload);
+    // The text or the buffer's numbers.
+    void* payload() const { return reinterpret_cast<void*>(value[0]); }
+    void setPayload(void* payload) { value[0] = reinterpret_cast<std::uint64_t>(payload); }
     void setReal(double number) { setComponent(0, number); }
     // Becomes a String with a copy of `text` (up to a NUL), as `ofText`.
     void setText(std::string_view text);
     // Becomes Null and all zeros; a payload is the caller's.
     void clear();
-    void setComponent(int i, double number);
+    void setComponent(int i, double number) { std::memcpy(&value[i], &number, sizeof number); }
     BufferView buffer() const;
-    AttrType arrayType() const;
-    DataType bufferType() const;
-    void setElementType(AttrType type);
-    void setElementType(DataType type);
+    AttrType arrayType() const { return static_cast<AttrType>(elementCode()); }
+    DataType bufferType() const { return static_cast<DataType>(elementCode()); }
+    void setElementType(AttrType elements) { value[3] = static_cast<std::uint32_t>(elements); }
+    void setElementType(DataType elements) { value[3] = static_cast<std::uint32_t>(elements); }
 
     // Whether values of this type carry a payload.
     bool hasPayload() const { return type == AttrType::String || type == AttrType::Buffer; }
     // A copy with a payload of its own; throws std::bad_alloc.
     AttrData clone() const;
+
+  private:
+    std::uint32_t elementCode() const { return static_cast<std::uint32_t>(value[3]); }
 };
 
 // Frees the payload of a value that nothing has taken over.
@@ -162,8 +170,10 @@ template <class T>
 class NameIndex {
   public:
     T* find(const String& name) const;
-    // Fetches what `find` looks at.
+    // Has memory fetch what `find` looks at first, the place of the name; then the item that stands
+    // there.
     void expect(const String& name) const;
+    void expectItem(const String& name) const;
     void insert(T* item);  // throws std::bad_alloc and is then unchanged
     void erase(const String& name) noexcept;
     unsigned long size() const { return size_; }
@@ -175,8 +185,8 @@ class NameIndex {
         T* item = nullptr;
         unsigned long hash = 0;
 
-        static void* operator new[](std::size_t bytes) { return ds::allocateArray(bytes); }
-        static void operator delete[](void* array) noexcept { ::operator delete[](array); }
+        static void* operator new[](std::size_t bytes) { return ds::allocateBlock(bytes); }
+        static void operator delete[](void* array) noexcept { ds::freeBlock(array); }
     };
 
     // Where the item of that hash and name stands, or would stand.
@@ -189,7 +199,8 @@ class NameIndex {
 };
 
 // Things with unique names in the order in which they were added; does not own them. A few stand in
-// the list itself and are compared one by one, many are found through an index.
+// the list itself, each with a byte that its name yields, so that few names are compared; many are
+// found through an index.
 template <class T, unsigned long longestScan = 8>
 class NamedList {
   public:
@@ -197,6 +208,10 @@ class NamedList {
     void add(T* item);  // throws std::bad_alloc and is then unchanged
     unsigned long size() const { return size_; }
     T* operator[](unsigned long i) const { return many_ ? many_->items[i] : few_[i]; }
+    // Has memory fetch the first item.
+    void expectFirst() const {
+        if (size_ > 0) __builtin_prefetch(few_[0]);
+    }
     // Takes the last item out of the list; null when it is empty. From then on the list can only be
     // taken apart.
     T* takeLast() noexcept;
@@ -209,7 +224,10 @@ class NamedList {
         void add(T* item);
     };
 
+    static_assert(longestScan <= sizeof(std::uint64_t));
+
     unsigned long size_ = 0;
+    std::uint64_t marks_ = 0;  // of the few, the first lowest
     T* few_[longestScan];
     std::unique_ptr<Many> many_;  // all of them, once there are too many to scan
 };
@@ -337,13 +355,17 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
     AttrType type() const override { return type_; }
     String typeName() const override;
     String fullName() const override;
-    bool isBuffer(bool reserved = false) const override;
+    bool isBuffer(bool /*reserved*/ = false) const override { return type_ == AttrType::Buffer; }
     const Enumeration* enumeration() const override;
-    AttrType arrayType() const override;
-    DataType bufferType() const override;
+    AttrType arrayType() const override {
+        return isArray() ? static_cast<AttrType>(elementType_) : AttrType::Null;
+    }
+    DataType bufferType() const override {
+        return isBuffer() ? static_cast<DataType>(elementType_) : DataType::Null;
+    }
     void appendElement() override { appendElements(1); }
-    bool isArray(bool reserved = false) const override;
-    bool isObject(bool reserved = false) const override;
+    bool isArray(bool /*reserved*/ = false) const override { return type_ == AttrType::Array; }
+    bool isObject(bool /*reserved*/ = false) const override { return type_ == AttrType::Object; }
     interfaces::IInputContainer* container() override;
 
     Input* createInput(const String& name, AttrType type) override;
@@ -425,28 +447,40 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
     template <class Target>
     struct Link;
 
-    // Which member is alive follows from the type.
+    // One word of the value; which member is alive follows from the type.
     union Value {
-        std::uint64_t words[4];  // Bool, Int, UInt
-        double reals[4];         // Real and the vector types
-        double* matrix;
-        struct {
-            char* chars;
-            unsigned long length;
-        } text;
-        struct {
-            void* data;
-            unsigned long count;
-            unsigned long bytes;
-        } buffer;
+        std::uint64_t word;  // Bool, Int, UInt
+        double real;
+        char* text;
+        void* buffer;
         NamedList<Input>* children;  // of an object; null while it has none
         Elements* elements;          // of an array; null while it has none
     };
+    // What the value of a longer type has besides stands right behind the input: the components of
+    // vectors and matrices, and these.
+    struct TextSize {
+        unsigned long length;
+    };
+    struct BufferSize {
+        unsigned long count;
+        unsigned long bytes;
+    };
+    static unsigned long sizeBehind(AttrType type);
+    template <class T>
+    T* behind() {
+        return reinterpret_cast<T*>(this + 1);
+    }
+    template <class T>
+    const T* behind() const {
+        return reinterpret_cast<const T*>(this + 1);
+    }
 
     // A new input at the end of `list`, in the memory of the node's scene, with one reference, its
     // holder's. Throws std::bad_alloc.
     static Input* addTo(NamedList<Input>& list, Node* node, Input* parent, const String& name,
                         AttrType type, std::uint32_t elementType);
+    static Input* make(Node* node, Input* parent, unsigned long position, const String& name,
+                       AttrType type, std::uint32_t elementType);
     Input(Node* node, Input* parent, unsigned long position, const String& name, AttrType type,
           std::uint32_t elementType);
     ~Input();
@@ -478,11 +512,11 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
     void leaveNode() noexcept;
 
     std::atomic<std::uint32_t> references_{1};
-    AttrType type_;
-    std::uint32_t elementType_;  // an array's AttrType or a buffer's DataType
     std::uint32_t poolOffset_ = 0;
+    std::uint32_t position_;
+    AttrType type_ : 8;
+    std::uint32_t elementType_ : 24;  // an array's AttrType or a buffer's DataType
     String name_;
-    unsigned long position_;
     Node* node_;
     Input* parent_;
     Value value_;
@@ -560,6 +594,8 @@ class Node {
     // The output `name`. A node without a registered type gets one when it is asked for it; null
     // when the name is empty, or unknown to the registered type.
     Output* output(const String& name);
+    // Says that an output is about to be looked up.
+    void expectOutput() const { outputs_.expectFirst(); }
     // The output `name` if it is there already, or null.
     Output* findOutput(const String& name) { return outputs_.find(name); }
     const Output* findOutput(const String& name) const { return outputs_.find(name); }
@@ -679,8 +715,10 @@ class Scene : public interfaces::IScene {
     Node* createNode(String type, String name, String label) override;
     Node* defineNode(String name) override;
     void removeNode(const String& name) override;
-    // Says that `name` is about to be looked up, so that memory is on its way meanwhile.
+    // Says that `name` is about to be looked up, so that memory is on its way meanwhile: what leads
+    // to the node; with a second call, some time later, the node.
     void expectNode(const String& name) const { index_.expect(name); }
+    void expectFoundNode(const String& name) const { index_.expectItem(name); }
     // The node `name`, whatever its type, or a new one of `type`.
     Node* findOrCreateNode(const String& type, const String& name);
 
@@ -734,11 +772,21 @@ class Scene : public interfaces::IScene {
     unsigned long bufferLimit_ = noBufferLimit;
 };
 
-// The current name of an input or output of a node type that older documents may spell differently;
-// the name itself when nothing is known of it. Any thread may ask.
-String updateInputName(const String& nodeType, const String& name);
-String updateOutputName(const String& nodeType, const String& name);
-// The process-wide table behind them.
+// What a process-wide table says of names that older documents may spell differently; whether it
+// ever said anything.
+String renamedInput(const String& nodeType, const String& name);
+String renamedOutput(const String& nodeType, const String& name);
+extern std::atomic<bool> anyRenames;
+
+// The current name of an input or output of a node type; the name itself when nothing is known of
+// it. Any thread may ask.
+inline String updateInputName(const String& nodeType, const String& name) {
+    return anyRenames.load(std::memory_order_acquire) ? renamedInput(nodeType, name) : name;
+}
+inline String updateOutputName(const String& nodeType, const String& name) {
+    return anyRenames.load(std::memory_order_acquire) ? renamedOutput(nodeType, name) : name;
+}
+// What fills and empties the table.
 void registerInputRename(const String& nodeType, const String& old, const String& current);
 void registerOutputRename(const String& nodeType, const String& old, const String& current);
 void clearRenames();
@@ -759,6 +807,14 @@ T* NameIndex<T>::find(const String& name) const {
 template <class T>
 void NameIndex<T>::expect(const String& name) const {
     if (!slots_.isEmpty()) __builtin_prefetch(&slots_[name.hash() & (slots_.size() - 1)]);
+}
+
+template <class T>
+void NameIndex<T>::expectItem(const String& name) const {
+    if (slots_.isEmpty()) return;
+    const auto* const item = slots_[name.hash() & (slots_.size() - 1)].item;
+    __builtin_prefetch(item);
+    __builtin_prefetch(reinterpret_cast<const char*>(item) + 64);
 }
 
 template <class T>
@@ -810,8 +866,15 @@ void NameIndex<T>::erase(const String& name) noexcept {
 template <class T, unsigned long longestScan>
 T* NamedList<T, longestScan>::find(const String& name) const {
     if (many_) return many_->index.find(name);
-    for (unsigned long i = 0; i < size_; ++i)
+    constexpr std::uint64_t everyByte = 0x0101010101010101;
+    const std::uint64_t differences = marks_ ^ everyByte * name.mark();
+    // The highest bit of each byte that is zero, and maybe of some above it.
+    std::uint64_t same = (differences - everyByte) & ~differences & everyByte << 7U;
+    for (; same != 0; same &= same - 1) {
+        const auto i = static_cast<unsigned long>(__builtin_ctzll(same)) / 8;
+        if (i >= size_) return nullptr;
         if (few_[i]->name() == name) return few_[i];
+    }
     return nullptr;
 }
 
@@ -827,6 +890,7 @@ void NamedList<T, longestScan>::add(T* item) {
         many_->add(item);
     } else {
         few_[size_] = item;
+        marks_ |= std::uint64_t(item->name().mark()) << 8 * size_;
     }
     ++size_;
 }

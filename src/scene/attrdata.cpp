@@ -11,8 +11,6 @@ namespace ko::mirel_sdk::impl {
 
 namespace {
 
-constexpr int elementTypeWord = 3;
-
 // Memory for a payload; the scene frees it.
 void* allocate(void* memory) {
     if (!memory) throw std::bad_alloc();
@@ -121,47 +119,9 @@ AttrData AttrData::defaultOf(AttrType type) {
     }
 }
 
-bool AttrData::boolean() const {
-    unsigned char byte = 0;
-    std::memcpy(&byte, value, sizeof byte);
-    return byte != 0;
-}
-
-long AttrData::integer() const { return static_cast<long>(value[0]); }
-unsigned long AttrData::uinteger() const { return value[0]; }
-double AttrData::real() const { return component(0); }
-
-double AttrData::component(int i) const {
-    double number = 0;
-    std::memcpy(&number, &value[i], sizeof number);
-    return number;
-}
-
-void AttrData::setComponent(int i, double number) { value[i] = bitsOf(number); }
-
 const char* AttrData::text() const { return payload() ? static_cast<const char*>(payload()) : ""; }
 
-void* AttrData::payload() const { return reinterpret_cast<void*>(value[0]); }
-
-void AttrData::setPayload(void* payload) { value[0] = reinterpret_cast<std::uint64_t>(payload); }
-
 BufferView AttrData::buffer() const { return {payload(), value[1], value[2], bufferType()}; }
-
-AttrType AttrData::arrayType() const {
-    return static_cast<AttrType>(static_cast<std::uint32_t>(value[elementTypeWord]));
-}
-
-DataType AttrData::bufferType() const {
-    return static_cast<DataType>(static_cast<std::uint32_t>(value[elementTypeWord]));
-}
-
-void AttrData::setElementType(AttrType elementType) {
-    value[elementTypeWord] = static_cast<std::uint32_t>(elementType);
-}
-
-void AttrData::setElementType(DataType elementType) {
-    value[elementTypeWord] = static_cast<std::uint32_t>(elementType);
-}
 
 AttrData AttrData::clone() const {
     if (!hasPayload() || !payload()) return *this;

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -19,6 +20,12 @@ namespace {
 constexpr std::uint32_t codeOf(AttrType type) { return static_cast<std::uint32_t>(type); }
 
 bool isMatrix(AttrType type) { return type == AttrType::Mat3 || type == AttrType::Mat4; }
+
+// As an input keeps it.
+constexpr std::uint32_t mostElementType = (std::uint32_t(1) << 24U) - 1;
+
+// Places that can be told apart.
+constexpr unsigned long mostInputs = std::numeric_limits<std::uint32_t>::max();
 
 // One element of an array in one word: the input, once something has touched it; before that what
 // the input would be, its type and the element type it was declared with.
@@ -69,10 +76,34 @@ struct Input::Links {
     std::uint32_t poolOffset_ = 0;
 };
 
+unsigned long Input::sizeBehind(AttrType type) {
+    switch (type) {
+        case AttrType::Vec2:
+        case AttrType::Vec3:
+        case AttrType::Vec4:
+        case AttrType::Pos2:
+        case AttrType::Pos3:
+        case AttrType::Quat:
+        case AttrType::Rgba: return 4 * sizeof(double);  // whatever the type uses of them
+        case AttrType::Mat3: return 9 * sizeof(double);
+        case AttrType::Mat4: return 16 * sizeof(double);
+        case AttrType::String: return sizeof(TextSize);
+        case AttrType::Buffer: return sizeof(BufferSize);
+        default: return 0;
+    }
+}
+
+Input* Input::make(Node* node, Input* parent, unsigned long position, const String& name,
+                   AttrType type, std::uint32_t elementType) {
+    Pool& pool = *node->scene().pool_;
+    return pool.makeLonger<Input>(sizeBehind(type), node, parent, position, name, type,
+                                  elementType);
+}
+
 Input* Input::addTo(NamedList<Input>& list, Node* node, Input* parent, const String& name,
                     AttrType type, std::uint32_t elementType) {
-    Pool& pool = *node->scene().pool_;
-    Input* const input = pool.make<Input>(node, parent, list.size(), name, type, elementType);
+    if (list.size() == mostInputs) throw std::bad_alloc();
+    Input* const input = make(node, parent, list.size(), name, type, elementType);
     try {
         list.add(input);
     } catch (...) {
@@ -84,14 +115,14 @@ Input* Input::addTo(NamedList<Input>& list, Node* node, Input* parent, const Str
 
 Input::Input(Node* node, Input* parent, unsigned long position, const String& name, AttrType type,
              std::uint32_t elementType)
-    : type_(type),
-      elementType_(elementType),
+    : position_(static_cast<std::uint32_t>(position)),
+      type_(type),
+      elementType_(elementType & mostElementType),
       name_(name),
-      position_(position),
       node_(node),
       parent_(parent),
       value_{} {
-    if (isMatrix(type)) value_.matrix = new double[componentCount(type)];
+    if (const unsigned long size = sizeBehind(type)) std::memset(behind<char>(), 0, size);
     const bool startsWithZeros =
         !isMatrix(type) && type != AttrType::Quat && type != AttrType::Rgba;
     if (!startsWithZeros) assign(AttrData::defaultOf(type));
@@ -104,9 +135,8 @@ Input::~Input() {
 }
 
 void Input::freeValue() noexcept {
-    if (type_ == AttrType::String) std::free(value_.text.chars);
-    if (type_ == AttrType::Buffer) std::free(value_.buffer.data);
-    if (isMatrix(type_)) delete[] value_.matrix;
+    if (type_ == AttrType::String) std::free(value_.text);
+    if (type_ == AttrType::Buffer) std::free(value_.buffer);
 }
 
 void Input::retain() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
@@ -136,22 +166,10 @@ String Input::fullName() const {
     return String(path);
 }
 
-bool Input::isBuffer(bool /*reserved*/) const { return type_ == AttrType::Buffer; }
-bool Input::isArray(bool /*reserved*/) const { return type_ == AttrType::Array; }
-bool Input::isObject(bool /*reserved*/) const { return type_ == AttrType::Object; }
-
 const Enumeration* Input::enumeration() const {
     if (parent_ || !node_ || !node_->nodeType()) return nullptr;
     const InputDeclaration* const declaration = node_->nodeType()->findInput(name_);
     return declaration ? &declaration->enumeration : nullptr;
-}
-
-AttrType Input::arrayType() const {
-    return isArray() ? static_cast<AttrType>(elementType_) : AttrType::Null;
-}
-
-DataType Input::bufferType() const {
-    return isBuffer() ? static_cast<DataType>(elementType_) : DataType::Null;
 }
 
 // --- Children and elements ----------------------------------------------------------------------
@@ -236,9 +254,7 @@ AttrType Input::untouchedArrayType(unsigned long i) const {
 Input* Input::touch(unsigned long i) {
     ElementSlot& slot = value_.elements->slots[i];
     if (!slot.input()) {
-        auto* const element = node_->scene().pool_->make<Input>(node_, this, i, String(),
-                                                                slot.type(), slot.elementType());
-        slot.touch(element);
+        slot.touch(make(node_, this, i, String(), slot.type(), slot.elementType()));
     }
     return slot.input();
 }
@@ -261,7 +277,7 @@ void Input::growBy(unsigned long more) {
     }
     if (!value_.elements) value_.elements = new Elements;
     std::vector<ElementSlot>& slots = value_.elements->slots;
-    if (more >= slots.max_size() - slots.size()) throw std::bad_alloc();
+    if (more >= mostInputs - slots.size()) throw std::bad_alloc();
     slots.resize(slots.size() + more + 1, ElementSlot(arrayType(), 0));
     scene.elementCount_ += more + 1;
 }
@@ -289,7 +305,8 @@ Input* Input::nextInNode() const {
 
 void Input::set(const AttrData& declaration) {
     const bool canDeclare = (isArray() || isBuffer()) && declaration.type == type_;
-    if (canDeclare && elementType_ == 0) elementType_ = codeOf(declaration.arrayType());
+    if (canDeclare && elementType_ == 0)
+        elementType_ = codeOf(declaration.arrayType()) & mostElementType;
 }
 
 void Input::declareElements(const AttrData& declaration) {
@@ -317,22 +334,23 @@ bool Input::assign(const AttrData& data) noexcept {
     switch (type_) {
         case AttrType::String: assignText(data); return true;
         case AttrType::Buffer: return assignBuffer(data);
-        case AttrType::Mat3:
-        case AttrType::Mat4:
-            std::memcpy(value_.matrix, data.value, componentCount(type_) * sizeof(double));
-            return true;
+        case AttrType::Bool:
+        case AttrType::Int:
+        case AttrType::UInt:
+        case AttrType::Real: value_.word = data.value[0]; return true;
         case AttrType::Null:
         case AttrType::Node:
         case AttrType::Array:
         case AttrType::Object: return true;  // their values carry nothing
-        default: std::memcpy(value_.words, data.value, sizeof value_.words); return true;
+        default: std::memcpy(behind<double>(), data.value, sizeBehind(type_)); return true;
     }
 }
 
 void Input::assignText(const AttrData& data) noexcept {
     auto* const chars = static_cast<char*>(data.payload());
-    if (chars != value_.text.chars) std::free(value_.text.chars);
-    value_.text = {chars, chars ? std::strlen(chars) : 0};
+    if (chars != value_.text) std::free(value_.text);
+    value_.text = chars;
+    behind<TextSize>()->length = chars ? std::strlen(chars) : 0;
 }
 
 bool Input::assignBuffer(const AttrData& data) noexcept {
@@ -342,14 +360,15 @@ bool Input::assignBuffer(const AttrData& data) noexcept {
     const bool isConsistent = size != 0 && buffer.bytes / size == buffer.count &&
                               buffer.bytes % size == 0 &&
                               (buffer.count == 0 || (buffer.data && buffer.type != DataType::Null));
-    const bool isOwn = data.payload() == value_.buffer.data;
+    const bool isOwn = data.payload() == value_.buffer;
     if (!isDeclaredType || !isConsistent) {
         if (!isOwn) freePayload(data);
         return false;
     }
-    if (!isOwn) std::free(value_.buffer.data);
-    value_.buffer = {data.payload(), buffer.count, buffer.bytes};
-    elementType_ = codeOf(data.arrayType());
+    if (!isOwn) std::free(value_.buffer);
+    value_.buffer = data.payload();
+    *behind<BufferSize>() = {buffer.count, buffer.bytes};
+    elementType_ = codeOf(data.arrayType()) & mostElementType;
     return true;
 }
 
@@ -357,20 +376,22 @@ AttrData Input::value() const {
     AttrData data;
     data.type = type_;
     switch (type_) {
-        case AttrType::String: data.setPayload(value_.text.chars); break;
+        case AttrType::String: data.setPayload(value_.text); break;
         case AttrType::Buffer:
-            data.setPayload(value_.buffer.data);
-            data.value[1] = value_.buffer.count;
-            data.value[2] = value_.buffer.bytes;
+            data.setPayload(value_.buffer);
+            data.value[1] = behind<BufferSize>()->count;
+            data.value[2] = behind<BufferSize>()->bytes;
             data.setElementType(bufferType());
             break;
         case AttrType::Array: data.setElementType(arrayType()); break;
-        case AttrType::Mat3:
-        case AttrType::Mat4: return AttrData::ofComponents(type_, value_.matrix);
+        case AttrType::Bool:
+        case AttrType::Int:
+        case AttrType::UInt:
+        case AttrType::Real: data.value[0] = value_.word; break;
         case AttrType::Null:
         case AttrType::Node:
         case AttrType::Object: break;
-        default: std::memcpy(data.value, value_.words, sizeof value_.words);
+        default: std::memcpy(data.value, behind<double>(), sizeBehind(type_));
     }
     return data;
 }
@@ -393,28 +414,27 @@ bool Input::asBool() const {
 
 long Input::asInt() const {
     expect(AttrType::Int);
-    return static_cast<long>(value_.words[0]);
+    return static_cast<long>(value_.word);
 }
 
 unsigned long Input::asUInt() const {
     expect(AttrType::UInt);
-    return value_.words[0];
+    return value_.word;
 }
 
 double Input::asReal() const {
     expect(AttrType::Real);
-    return value_.reals[0];
+    return value_.real;
 }
 
 std::string_view Input::asText() const {
     expect(AttrType::String);
-    return {value_.text.chars ? value_.text.chars : "", value_.text.length};
+    return {value_.text ? value_.text : "", behind<TextSize>()->length};
 }
 
 const double* Input::asComponents() const {
-    if (isMatrix(type_)) return value_.matrix;
-    if (!isVectorType(type_)) throwMismatch("a vector or matrix");
-    return value_.reals;
+    if (!isMatrix(type_) && !isVectorType(type_)) throwMismatch("a vector or matrix");
+    return behind<double>();
 }
 
 const double* Input::asComponents(AttrType wanted) const {
@@ -432,7 +452,8 @@ AttrData Input::valueAt(unsigned long i) const {
 
 BufferView Input::asBuffer() const {
     expect(AttrType::Buffer);
-    return {value_.buffer.data, value_.buffer.count, value_.buffer.bytes, bufferType()};
+    const auto* const size = behind<BufferSize>();
+    return {value_.buffer, size->count, size->bytes, bufferType()};
 }
 
 double Input::asNumber() const {

@@ -8,6 +8,8 @@
 #include <new>
 #include <utility>
 
+#include <ko/ds.h>
+
 #include "../memory.h"
 
 namespace ko::mirel_sdk::impl {
@@ -27,8 +29,14 @@ class Pool {
     // Throws std::bad_alloc and what the constructor throws.
     template <class T, class... Args>
     T* make(Args&&... args) {
+        return makeLonger<T>(0, std::forward<Args>(args)...);
+    }
+
+    // Likewise, with so many bytes right behind the object.
+    template <class T, class... Args>
+    T* makeLonger(unsigned long behind, Args&&... args) {
         static_assert(alignof(T) <= placeSize);
-        constexpr unsigned long size = (sizeof(T) + placeSize - 1) / placeSize * placeSize;
+        const unsigned long size = (sizeof(T) + behind + placeSize - 1) / placeSize * placeSize;
         if (size > chunkSize_ - used_) startChunk();
         // Taken once the object is there: a constructor that throws leaves the place free.
         auto* const object =
@@ -54,8 +62,6 @@ class Pool {
     static constexpr unsigned long largestChunk = 32UL << 20;
     // Chunks double up to large pages; from then on they grow by a share of what the scene has.
     static constexpr unsigned long share = 4;
-    // What the allocator and a chunk's header add to a block: whole pages in all.
-    static constexpr unsigned long overhead = 64;
     // Stands for all objects to come, as long as a chunk takes in more.
     static constexpr std::uint32_t open = std::uint32_t(1) << 31;
 
@@ -64,13 +70,10 @@ class Pool {
     };
 
     void startChunk() {
-        constexpr unsigned long hugePage = 2UL << 20;
-        const unsigned long wanted = std::max(total_ / share, std::min(total_, hugePage));
+        const unsigned long wanted = std::max(total_ / share, std::min(total_, memory::largePage));
         unsigned long size = std::clamp(wanted, smallestChunk, largestChunk);
-        if (size >= hugePage) size = size / hugePage * hugePage;
-        size -= overhead;
-        void* const memory = ::operator new(size);
-        memory::adviseLarge(memory, size);
+        if (size >= memory::largePage) size = size / memory::largePage * memory::largePage;
+        void* const memory = ds::allocateBlock(size);
         if (current_) retire();
         current_ = new (memory) Chunk;
         chunkSize_ = size;
@@ -83,7 +86,7 @@ class Pool {
 
     static void drop(Chunk* chunk, std::uint32_t count) noexcept {
         if (chunk->objects.fetch_sub(count, std::memory_order_acq_rel) == count) {
-            ::operator delete(chunk);
+            ds::freeBlock(chunk);
         }
     }
 

@@ -20,17 +20,14 @@ class RenameTable {
     void add(const String& nodeType, const String& old, const String& current) {
         const std::unique_lock lock(mutex_);
         renames_[nodeType][old] = current;
-        isEmpty_.store(false, std::memory_order_release);
     }
 
     void clear() {
         const std::unique_lock lock(mutex_);
         renames_.clear();
-        isEmpty_.store(true, std::memory_order_release);
     }
 
     String current(const String& nodeType, const String& name) const {
-        if (isEmpty_.load(std::memory_order_acquire)) return name;  // most programs rename nothing
         const std::shared_lock lock(mutex_);
         const auto ofType = renames_.find(nodeType);
         if (ofType == renames_.end()) return name;
@@ -40,7 +37,6 @@ class RenameTable {
 
   private:
     mutable std::shared_mutex mutex_;
-    std::atomic<bool> isEmpty_{true};
     StringMap<StringMap<String>> renames_;
 };
 
@@ -56,20 +52,24 @@ RenameTable& outputRenames() {
 
 }  // namespace
 
-String updateInputName(const String& nodeType, const String& name) {
+std::atomic<bool> anyRenames{false};
+
+String renamedInput(const String& nodeType, const String& name) {
     return inputRenames().current(nodeType, name);
 }
 
-String updateOutputName(const String& nodeType, const String& name) {
+String renamedOutput(const String& nodeType, const String& name) {
     return outputRenames().current(nodeType, name);
 }
 
 void registerInputRename(const String& nodeType, const String& old, const String& current) {
     inputRenames().add(nodeType, old, current);
+    anyRenames.store(true, std::memory_order_release);
 }
 
 void registerOutputRename(const String& nodeType, const String& old, const String& current) {
     outputRenames().add(nodeType, old, current);
+    anyRenames.store(true, std::memory_order_release);
 }
 
 void clearRenames() {
