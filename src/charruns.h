@@ -2,6 +2,7 @@
 // at sixteen at a time, where the machine can and as many are there, else one by one.
 #pragma once
 
+#include <cstdint>
 #include <string_view>
 
 #include "charclass.h"
@@ -37,6 +38,23 @@ class Sixteen {
         return bits(_mm_or_si128(ascii, text_)) & ~ends;
     }
 
+    // Digits, points and signs.
+    unsigned decimalParts() const {
+        const __m128i fromMinus = within(text_, '-', '9' - '-' + 1);
+        return bits(_mm_andnot_si128(_mm_cmpeq_epi8(text_, all('/')), fromMinus));
+    }
+    unsigned points() const { return bits(_mm_cmpeq_epi8(text_, all('.'))); }
+    unsigned spacesAndCommas() const {
+        return bits(_mm_or_si128(_mm_cmpeq_epi8(text_, all(' ')), _mm_cmpeq_epi8(text_, all(','))));
+    }
+    // Of a string, no line break and no backslash.
+    unsigned plainStringParts() const {
+        const __m128i isEnd = _mm_or_si128(
+            _mm_or_si128(_mm_cmpeq_epi8(text_, all('"')), _mm_cmpeq_epi8(text_, all('\\'))),
+            _mm_or_si128(_mm_cmpeq_epi8(text_, all('\n')), _mm_cmpeq_epi8(text_, all('\xFF'))));
+        return bits(isEnd) ^ 0xFFFFU;
+    }
+
   private:
     static __m128i all(char c) { return _mm_set1_epi8(c); }
     static unsigned bits(__m128i bytes) { return static_cast<unsigned>(_mm_movemask_epi8(bytes)); }
@@ -65,6 +83,19 @@ class Sixteen {
         return bits([](char c) { return is(c, IdPart); });
     }
 
+    unsigned decimalParts() const {
+        return bits([](char c) { return c >= '-' && c <= '9' && c != '/'; });
+    }
+    unsigned points() const {
+        return bits([](char c) { return c == '.'; });
+    }
+    unsigned spacesAndCommas() const {
+        return bits([](char c) { return c == ' ' || c == ','; });
+    }
+    unsigned plainStringParts() const {
+        return bits([](char c) { return c != '\n' && c != '\xFF' && is(c, StringPart); });
+    }
+
   private:
     template <class Belongs>
     unsigned bits(Belongs belongs) const {
@@ -78,6 +109,14 @@ class Sixteen {
 };
 
 #endif
+
+// The same of sixty-four characters.
+inline std::uint64_t ofSixtyFour(const char* at, unsigned (Sixteen::*bits)() const) {
+    std::uint64_t all = 0;
+    for (unsigned long i = 0; i < 64; i += sixteen)
+        all |= std::uint64_t((Sixteen(at + i).*bits)()) << i;
+    return all;
+}
 
 // How many of sixteen characters, from the first on, have their bit set.
 inline unsigned leading(unsigned bits) {

@@ -12,6 +12,7 @@
 #include <ko/kvtparser.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -50,12 +51,20 @@ void add(std::int32_t& counter, unsigned long count) noexcept {
     counter = static_cast<std::int32_t>(std::min(sum, largestCounter));
 }
 
+// How far behind the lookahead a run must go on for a token to be taken at a glance.
+constexpr long glance = 128;
+
 }  // namespace
 
 void Lexer::start(std::string_view run) {
     next_ = run.data();
-    end_ = next_ + run.size();
+    enterRun(next_ + run.size());
     fetch();
+}
+
+void Lexer::enterRun(const char* end) {
+    end_ = end;
+    glanceEnd_ = end - std::min(end - next_, glance);
 }
 
 inline void Lexer::fetch() {
@@ -66,7 +75,7 @@ inline void Lexer::fetch() {
 void Lexer::fetchRun() {
     const std::string_view run = nextRun();
     if (!run.empty()) next_ = run.data();
-    end_ = next_ + run.size();
+    enterRun(next_ + run.size());
     la = run.empty() ? endOfInput : static_cast<signed char>(*next_++);
 }
 
@@ -89,8 +98,9 @@ signed char Lexer::step() {
 }
 
 void Lexer::moveRun(const char* from, const char* to) {
+    const long length = end_ - next_;
     next_ = to + (next_ - from);
-    end_ = to + (end_ - from);
+    enterRun(next_ + length);
 }
 
 std::string_view Lexer::ahead() const {
@@ -185,37 +195,12 @@ Token Lexer::unexpectedEof(const String& what) const {
 
 // === Lexer ======================================================================================
 
-inline void Lexer::skipBlanks() {
+void Lexer::skipBlanks() {
     while (chars::is(la, chars::Blank)) {
-        if (next_) {
-            skipBlankRun();
-        } else {
-            consume();
-        }
+        const std::string_view run = ahead();
+        const char* const stop = chars::skip(run.data(), run.data() + run.size(), chars::Blank);
+        skip(static_cast<unsigned long>(stop - run.data()));
     }
-}
-
-inline void Lexer::skipBlankRun() {
-    const char* const begin = next_ - 1;
-    if (static_cast<unsigned long>(end_ - begin) < chars::sixteen) return skipLongBlankRun();
-    const chars::Sixteen ahead(begin);
-    const unsigned length = chars::leading(ahead.blanks());
-    if (length == chars::sixteen) return skipLongBlankRun();
-    // A break moves the line for what stands behind it; that may be the next token.
-    unsigned breaks = (ahead.breaks() << 1U | (c == '\n' ? 1U : 0U)) & ((1U << length) - 1);
-    unsigned lineBegin = 0;
-    for (; breaks != 0; breaks &= breaks - 1) {
-        lineBegin = static_cast<unsigned>(__builtin_ctz(breaks));
-        add(line, 1);
-        column = 0;
-    }
-    add(column, length - lineBegin);
-    moveTo(begin + length, length);
-}
-
-void Lexer::skipLongBlankRun() {
-    const char* const begin = next_ - 1;
-    skip(static_cast<unsigned long>(chars::skip(begin, end_, chars::Blank) - begin));
 }
 
 // Consumes the lookahead, whatever it is, and the characters behind it of that class, into `text`.
@@ -259,7 +244,7 @@ inline void Lexer::finish(Token::Type type, Token& t) const {
 }
 
 // A sign has the position of the character before it.
-inline void Lexer::readSign(Token::Type type, Token& t) {
+void Lexer::readSign(Token::Type type, Token& t) {
     t.text.assign(static_cast<char>(la));
     finish(type, t);
     skipInLine(1);
@@ -271,31 +256,195 @@ Token Lexer::nextToken() {
     return t;
 }
 
-void Lexer::read(Token& t) {
-    skipBlanks();
-    switch (la) {
-        case endOfInput: t = token(Token::Eof, "EOF"); return;
-        case '"': t = string(); return;
-        case '#': t = comment(); return;
-        case '\'': return readSign(Token::Quote, t);
-        case '(': t = parens(); return;
-        case '*': return readSign(Token::Star, t);
-        case '+': return readSign(Token::Plus, t);
-        case ',': return readSign(Token::Comma, t);
-        case '.': return readSign(Token::Dot, t);
-        case '/': return readSign(Token::Slash, t);
-        case ':': return readSign(Token::Colon, t);
-        case ';': return readSign(Token::Semicolon, t);
-        case '=': return readSign(Token::Equals, t);
-        case '[': t = brackets(); return;
-        case '\\': return readSign(Token::Backslash, t);
-        case '{': t = braces(); return;
-        case '|': return readSign(Token::Pipe, t);
-        default: break;
+// --- At a glance
+//
+// Most tokens are short, and so are the blanks before them. Where the run goes on for long enough
+// they are taken here in one go, with the counters at hand; what is longer, rarer or of another
+// shape is left to the rules that follow: false, and nothing is taken.
+
+namespace {
+
+// The characters that stand for themselves.
+constexpr struct {
+    char c;
+    Token::Type type;
+} signs[] = {{'.', Token::Dot},        {',', Token::Comma},  {':', Token::Colon},
+             {';', Token::Semicolon},  {'\'', Token::Quote}, {'/', Token::Slash},
+             {'\\', Token::Backslash}, {'=', Token::Equals}, {'+', Token::Plus},
+             {'*', Token::Star},       {'|', Token::Pipe}};
+
+constexpr Token::Type firstSign = Token::Dot;
+
+constexpr std::array<Token::Type, 256> makeBeginnings() {
+    std::array<Token::Type, 256> types{};
+    for (unsigned i = 0; i < types.size(); ++i) {
+        const char c = static_cast<char>(i);
+        const bool isId = String::isLetter(c) || c == '_';
+        const bool isNumber = String::isDigit(c) || c == '-';
+        types[i] = isId ? Token::Id : isNumber ? Token::Integer : Token::Invalid;
     }
-    if (String::isLetter(la) || la == '_') return readId(t);
-    if (la == '-' || String::isHexDigit(la)) return readNumber(t);
-    t = token(Token::Invalid, String::format("INVALID TOKEN (%d,%d): '%c'", line, column, la));
+    for (const auto& sign : signs)
+        types[static_cast<unsigned char>(sign.c)] = sign.type;
+    types['"'] = Token::StringLiteral;
+    types['#'] = Token::Comment;
+    types['('] = Token::Parens;
+    types['['] = Token::Brackets;
+    types['{'] = Token::Braces;
+    types[0xFF] = Token::Eof;
+    return types;
+}
+
+constexpr std::array<Token::Type, 256> beginnings = makeBeginnings();
+
+// The type of the token that a character begins; of a number, whatever it turns out to be.
+Token::Type typeBegunBy(char c) { return beginnings[static_cast<unsigned char>(c)]; }
+
+// A token of so many characters; none where the length is 0.
+struct Seen {
+    Token::Type type = Token::Invalid;
+    unsigned long length = 0;
+};
+
+Seen seeId(const char* at, String& text) {
+    const unsigned length = chars::leading(chars::Sixteen(at).idParts());
+    if (!String::fitsShort(length)) return {};
+    text.assignShort(at, length);
+    return {Token::Id, length};
+}
+
+// A number of digits, points and signs.
+Seen seeNumber(const char* at, String& text) {
+    const chars::Sixteen ahead(at);
+    const unsigned length = chars::leading(ahead.decimalParts());
+    if (!String::fitsShort(length) || chars::is(at[length], chars::NumberPart)) return {};
+    text.assignShort(at, length);
+    const bool isReal = (ahead.points() & ((1U << length) - 1)) != 0;
+    return {isReal ? Token::Real : Token::Integer, length};
+}
+
+// A string in one line without a backslash.
+Seen seeString(const char* at, String& text) {
+    const unsigned length = 2 + chars::leading(chars::Sixteen(at + 1).plainStringParts());
+    if (!String::fitsShort(length) || at[length - 1] != '"') return {};
+    text.assignShort(at, length);
+    return {Token::StringLiteral, length};
+}
+
+// A short group of plain numbers with spaces and commas between them and nowhere else.
+Seen seeParens(const char* at, String& text) {
+    const char* const from = at + 1;
+    std::uint64_t numbers = chars::ofSixtyFour(from, &chars::Sixteen::decimalParts);
+    const std::uint64_t gaps = chars::ofSixtyFour(from, &chars::Sixteen::spacesAndCommas);
+    const std::uint64_t others = ~(numbers | gaps);
+    if (others == 0) return {};
+    const auto length = static_cast<unsigned long>(__builtin_ctzll(others));
+    const bool endsWithNumber = length > 0 && (numbers >> (length - 1) & 1U) != 0;
+    if (from[length] != ')' || !endsWithNumber) return {};
+    char collapsed[glance];
+    char* to = collapsed;
+    *to++ = '(';
+    for (unsigned long begin = 0; begin < length;) {
+        begin += static_cast<unsigned long>(__builtin_ctzll(numbers >> begin));
+        const auto count = static_cast<unsigned long>(__builtin_ctzll(~(numbers >> begin)));
+        if (count > chars::sixteen) return {};
+        std::memcpy(to, from + begin, chars::sixteen);
+        to += count;
+        *to++ = ' ';
+        begin += count;
+    }
+    to[-1] = ')';
+    text.assign({collapsed, static_cast<unsigned long>(to - collapsed)});
+    return {Token::Parens, length + 2};
+}
+
+}  // namespace
+
+inline bool Lexer::readAtAGlance(Token& t) {
+    Place place{next_ - 1, line, column, c == '\n'};
+    if (chars::is(*place.at, chars::Blank) && !passBlanks(place)) return false;
+    const Token::Type type = typeBegunBy(*place.at);
+    Seen seen;
+    switch (type) {
+        case Token::Id: seen = seeId(place.at, t.text); break;
+        case Token::Integer: seen = seeNumber(place.at, t.text); break;
+        case Token::StringLiteral: seen = seeString(place.at, t.text); break;
+        case Token::Parens: seen = seeParens(place.at, t.text); break;
+        default:
+            if (type < firstSign) return false;
+            t.text.assign(*place.at);
+            t.line = place.line;
+            t.column = place.column;
+            t.type = type;
+            moveTo(place, 1);
+            return true;
+    }
+    if (seen.length == 0) return false;
+    moveTo(place, seen.length);
+    finish(seen.type, t);
+    if (type == Token::Id) recogniseWord(t);
+    return true;
+}
+
+// Passes few blanks.
+inline bool Lexer::passBlanks(Place& place) {
+    const chars::Sixteen ahead(place.at);
+    const unsigned length = chars::leading(ahead.blanks());
+    if (length == chars::sixteen) return false;
+    // A break moves the line for what stands behind it; that may be the token.
+    unsigned breaks =
+        (ahead.breaks() << 1U | (place.isBehindBreak ? 1U : 0U)) & ((1U << length) - 1);
+    unsigned lineBegin = 0;
+    for (; breaks != 0; breaks &= breaks - 1) {
+        lineBegin = static_cast<unsigned>(__builtin_ctz(breaks));
+        add(place.line, 1);
+        place.column = 0;
+    }
+    add(place.column, length - lineBegin);
+    place.at += length;
+    place.isBehindBreak = place.at[-1] == '\n';
+    return true;
+}
+
+// Takes so many characters from `place` on, which no line break is among.
+inline void Lexer::moveTo(Place& place, unsigned long count) {
+    if (place.isBehindBreak) {
+        add(place.line, 1);
+        place.column = 0;
+    }
+    add(place.column, count);
+    const char* const to = place.at + count;
+    add(pos, static_cast<unsigned long>(to - next_) + 1);
+    line = place.line;
+    column = place.column;
+    c = static_cast<signed char>(to[-1]);
+    la = static_cast<signed char>(*to);
+    next_ = to + 1;
+}
+
+// --- By the rules
+
+void Lexer::read(Token& t) {
+    if (next_ >= glanceEnd_ || !readAtAGlance(t)) readAny(t);
+}
+
+void Lexer::readAny(Token& t) {
+    skipBlanks();
+    const Token::Type type = typeBegunBy(la);
+    switch (type) {
+        case Token::Eof: t = token(Token::Eof, "EOF"); return;
+        case Token::Id: return readId(t);
+        case Token::Integer: return readNumber(t);
+        case Token::StringLiteral: t = string(); return;
+        case Token::Comment: t = comment(); return;
+        case Token::Parens: t = parens(); return;
+        case Token::Brackets: t = brackets(); return;
+        case Token::Braces: t = braces(); return;
+        case Token::Invalid:
+            t = token(Token::Invalid,
+                      String::format("INVALID TOKEN (%d,%d): '%c'", line, column, la));
+            return;
+        default: return readSign(type, t);
+    }
 }
 
 Token Lexer::id() {
@@ -307,27 +456,18 @@ Token Lexer::id() {
 
 // id = ( letter | "_" ) { letter | "_" | digit }
 void Lexer::readId(Token& t) {
-    const char first = ascii::lower(static_cast<char>(la));
-    if (!takeShortId(t.text)) take(chars::IdPart, t.text);
+    take(chars::IdPart, t.text);
     finish(Token::Id, t);
-    switch (first) {
+    recogniseWord(t);
+}
+
+inline void Lexer::recogniseWord(Token& t) {
+    switch (ascii::lower(t.text.buf()[0])) {
         case 't': return becomeIf("true", Token::True, t);
         case 'f': return becomeIf("false", Token::False, t);
         case 'n': return becomeIf("null", Token::Null, t);
         default: return;
     }
-}
-
-// Takes an identifier that is seen at a glance; else false, and nothing is taken.
-inline bool Lexer::takeShortId(String& text) {
-    if (!next_) return false;
-    const char* const begin = next_ - 1;
-    if (static_cast<unsigned long>(end_ - begin) < chars::sixteen) return false;
-    const unsigned long length = chars::leading(chars::Sixteen(begin).idParts());
-    if (length == 0 || !String::fitsShort(length)) return false;
-    text.assignShort(begin, length);
-    skipInLine(length);
-    return true;
 }
 
 // A word that is no identifier has one spelling in its token.
@@ -577,6 +717,14 @@ void KvtParser::wrongTypeWarning(const String& value, IInput* input) {
 
 // === Lookahead ==================================================================================
 
+// The new token takes the place of the one behind the last; an invalid one never gets there.
+inline void KvtParser::advance() {
+    Token& oldest = ring_[(head_ + lookahead) % ringSize];
+    lexer_->read(oldest);
+    if (oldest.type == Token::Invalid) refuse(oldest);
+    head_ = (head_ + 1) % ringSize;
+}
+
 void KvtParser::prime(IScene* scene, Lexer* lexer) {
     scene_ = scene;
     lexer_ = lexer;
@@ -584,14 +732,6 @@ void KvtParser::prime(IScene* scene, Lexer* lexer) {
         t = Token();
     for (unsigned i = 0; i < lookahead; ++i)
         advance();
-}
-
-// The new token takes the place of the one behind the last; an invalid one never gets there.
-void KvtParser::advance() {
-    Token& oldest = ring_[(head_ + lookahead) % ringSize];
-    lexer_->read(oldest);
-    if (oldest.type == Token::Invalid) refuse(oldest);
-    head_ = (head_ + 1) % ringSize;
 }
 
 void KvtParser::refuse(Token& oldest) {
@@ -604,7 +744,7 @@ Token KvtParser::consume() {
     return lastToken();
 }
 
-bool KvtParser::skip(Token::Type type) {
+inline bool KvtParser::skip(Token::Type type) {
     if (la(1) != type) return false;
     advance();
     return true;
@@ -720,7 +860,7 @@ bool KvtParser::parseWith() {
     return true;
 }
 
-void KvtParser::take(ds::Vector<Token>& tokens, int count) {
+inline void KvtParser::take(ds::Vector<Token>& tokens, int count) {
     for (int i = 0; i < count; ++i) {
         advance();
         tokens.push_back(lastToken());
@@ -1362,9 +1502,14 @@ void KvtParser::resolveConnections() {
     forEachBatch(pendingConnections, [&](const auto& batch) {
         Node* nodes[batchSize];
         Output* outputs[batchSize];
+        for (const auto* const entry : batch)
+            scene().expectNode(entry->value.refPath[0].text);
+        for (const auto* const entry : batch)
+            scene().expectFoundNode(entry->value.refPath[0].text);
         for (unsigned long i = 0; i < batch.size(); ++i) {
             const ds::Vector<Token>& path = batch[i]->value.refPath;
             nodes[i] = namesOutput(path) ? scene().findNode(path[0].text) : nullptr;
+            if (nodes[i]) nodes[i]->expectOutput();
         }
         for (unsigned long i = 0; i < batch.size(); ++i)
             outputs[i] = nodes[i] ? outputOf(*nodes[i], batch[i]->value.refPath[2].text) : nullptr;
@@ -1417,6 +1562,10 @@ void KvtParser::resolveIdentifiers() {
     bool allSet = true;
     forEachBatch(pendingIdentifiers, [&](const auto& batch) {
         Node* nodes[batchSize];
+        for (const auto* const entry : batch)
+            scene().expectNode(entry->value.token4.text);
+        for (const auto* const entry : batch)
+            scene().expectFoundNode(entry->value.token4.text);
         for (unsigned long i = 0; i < batch.size(); ++i)
             nodes[i] = referredNode(batch[i]->value);
         for (unsigned long i = 0; i < batch.size(); ++i) {

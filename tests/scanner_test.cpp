@@ -124,8 +124,18 @@ std::string_view withoutMark(std::string_view text) {
     return text.substr(text.substr(0, 3) == "\xEF\xBB\xBF" ? 3 : 0);
 }
 
-// Every source gives the tokens of the text.
+// With so much behind it that its tokens may be taken at a glance.
+std::string farFromTheEnd(std::string_view text) {
+    return std::string(text) + "\n" + std::string(150, ' ');
+}
+
+// Every source gives the tokens of the text, as it is and with much behind it.
 void expectTokens(std::string_view text) {
+    const std::string longer = farFromTheEnd(text);
+    StringLexer ofLonger{String(longer)};
+    ASSERT_NO_FATAL_FAILURE(expectTokensOf(longer, ofLonger));
+    InRuns inLongRuns(longer, 2 * longer.size());
+    ASSERT_NO_FATAL_FAILURE(expectTokensOf(longer, inLongRuns));
     StringLexer ofText{String(text)};
     // An empty text has its terminator as the lookahead.
     ASSERT_NO_FATAL_FAILURE(expectTokensOf(text.empty() ? "\0"sv : text, ofText));
@@ -363,10 +373,10 @@ void expectSameTokens(Lexer& expected, Lexer& found) {
 TEST(Runs, StopCountingAtTheLargestCounter) {
     constexpr std::int32_t largest = std::numeric_limits<std::int32_t>::max();
     for (const std::string& token : tokens()) {
-        const std::string text = "\n" + token + "\n\n" + token + " a\nb";
+        const std::string text = farFromTheEnd("\n" + token + "\n\n" + token + " a\nb");
         for (std::int32_t left = 0; left < 60; left += left < 6 ? 1 : 9) {
             Single expected(text);
-            InRuns found(text, 90);
+            InRuns found(text, 600);
             for (Lexer* const lexer : std::initializer_list<Lexer*>{&expected, &found})
                 lexer->pos = lexer->line = lexer->column = largest - left;
             ASSERT_NO_FATAL_FAILURE(expectSameTokens(expected, found)) << text;
@@ -381,8 +391,9 @@ TEST(Runs, MayBeLeftForSingleCharacters) {
         std::string text;
         for (int i = 0; i < 6; ++i)
             text += tokens()[random.below(tokens().size())] + " ";
+        if (random.oneIn(2)) text = farFromTheEnd(text);
         Single expected(text);
-        InRuns found(text, 1 + random.below(60));
+        InRuns found(text, 1 + random.below(random.oneIn(2) ? 60 : 900));
         while (expected.la != -1) {
             for (unsigned long left = 1 + random.below(4); left > 0; --left)
                 ASSERT_EQ(expected.consume(), found.consume());
@@ -404,8 +415,9 @@ TEST(Runs, MayBeScannedFromAnyCharacter) {
         for (unsigned long left = 1 + random.below(40); left > 0; --left)
             text += random.oneIn(30) ? static_cast<char>(random.next())
                                      : random.oneOf("ab12.-\n\n ,(){}[]#\"");
+        if (random.oneIn(2)) text = farFromTheEnd(text);
         Single expected(text);
-        InRuns found(text, 1 + random.below(30));
+        InRuns found(text, 1 + random.below(random.oneIn(2) ? 30 : 600));
         for (int step = 0; step < 12; ++step) {
             const Scanner scan = scanners[random.below(std::size(scanners))];
             ASSERT_EQ((expected.*scan)(), (found.*scan)()) << shown(text);

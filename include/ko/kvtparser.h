@@ -114,18 +114,29 @@ class Lexer {
     inline void moveTo(const char* to, unsigned long count);
     inline void fetch();
     void fetchRun();
+    void enterRun(const char* end);
 
-    inline void skipBlanks();
-    inline void skipBlankRun();
-    void skipLongBlankRun();
+    void skipBlanks();
     unsigned take(chars::Class belonging, String& text);
     String takeAcross(chars::Class belonging);
 
+    // A place ahead, and the position of the character before it.
+    struct Place {
+        const char* at;
+        std::int32_t line;
+        std::int32_t column;
+        bool isBehindBreak;
+    };
+
     // As `nextToken`, in the place of another one.
     void read(Token& t);
-    inline void readSign(Token::Type type, Token& t);
+    inline bool readAtAGlance(Token& t);
+    static inline bool passBlanks(Place& place);
+    inline void moveTo(Place& place, unsigned long count);
+    void readAny(Token& t);
+    void readSign(Token::Type type, Token& t);
     void readId(Token& t);
-    inline bool takeShortId(String& text);
+    static inline void recogniseWord(Token& t);
     static void becomeIf(std::string_view word, Token::Type type, Token& t);
     void readNumber(Token& t);
     inline void finish(Token::Type type, Token& t) const;
@@ -139,6 +150,8 @@ class Lexer {
 
     const char* next_ = nullptr;  // behind the lookahead; null for a source without runs
     const char* end_ = nullptr;   // of the run that it stands in
+    // Before this, much of the run is left.
+    const char* glanceEnd_ = nullptr;
 };
 
 // Reads a file.
@@ -272,9 +285,9 @@ class KvtParser {
         return ring_[(head_ + static_cast<unsigned>(i) - 1) % ringSize];
     }
     // As `consume` and `match`, for tokens that nobody keeps.
-    void advance();
-    bool skip(Token::Type type);
-    void take(ds::Vector<Token>& tokens, int count);
+    inline void advance();
+    inline bool skip(Token::Type type);
+    inline void take(ds::Vector<Token>& tokens, int count);
     [[noreturn]] void refuse(Token& oldest);
     bool statement();
     bool isNamed(const char* keyword, Token::Type end) const;
