@@ -51,6 +51,13 @@ void add(std::int32_t& counter, unsigned long count) noexcept {
     counter = static_cast<std::int32_t>(std::min(sum, largestCounter));
 }
 
+// The same for few.
+void addFew(std::int32_t& counter, unsigned count) noexcept {
+    constexpr auto largest = static_cast<unsigned>(largestCounter);
+    const unsigned sum = static_cast<unsigned>(counter) + count;
+    counter = static_cast<std::int32_t>(std::min(sum, largest));
+}
+
 // How far behind the lookahead a run must go on for a token to be taken at a glance.
 constexpr long glance = 128;
 
@@ -302,7 +309,7 @@ Token::Type typeBegunBy(char c) { return beginnings[static_cast<unsigned char>(c
 // A token of so many characters; none where the length is 0.
 struct Seen {
     Token::Type type = Token::Invalid;
-    unsigned long length = 0;
+    unsigned length = 0;
 };
 
 Seen seeId(const char* at, String& text) {
@@ -323,7 +330,7 @@ Seen seeNumber(const char* at, String& text) {
 }
 
 // A string in one line without a backslash.
-Seen seeString(const char* at, String& text) {
+[[gnu::noinline]] Seen seeString(const char* at, String& text) {
     const unsigned length = 2 + chars::leading(chars::Sixteen(at + 1).plainStringParts());
     if (!String::fitsShort(length) || at[length - 1] != '"') return {};
     text.assignShort(at, length);
@@ -331,21 +338,21 @@ Seen seeString(const char* at, String& text) {
 }
 
 // A short group of plain numbers with spaces and commas between them and nowhere else.
-Seen seeParens(const char* at, String& text) {
+[[gnu::noinline]] Seen seeParens(const char* at, String& text) {
     const char* const from = at + 1;
     std::uint64_t numbers = chars::ofSixtyFour(from, &chars::Sixteen::decimalParts);
     const std::uint64_t gaps = chars::ofSixtyFour(from, &chars::Sixteen::spacesAndCommas);
     const std::uint64_t others = ~(numbers | gaps);
     if (others == 0) return {};
-    const auto length = static_cast<unsigned long>(__builtin_ctzll(others));
+    const auto length = static_cast<unsigned>(__builtin_ctzll(others));
     const bool endsWithNumber = length > 0 && (numbers >> (length - 1) & 1U) != 0;
     if (from[length] != ')' || !endsWithNumber) return {};
     char collapsed[glance];
     char* to = collapsed;
     *to++ = '(';
-    for (unsigned long begin = 0; begin < length;) {
-        begin += static_cast<unsigned long>(__builtin_ctzll(numbers >> begin));
-        const auto count = static_cast<unsigned long>(__builtin_ctzll(~(numbers >> begin)));
+    for (unsigned begin = 0; begin < length;) {
+        begin += static_cast<unsigned>(__builtin_ctzll(numbers >> begin));
+        const auto count = static_cast<unsigned>(__builtin_ctzll(~(numbers >> begin)));
         if (count > chars::sixteen) return {};
         std::memcpy(to, from + begin, chars::sixteen);
         to += count;
@@ -396,24 +403,24 @@ inline bool Lexer::passBlanks(Place& place) {
     unsigned lineBegin = 0;
     for (; breaks != 0; breaks &= breaks - 1) {
         lineBegin = static_cast<unsigned>(__builtin_ctz(breaks));
-        add(place.line, 1);
+        addFew(place.line, 1);
         place.column = 0;
     }
-    add(place.column, length - lineBegin);
+    addFew(place.column, length - lineBegin);
     place.at += length;
     place.isBehindBreak = place.at[-1] == '\n';
     return true;
 }
 
 // Takes so many characters from `place` on, which no line break is among.
-inline void Lexer::moveTo(Place& place, unsigned long count) {
+inline void Lexer::moveTo(Place& place, unsigned count) {
     if (place.isBehindBreak) {
-        add(place.line, 1);
+        addFew(place.line, 1);
         place.column = 0;
     }
-    add(place.column, count);
+    addFew(place.column, count);
     const char* const to = place.at + count;
-    add(pos, static_cast<unsigned long>(to - next_) + 1);
+    addFew(pos, static_cast<unsigned>(to - next_) + 1);
     line = place.line;
     column = place.column;
     c = static_cast<signed char>(to[-1]);
@@ -462,6 +469,8 @@ void Lexer::readId(Token& t) {
 }
 
 inline void Lexer::recogniseWord(Token& t) {
+    const bool mayBeWord = t.text.len() == 4 || t.text.len() == 5;
+    if (!mayBeWord) return;
     switch (ascii::lower(t.text.buf()[0])) {
         case 't': return becomeIf("true", Token::True, t);
         case 'f': return becomeIf("false", Token::False, t);
@@ -1199,6 +1208,8 @@ bool KvtParser::parseAssign() {
     if (!path(info.path)) return false;
     const PayloadGuard guard(scene(), info.data);
     if (!connect(info) && !value(info)) return false;
+    // A declaration may follow, and look its node up.
+    if (la(1) == Token::Id && la(2) == Token::Id) scene().expectNode(peek(2).text);
     steps_.clear();
     Walk walk{assignedNode(info), info, steps_};
     Input* const target = reachTarget(walk);
@@ -1489,6 +1500,17 @@ void forEachBatch(const Map& pending, Visit visit) {
     visit(batch);
 }
 
+// Asks memory for the nodes that a batch is about to look up by the names that `nameOf` gives.
+template <class Batch, class NameOf>
+void expectNodes(const Scene& scene, const Batch& batch, NameOf nameOf) {
+    for (const auto* const entry : batch) {
+        __builtin_prefetch(entry->key, 1);
+        scene.expectNode(nameOf(entry->value));
+    }
+    for (const auto* const entry : batch)
+        scene.expectFoundNode(nameOf(entry->value));
+}
+
 // output = node "." name, the only shape of a path that names one
 bool namesOutput(const ds::Vector<Token>& path) {
     return path.size() == 3 && path[0].type == Token::Id;
@@ -1499,24 +1521,8 @@ bool namesOutput(const ds::Vector<Token>& path) {
 // Whatever is there is connected first; the rest, and its warnings, follow in the order of the map.
 void KvtParser::resolveConnections() {
     bool allConnected = true;
-    forEachBatch(pendingConnections, [&](const auto& batch) {
-        Node* nodes[batchSize];
-        Output* outputs[batchSize];
-        for (const auto* const entry : batch)
-            scene().expectNode(entry->value.refPath[0].text);
-        for (const auto* const entry : batch)
-            scene().expectFoundNode(entry->value.refPath[0].text);
-        for (unsigned long i = 0; i < batch.size(); ++i) {
-            const ds::Vector<Token>& path = batch[i]->value.refPath;
-            nodes[i] = namesOutput(path) ? scene().findNode(path[0].text) : nullptr;
-            if (nodes[i]) nodes[i]->expectOutput();
-        }
-        for (unsigned long i = 0; i < batch.size(); ++i)
-            outputs[i] = nodes[i] ? outputOf(*nodes[i], batch[i]->value.refPath[2].text) : nullptr;
-        for (unsigned long i = 0; i < batch.size(); ++i) {
-            if (outputs[i]) batch[i]->key->connect(outputs[i]);
-            allConnected = allConnected && outputs[i];
-        }
+    forEachBatch(pendingConnections, [&](const Batch& batch) {
+        allConnected = connectWhatIsThere(batch) && allConnected;
     });
     if (allConnected) return;
     pendingConnections.forEach([this](const auto& entry) {
@@ -1524,6 +1530,26 @@ void KvtParser::resolveConnections() {
         Node* const node = namesOutput(path) ? scene().findNode(path[0].text) : nullptr;
         if (!node || !outputOf(*node, path[2].text)) connectTo(*entry.key, path);
     });
+}
+
+// True when all of it was there. Each round touches what the one before it asked memory for.
+bool KvtParser::connectWhatIsThere(const Batch& batch) {
+    expectNodes(scene(), batch,
+                [](const AssignInfo& info) -> const String& { return info.refPath[0].text; });
+    Node* nodes[batchSize];
+    for (unsigned long i = 0; i < batch.size(); ++i) {
+        const ds::Vector<Token>& path = batch[i]->value.refPath;
+        nodes[i] = namesOutput(path) ? scene().findNode(path[0].text) : nullptr;
+        if (nodes[i]) nodes[i]->expectOutput();
+    }
+    bool allConnected = true;
+    for (unsigned long i = 0; i < batch.size(); ++i) {
+        const ds::Vector<Token>& path = batch[i]->value.refPath;
+        Output* const output = nodes[i] ? outputOf(*nodes[i], path[2].text) : nullptr;
+        if (output) batch[i]->key->connect(output);
+        allConnected = allConnected && output;
+    }
+    return allConnected;
 }
 
 Output* KvtParser::outputOf(Node& node, const String& name) {
@@ -1560,20 +1586,8 @@ void KvtParser::connectTo(IInput& input, const ds::Vector<Token>& path) {
 // Likewise.
 void KvtParser::resolveIdentifiers() {
     bool allSet = true;
-    forEachBatch(pendingIdentifiers, [&](const auto& batch) {
-        Node* nodes[batchSize];
-        for (const auto* const entry : batch)
-            scene().expectNode(entry->value.token4.text);
-        for (const auto* const entry : batch)
-            scene().expectFoundNode(entry->value.token4.text);
-        for (unsigned long i = 0; i < batch.size(); ++i)
-            nodes[i] = referredNode(batch[i]->value);
-        for (unsigned long i = 0; i < batch.size(); ++i) {
-            const bool isKnown = nodes[i] || batch[i]->value.token4.type == Token::Null;
-            if (isKnown) batch[i]->key->setNode(nodes[i]);
-            allSet = allSet && isKnown;
-        }
-    });
+    forEachBatch(pendingIdentifiers,
+                 [&](const Batch& batch) { allSet = setWhatIsThere(batch) && allSet; });
     if (allSet) return;
     pendingIdentifiers.forEach([this](const auto& entry) {
         const Token& reference = entry.value.token4;
@@ -1581,6 +1595,19 @@ void KvtParser::resolveIdentifiers() {
         logWarning("Cannot assign nonexistent node %s to %s.", reference.text.buf(),
                    entry.key->fullName().buf());
     });
+}
+
+bool KvtParser::setWhatIsThere(const Batch& batch) {
+    expectNodes(scene(), batch,
+                [](const AssignInfo& info) -> const String& { return info.token4.text; });
+    bool allSet = true;
+    for (const auto* const entry : batch) {
+        Node* const node = referredNode(entry->value);
+        const bool isKnown = node || entry->value.token4.type == Token::Null;
+        if (isKnown) entry->key->setNode(node);
+        allSet = allSet && isKnown;
+    }
+    return allSet;
 }
 
 Node* KvtParser::referredNode(const AssignInfo& info) const {

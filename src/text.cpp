@@ -12,6 +12,7 @@
 #include <ko/foundation.h>
 
 #include "ascii.h"
+#include "words.h"
 
 namespace ko {
 
@@ -269,6 +270,15 @@ String String::trimChars(const String& left, const String& right) const {
 }
 
 String String::toLower(bool /*asciiOnly*/) const {
+    if (isShort()) {
+        words::Word words[2];
+        std::memcpy(words, bytes_, sizeof words);
+        words[0] = words::lowered(words[0]);
+        words[1] = words::lowered(words[1]);  // the tag is no letter
+        String text;
+        std::memcpy(text.bytes_, words, sizeof words);
+        return text;
+    }
     const std::string_view text = view();
     const bool isLower =
         std::all_of(text.begin(), text.end(), [](char c) { return ascii::lower(c) == c; });

@@ -43,6 +43,14 @@ constexpr unsigned gathered(Word first, Word second) {
     return static_cast<unsigned>(low | high << 8U);
 }
 
+// With A-Z as a-z.
+constexpr Word lowered(Word characters) {
+    const Word low = characters & ~highBits;
+    const Word fromA = low + all(0x80 - 'A');
+    const Word behindZ = low + all(0x7F - 'Z');
+    return characters | (fromA & ~behindZ & ~characters & highBits) >> 2U;
+}
+
 // Digits as values have no other bits than those of '0' changed.
 constexpr Word digitValues(Word characters) { return characters ^ all('0'); }
 

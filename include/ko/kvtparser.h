@@ -132,7 +132,7 @@ class Lexer {
     void read(Token& t);
     inline bool readAtAGlance(Token& t);
     static inline bool passBlanks(Place& place);
-    inline void moveTo(Place& place, unsigned long count);
+    inline void moveTo(Place& place, unsigned count);
     void readAny(Token& t);
     void readSign(Token::Type type, Token& t);
     void readId(Token& t);
@@ -313,6 +313,9 @@ class KvtParser {
     void storeValue(const Walk& walk, AssignInfo& info);
     bool fit(AssignInfo& info, Input& target);
     void checkEnumeration(const Input& target);
+    using Batch = ds::Vector<const PendingMap::Node*>;
+    bool connectWhatIsThere(const Batch& batch);
+    bool setWhatIsThere(const Batch& batch);
     void connectTo(interfaces::IInput& input, const ds::Vector<Token>& path);
     static Output* outputOf(Node& node, const String& name);
     Node* referredNode(const AssignInfo& info) const;

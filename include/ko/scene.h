@@ -5,8 +5,10 @@
 // node until `Scene::purgeRemoved()`.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
+#include <cstring>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -95,8 +97,14 @@ struct AttrData {
     void setReal(double number) { setComponent(0, number); }
     // Becomes a String with a copy of `text` (up to a NUL), as `ofText`.
     void setText(std::string_view text);
-    // Becomes Null and all zeros; a payload is the caller's.
-    void clear();
+    // Becomes Null and all zeros; a payload is the caller's. Only matrices use more words than a
+    // few.
+    void clear() {
+        constexpr unsigned long few = 5;
+        const bool isMatrix = type == AttrType::Mat3 || type == AttrType::Mat4;
+        std::fill_n(value, isMatrix ? std::size(value) : few, 0);
+        type = AttrType::Null;
+    }
     void setComponent(int i, double number) { std::memcpy(&value[i], &number, sizeof number); }
     BufferView buffer() const;
     AttrType arrayType() const { return static_cast<AttrType>(elementCode()); }

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 #include <new>
 
 #include <ko/math.h>
@@ -66,15 +65,6 @@ void AttrData::setText(std::string_view text) {
     chars[text.size()] = '\0';
     type = AttrType::String;
     setPayload(chars);
-}
-
-// Only matrices use more words than a few.
-void AttrData::clear() {
-    constexpr unsigned long few = 5;
-    const unsigned long used =
-        type == AttrType::Mat3 || type == AttrType::Mat4 ? std::size(value) : few;
-    std::fill_n(value, used, 0);
-    type = AttrType::Null;
 }
 
 AttrData AttrData::ofComponents(AttrType type, const double* components) {
