@@ -370,6 +370,22 @@ TEST(NodeInputTest, IsFoundByNameInConstNodesToo) {
     EXPECT_EQ(same.input(""), nullptr);
 }
 
+TEST(NodeInputTest, NamesOfEqualMarksAreToldApart) {
+    std::vector<String> names;
+    for (unsigned long number = 0; names.size() < 9; ++number)
+        if (numbered("n", number).mark() == String("n0").mark())
+            names.push_back(numbered("n", number));
+    Scene scene;
+    Node& node = *scene.createNode("type", "node", "");
+    for (const String& name : names) {
+        EXPECT_EQ(node.input(name), nullptr);
+        Input* const created = node.createInput(name, AttrType::Int);
+        ASSERT_NE(created, nullptr);
+        EXPECT_EQ(node.input(name), created);
+        EXPECT_EQ(node.input(names[0]), node.inputAt(0));
+    }
+}
+
 TEST(NodeInputTest, CreationRefusesNamesThatAreEmptyTakenOrBeginWithABracket) {
     Scene scene;
     Node& node = *scene.createNode("t", "n", "");

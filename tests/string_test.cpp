@@ -702,8 +702,11 @@ TEST(StringTest, ToLowerChangesTheTwentySixCapitalsAndNothingElse) {
     for (int code = -128; code <= 127; ++code) {
         const char c = static_cast<char>(code);
         const char expected = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
-        EXPECT_EQ(String(c).toLower(true)[0], expected) << code;
-        EXPECT_EQ(String(c).toLower(false)[0], expected) << code;
+        for (const unsigned long length : {1UL, 14UL, 15UL}) {
+            const String text(std::string(length, c));
+            EXPECT_EQ(str(text.toLower(true)), std::string(length, expected)) << code;
+            EXPECT_EQ(str(text.toLower(false)), std::string(length, expected)) << code;
+        }
     }
 }
 
