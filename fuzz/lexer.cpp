@@ -3,6 +3,7 @@
 #include <ko/kvtparser.h>
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "lexers.h"
@@ -51,5 +52,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string_view text = kvt::fuzz::textOf(data, size);
     requireSameTokens(Characters::ofString(text), StringLexer(ko::String(text)));
     requireSameTokens(Characters(text), Blocks(text, kvt::fuzz::fingerprint(text)));
+    // With so much behind it that tokens are taken at a glance.
+    const std::string longer = std::string(text) + '\n' + std::string(150, ' ');
+    requireSameTokens(Characters(longer), StringLexer(ko::String(longer)));
     return 0;
 }
