@@ -15,6 +15,7 @@
 #include <initializer_list>
 #include <iterator>
 #include <limits>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -852,6 +853,16 @@ TEST_F(ElementLimitTest, MayBeSetBelowWhatIsThere) {
     scene_.setElementLimit(11);
     list.appendElement();
     EXPECT_EQ(list.inputCount(), 11U);
+}
+
+TEST_F(ElementLimitTest, GivesAnArrayNoMoreElementsThanHavePositions) {
+    scene_.setElementLimit(highestUInt);
+    Input& list = makeArray(AttrType::Int);
+    list.appendElements(2);
+    EXPECT_THROW(list.appendElements(4'294'967'294), std::bad_alloc);
+    EXPECT_THROW(list.appendElements(highestUInt - 2), std::bad_alloc);
+    EXPECT_EQ(list.inputCount(), 2U);
+    EXPECT_EQ(scene_.elementCount(), 2U);
 }
 
 TEST_F(ElementLimitTest, LeavesTheArrayUsableWhenItIsReached) {
