@@ -12,6 +12,7 @@
 #include <ko/foundation.h>
 
 #include "ascii.h"
+#include "memory.h"
 #include "words.h"
 
 namespace ko {
@@ -25,8 +26,10 @@ TextBuffer* TextBuffer::create(unsigned long length) { return resize(nullptr, le
 TextBuffer* TextBuffer::resize(TextBuffer* buffer, unsigned long length) {
     constexpr unsigned long large = 1UL << 20;
     void* memory = buffer;
-    if (!buffer || length > buffer->length_ || length < large)
+    if (!buffer || length > buffer->length_ || length < large) {
         memory = std::realloc(memory, sizeof(TextBuffer) + length + 1);
+        if (memory && length >= large) memory::adviseLarge(memory, sizeof(TextBuffer) + length);
+    }
     if (!memory) throw std::bad_alloc();
     auto* const resized = new (memory) TextBuffer(length);
     resized->chars()[length] = '\0';

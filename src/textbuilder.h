@@ -7,8 +7,6 @@
 
 #include <ko/foundation.h>
 
-#include "memory.h"
-
 namespace ko {
 
 // A short text is collected in place; a long one grows in the buffer that becomes its String's own.
@@ -68,7 +66,6 @@ class TextBuilder {
         const unsigned long room = std::max(length + count, roomBeyond(length));
         const bool wasInline = !buffer_;
         buffer_ = TextBuffer::resize(buffer_, room);
-        memory::adviseLarge(buffer_->chars(), room);
         if (wasInline) std::memcpy(buffer_->chars(), inline_, length);
         end_ = buffer_->chars() + length;
         limit_ = buffer_->chars() + room;
