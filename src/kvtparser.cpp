@@ -337,10 +337,10 @@ Seen seeNumber(const char* at, String& text) {
     return {Token::StringLiteral, length};
 }
 
-// A short group of plain numbers with spaces and commas between them and nowhere else.
+// A short group of plain numbers with spaces and commas between them, none behind the last.
 [[gnu::noinline]] Seen seeParens(const char* at, String& text) {
     const char* const from = at + 1;
-    std::uint64_t numbers = chars::ofSixtyFour(from, &chars::Sixteen::decimalParts);
+    const std::uint64_t numbers = chars::ofSixtyFour(from, &chars::Sixteen::decimalParts);
     const std::uint64_t gaps = chars::ofSixtyFour(from, &chars::Sixteen::spacesAndCommas);
     const std::uint64_t others = ~(numbers | gaps);
     if (others == 0) return {};
@@ -382,11 +382,11 @@ inline bool Lexer::readAtAGlance(Token& t) {
             t.line = place.line;
             t.column = place.column;
             t.type = type;
-            moveTo(place, 1);
+            takeFrom(place, 1);
             return true;
     }
     if (seen.length == 0) return false;
-    moveTo(place, seen.length);
+    takeFrom(place, seen.length);
     finish(seen.type, t);
     if (type == Token::Id) recogniseWord(t);
     return true;
@@ -413,7 +413,7 @@ inline bool Lexer::passBlanks(Place& place) {
 }
 
 // Takes so many characters from `place` on, which no line break is among.
-inline void Lexer::moveTo(Place& place, unsigned count) {
+inline void Lexer::takeFrom(Place& place, unsigned count) {
     if (place.isBehindBreak) {
         addFew(place.line, 1);
         place.column = 0;
@@ -1500,15 +1500,16 @@ void forEachBatch(const Map& pending, Visit visit) {
     visit(batch);
 }
 
-// Asks memory for the nodes that a batch is about to look up by the names that `nameOf` gives.
+// Asks memory for the nodes that a batch is about to look up by the names that `nameOf` gives, null
+// for none.
 template <class Batch, class NameOf>
 void expectNodes(const Scene& scene, const Batch& batch, NameOf nameOf) {
     for (const auto* const entry : batch) {
         __builtin_prefetch(entry->key, 1);
-        scene.expectNode(nameOf(entry->value));
+        if (const String* const name = nameOf(entry->value)) scene.expectNode(*name);
     }
     for (const auto* const entry : batch)
-        scene.expectFoundNode(nameOf(entry->value));
+        if (const String* const name = nameOf(entry->value)) scene.expectFoundNode(*name);
 }
 
 // output = node "." name, the only shape of a path that names one
@@ -1534,8 +1535,9 @@ void KvtParser::resolveConnections() {
 
 // True when all of it was there. Each round touches what the one before it asked memory for.
 bool KvtParser::connectWhatIsThere(const Batch& batch) {
-    expectNodes(scene(), batch,
-                [](const AssignInfo& info) -> const String& { return info.refPath[0].text; });
+    expectNodes(scene(), batch, [](const AssignInfo& info) {
+        return namesOutput(info.refPath) ? &info.refPath[0].text : nullptr;
+    });
     Node* nodes[batchSize];
     for (unsigned long i = 0; i < batch.size(); ++i) {
         const ds::Vector<Token>& path = batch[i]->value.refPath;
@@ -1598,8 +1600,7 @@ void KvtParser::resolveIdentifiers() {
 }
 
 bool KvtParser::setWhatIsThere(const Batch& batch) {
-    expectNodes(scene(), batch,
-                [](const AssignInfo& info) -> const String& { return info.token4.text; });
+    expectNodes(scene(), batch, [](const AssignInfo& info) { return &info.token4.text; });
     bool allSet = true;
     for (const auto* const entry : batch) {
         Node* const node = referredNode(entry->value);

@@ -26,7 +26,7 @@ namespace ko::memory {
 
 #ifdef __linux__
 
-// Rounded outwards: blocks stand side by side, and a large page may serve the ends of two.
+// Rounded outwards: where blocks stand side by side, a large page may serve the ends of two.
 void adviseLarge(void* memory, unsigned long bytes) noexcept {
     constexpr std::uintptr_t page = largePage;
     if (bytes < page / 2) return;
@@ -57,9 +57,8 @@ namespace ko::ds {
 namespace {
 
 // In front of a block: where the memory begins that it stands in.
-struct Origin {
+struct alignas(std::max_align_t) Origin {
     void* memory;
-    std::uint64_t padding;  // blocks are aligned as what `new` gives
 };
 
 }  // namespace
@@ -74,7 +73,7 @@ void* allocateBlock(std::size_t bytes) {
     const std::uintptr_t aligned = (first + alignment - 1) / alignment * alignment;
     auto* const block =
         static_cast<char*>(memory) + (aligned - reinterpret_cast<std::uintptr_t>(memory));
-    new (block - sizeof(Origin)) Origin{memory, 0};
+    new (block - sizeof(Origin)) Origin{memory};
     memory::adviseLarge(block, bytes);
     return block;
 }

@@ -6,7 +6,7 @@ namespace ko::memory {
 // The size of the system's large pages.
 inline constexpr unsigned long largePage = 2UL << 20;
 
-// Says that the memory, fresh from malloc, is about to be written from front to back. The system
+// Says that the memory, from malloc, is about to be written from front to back. The system
 // then hands a large block out in large pages: touching it for the first time costs a fraction.
 void adviseLarge(void* memory, unsigned long bytes) noexcept;
 

@@ -457,6 +457,21 @@ TEST_F(NewInputTest, StartsWithTheDefaultOfItsType) {
     }
 }
 
+// A code beyond all types holds nothing, whatever type its lowest bits would be.
+TEST_F(NewInputTest, HoldsNothingWhenItsTypeIsNone) {
+    Node& node = nextNode();
+    for (std::uint32_t code = 0; code < 32; ++code) {
+        Input& input = *node.createInput(String(static_cast<unsigned long>(code)),
+                                         static_cast<AttrType>(256 + code));
+        Input& next = *node.createInput(String("next ") + String(static_cast<unsigned long>(code)),
+                                        AttrType::Real);
+        EXPECT_EQ(str(input.typeName()), "<unknown>");
+        EXPECT_FALSE(input.assign(AttrData::ofText("a text")));
+        EXPECT_FALSE(input.assign(AttrData::ofBuffer(DataType::Float, 3)));
+        EXPECT_EQ(next.asReal(), 0);
+    }
+}
+
 TEST_F(NewInputTest, ReadsAsItsDefault) {
     EXPECT_FALSE(make(AttrType::Bool).asBool());
     EXPECT_EQ(make(AttrType::Int).asInt(), 0);

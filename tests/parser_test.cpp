@@ -1042,6 +1042,16 @@ TEST(Assignments, ThatWaitAreResolvedWhenAsked) {
     EXPECT_EQ(nullptr, y->nodeReference());
 }
 
+TEST(Assignments, ThatWaitWithoutAPathAreWarnedOf) {
+    Parsing p("");
+    Node* const node = p.scene.createNode("t", "n", "");
+    p.parser.pendingConnections.insert(node->createInput("x", AttrType::Null), {});
+    const LogCapture log;
+    p.parser.resolveConnections();
+    ASSERT_EQ(1U, log.records().size());
+    EXPECT_EQ("Invalid output: .", log.records()[0].text.view());
+}
+
 TEST(Assignments, KeepTheirInputsWhileTheyWait) {
     Parsing p("n.list[1].x |= m.out; n.list[0].y = m;");
     p.scene.createNode("t", "n", "");

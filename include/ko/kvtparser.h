@@ -132,7 +132,7 @@ class Lexer {
     void read(Token& t);
     inline bool readAtAGlance(Token& t);
     static inline bool passBlanks(Place& place);
-    inline void moveTo(Place& place, unsigned count);
+    inline void takeFrom(Place& place, unsigned count);
     void readAny(Token& t);
     void readSign(Token::Type type, Token& t);
     void readId(Token& t);

@@ -2,7 +2,6 @@
 // reading from text.
 #pragma once
 
-#include <algorithm>
 #include <string_view>
 
 #include <ko/foundation.h>

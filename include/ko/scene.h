@@ -523,7 +523,7 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
     std::uint32_t poolOffset_ = 0;
     std::uint32_t position_;
     AttrType type_ : 8;
-    std::uint32_t elementType_ : 24;  // an array's AttrType or a buffer's DataType
+    std::uint16_t elementType_;  // an array's AttrType or a buffer's DataType
     String name_;
     Node* node_;
     Input* parent_;
@@ -780,21 +780,11 @@ class Scene : public interfaces::IScene {
     unsigned long bufferLimit_ = noBufferLimit;
 };
 
-// What a process-wide table says of names that older documents may spell differently; whether it
-// ever said anything.
-String renamedInput(const String& nodeType, const String& name);
-String renamedOutput(const String& nodeType, const String& name);
-extern std::atomic<bool> anyRenames;
-
-// The current name of an input or output of a node type; the name itself when nothing is known of
-// it. Any thread may ask.
-inline String updateInputName(const String& nodeType, const String& name) {
-    return anyRenames.load(std::memory_order_acquire) ? renamedInput(nodeType, name) : name;
-}
-inline String updateOutputName(const String& nodeType, const String& name) {
-    return anyRenames.load(std::memory_order_acquire) ? renamedOutput(nodeType, name) : name;
-}
-// What fills and empties the table.
+// The current name of an input or output of a node type that older documents may spell differently;
+// the name itself when nothing is known of it. Any thread may ask.
+String updateInputName(const String& nodeType, const String& name);
+String updateOutputName(const String& nodeType, const String& name);
+// The process-wide table behind them.
 void registerInputRename(const String& nodeType, const String& old, const String& current);
 void registerOutputRename(const String& nodeType, const String& old, const String& current);
 void clearRenames();
@@ -821,6 +811,7 @@ template <class T>
 void NameIndex<T>::expectItem(const String& name) const {
     if (slots_.isEmpty()) return;
     const auto* const item = slots_[name.hash() & (slots_.size() - 1)].item;
+    if (!item) return;
     __builtin_prefetch(item);
     __builtin_prefetch(reinterpret_cast<const char*>(item) + 64);
 }
@@ -898,6 +889,7 @@ void NamedList<T, longestScan>::add(T* item) {
         many_->add(item);
     } else {
         few_[size_] = item;
+        marks_ &= ~(std::uint64_t(0xFF) << 8 * size_);
         marks_ |= std::uint64_t(item->name().mark()) << 8 * size_;
     }
     ++size_;

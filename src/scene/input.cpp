@@ -19,10 +19,16 @@ namespace {
 
 constexpr std::uint32_t codeOf(AttrType type) { return static_cast<std::uint32_t>(type); }
 
-bool isMatrix(AttrType type) { return type == AttrType::Mat3 || type == AttrType::Mat4; }
+// As an input keeps them: a code that is none stays one that is none.
+constexpr AttrType keptType(AttrType type) {
+    return codeOf(type) < attrTypeCount ? type : static_cast<AttrType>(0xFF);
+}
+constexpr std::uint16_t keptElementType(std::uint32_t code) {
+    constexpr std::uint32_t most = std::numeric_limits<std::uint16_t>::max();
+    return static_cast<std::uint16_t>(std::min(code, most));
+}
 
-// As an input keeps it.
-constexpr std::uint32_t mostElementType = (std::uint32_t(1) << 24U) - 1;
+bool isMatrix(AttrType type) { return type == AttrType::Mat3 || type == AttrType::Mat4; }
 
 // Places that can be told apart.
 constexpr unsigned long mostInputs = std::numeric_limits<std::uint32_t>::max();
@@ -116,8 +122,8 @@ Input* Input::addTo(NamedList<Input>& list, Node* node, Input* parent, const Str
 Input::Input(Node* node, Input* parent, unsigned long position, const String& name, AttrType type,
              std::uint32_t elementType)
     : position_(static_cast<std::uint32_t>(position)),
-      type_(type),
-      elementType_(elementType & mostElementType),
+      type_(keptType(type)),
+      elementType_(keptElementType(elementType)),
       name_(name),
       node_(node),
       parent_(parent),
@@ -143,7 +149,7 @@ void Input::retain() noexcept { references_.fetch_add(1, std::memory_order_relax
 
 void Input::release() noexcept {
     if (references_.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-    Pool::destroy(this);
+    Pool::destroy(this, sizeBehind(type_));
 }
 
 // --- What it is ---------------------------------------------------------------------------------
@@ -306,7 +312,7 @@ Input* Input::nextInNode() const {
 void Input::set(const AttrData& declaration) {
     const bool canDeclare = (isArray() || isBuffer()) && declaration.type == type_;
     if (canDeclare && elementType_ == 0)
-        elementType_ = codeOf(declaration.arrayType()) & mostElementType;
+        elementType_ = keptElementType(codeOf(declaration.arrayType()));
 }
 
 void Input::declareElements(const AttrData& declaration) {
@@ -336,8 +342,8 @@ bool Input::assign(const AttrData& data) noexcept {
         case AttrType::Buffer: return assignBuffer(data);
         case AttrType::Bool:
         case AttrType::Int:
-        case AttrType::UInt:
-        case AttrType::Real: value_.word = data.value[0]; return true;
+        case AttrType::UInt: value_.word = data.value[0]; return true;
+        case AttrType::Real: value_.real = data.real(); return true;
         case AttrType::Null:
         case AttrType::Node:
         case AttrType::Array:
@@ -368,7 +374,7 @@ bool Input::assignBuffer(const AttrData& data) noexcept {
     if (!isOwn) std::free(value_.buffer);
     value_.buffer = data.payload();
     *behind<BufferSize>() = {buffer.count, buffer.bytes};
-    elementType_ = codeOf(data.arrayType()) & mostElementType;
+    elementType_ = keptElementType(codeOf(data.arrayType()));
     return true;
 }
 
@@ -386,8 +392,8 @@ AttrData Input::value() const {
         case AttrType::Array: data.setElementType(arrayType()); break;
         case AttrType::Bool:
         case AttrType::Int:
-        case AttrType::UInt:
-        case AttrType::Real: data.value[0] = value_.word; break;
+        case AttrType::UInt: data.value[0] = value_.word; break;
+        case AttrType::Real: data.setReal(value_.real); break;
         case AttrType::Null:
         case AttrType::Node:
         case AttrType::Object: break;

@@ -47,12 +47,13 @@ class Pool {
         return object;
     }
 
+    // `behind` is as `makeLonger` was told.
     template <class T>
-    static void destroy(T* object) noexcept {
+    static void destroy(T* object, unsigned long behind = 0) noexcept {
         auto* const chunk =
             reinterpret_cast<Chunk*>(reinterpret_cast<char*>(object) - object->poolOffset_);
         object->~T();
-        memory::forbid(object, sizeof(T));
+        memory::forbid(object, sizeof(T) + behind);
         drop(chunk, 1);
     }
 

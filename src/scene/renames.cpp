@@ -1,3 +1,4 @@
+#include <atomic>
 #include <mutex>
 #include <shared_mutex>
 
@@ -40,6 +41,9 @@ class RenameTable {
     StringMap<StringMap<String>> renames_;
 };
 
+// Most programs rename nothing, and no name of theirs is looked up.
+std::atomic<bool> anyRenames{false};
+
 RenameTable& inputRenames() {
     static RenameTable table;
     return table;
@@ -52,14 +56,14 @@ RenameTable& outputRenames() {
 
 }  // namespace
 
-std::atomic<bool> anyRenames{false};
-
-String renamedInput(const String& nodeType, const String& name) {
-    return inputRenames().current(nodeType, name);
+String updateInputName(const String& nodeType, const String& name) {
+    return anyRenames.load(std::memory_order_acquire) ? inputRenames().current(nodeType, name)
+                                                      : name;
 }
 
-String renamedOutput(const String& nodeType, const String& name) {
-    return outputRenames().current(nodeType, name);
+String updateOutputName(const String& nodeType, const String& name) {
+    return anyRenames.load(std::memory_order_acquire) ? outputRenames().current(nodeType, name)
+                                                      : name;
 }
 
 void registerInputRename(const String& nodeType, const String& old, const String& current) {
