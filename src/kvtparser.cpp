@@ -1497,7 +1497,7 @@ void forEachBatch(const Map& pending, Visit visit) {
         visit(batch);
         batch.clear();
     });
-    visit(batch);
+    if (!batch.isEmpty()) visit(batch);
 }
 
 // Asks memory for the nodes that a batch is about to look up by the names that `nameOf` gives, null
