@@ -83,13 +83,6 @@ unsigned long multiplyModPrime(unsigned long a, unsigned long b) noexcept {
     return sum >= hashPrime ? sum - hashPrime : sum;
 }
 
-// Spreads the bits over the word, since maps take their bucket from the lowest ones. One to one.
-unsigned long spreadBits(unsigned long hash) noexcept {
-    hash ^= hash >> 32;
-    hash *= 0x9E3779B97F4A7C15UL;
-    return hash ^ (hash >> 29);
-}
-
 // Never throws: a machine without a source of randomness still has a clock.
 unsigned long randomBits() noexcept {
     try {
@@ -97,7 +90,7 @@ unsigned long randomBits() noexcept {
         return (static_cast<unsigned long>(device()) << 32) ^ device();
     } catch (const std::exception&) {
         const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
-        return spreadBits(static_cast<unsigned long>(now));
+        return ds::spreadBits(static_cast<unsigned long>(now));
     }
 }
 
@@ -120,12 +113,14 @@ const HashKeys& hashKeys() noexcept {
 }
 
 // A sum of the words of a short String, each times a random number: two texts have equal upper
-// halves as rarely as two random numbers do.
+// halves as rarely as two random numbers do. Such a sum leads from names in a row to places in a
+// row, which crowd each other where tables look for the next free place; spread, they do not.
 unsigned long hashShort(const char* bytes) noexcept {
     const HashKeys& keys = hashKeys();
     std::uint64_t words[2];
     std::memcpy(words, bytes, sizeof words);
-    return static_cast<unsigned long>((keys.words[0] * words[0] + keys.words[1] * words[1]) >> 64);
+    const Wide sum = keys.words[0] * words[0] + keys.words[1] * words[1];
+    return ds::spreadBits(static_cast<unsigned long>(sum >> 64));
 }
 
 // The text as a polynomial at a random point, seven bytes a coefficient.
@@ -140,7 +135,7 @@ unsigned long hashLong(std::string_view text) noexcept {
         hash = (multiplyModPrime(hash, point) + chunk) % hashPrime;
         text.remove_prefix(taken);
     }
-    return spreadBits(multiplyModPrime(hash, point));
+    return ds::spreadBits(multiplyModPrime(hash, point));
 }
 
 }  // namespace

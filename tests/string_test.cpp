@@ -334,6 +334,23 @@ TEST(StringTest, EqualTextsHaveEqualHashes) {
     EXPECT_EQ(String().hash(), String("abc"sv.substr(0, 0)).hash());
 }
 
+// Looked for from the place that the lowest bits of the hash give, each takes the next free one.
+TEST(StringTest, HashesOfNamesInARowDoNotCrowd) {
+    constexpr unsigned long names = 10000;
+    constexpr unsigned long places = 16384;
+    for (const std::string prefix : {"n", "a name that is long_"}) {
+        std::vector<bool> isTaken(places);
+        unsigned long looks = 0;
+        for (unsigned long i = 0; i < names; ++i) {
+            unsigned long at = String(prefix + std::to_string(i)).hash() % places;
+            for (++looks; isTaken[at]; ++looks)
+                at = (at + 1) % places;
+            isTaken[at] = true;
+        }
+        EXPECT_LT(looks, 3 * names) << prefix;  // random hashes need 1.8 of them each
+    }
+}
+
 TEST(StringTest, HashStaysTheSameAndIsThatOfEveryCopy) {
     const String text("asked again and again");
     const unsigned long hash = text.hash();

@@ -96,6 +96,13 @@ class Vector {
 // a fraction.
 void* allocateBlock(std::size_t bytes);
 void freeBlock(void* block) noexcept;
+// Spreads what tells hashes apart over the word: maps take their place from its lowest or highest
+// bits, and hashes in a row should not get places in a row. One to one.
+constexpr unsigned long spreadBits(unsigned long hash) noexcept {
+    hash ^= hash >> 32U;
+    hash *= 0x9E3779B97F4A7C15UL;
+    return hash ^ (hash >> 29U);
+}
 // An odd number that is drawn once a process.
 unsigned long oddRandom() noexcept;
 
@@ -284,10 +291,10 @@ class HashMap {
     }
 
     // Where `hash` stands or would stand. A document can choose the addresses of its inputs among
-    // each other: a factor that it does not know spreads them over the highest bits.
+    // each other: a factor that it does not know leads them apart.
     unsigned long place(unsigned long hash) const noexcept {
         const unsigned long mask = slots_.size() - 1;
-        unsigned long at = hash * factor_ >> __builtin_clzl(mask);
+        unsigned long at = spreadBits(hash * factor_) >> __builtin_clzl(mask);
         while (slots_[at].node && slots_[at].node->hash != hash)
             at = (at + 1) & mask;
         return at;
