@@ -44,22 +44,17 @@ namespace {
 constexpr signed char endOfInput = -1;
 
 // Where position, line and column stop.
-constexpr unsigned long largestCounter = std::numeric_limits<std::int32_t>::max();
+constexpr std::int32_t largestCounter = std::numeric_limits<std::int32_t>::max();
 
 void add(std::int32_t& counter, unsigned long count) noexcept {
+    constexpr unsigned long largest = largestCounter;
     const unsigned long sum = static_cast<unsigned long>(counter) + count;
-    counter = static_cast<std::int32_t>(std::min(sum, largestCounter));
-}
-
-// The same for few.
-void addFew(std::int32_t& counter, unsigned count) noexcept {
-    constexpr auto largest = static_cast<unsigned>(largestCounter);
-    const unsigned sum = static_cast<unsigned>(counter) + count;
     counter = static_cast<std::int32_t>(std::min(sum, largest));
 }
 
-// How far behind the lookahead a run must go on for a token to be taken at a glance.
-constexpr long glance = 128;
+// How far behind the lookahead a run must go on, and how much the counters must have left, for a
+// token to be taken at a glance.
+constexpr int glance = 128;
 
 }  // namespace
 
@@ -71,7 +66,7 @@ void Lexer::start(std::string_view run) {
 
 void Lexer::enterRun(const char* end) {
     end_ = end;
-    glanceEnd_ = end - std::min(end - next_, glance);
+    glanceEnd_ = end - std::min<long>(end - next_, glance);
 }
 
 inline void Lexer::fetch() {
@@ -366,71 +361,77 @@ Seen seeNumber(const char* at, String& text) {
 
 }  // namespace
 
-inline bool Lexer::readAtAGlance(Token& t) {
-    Place place{next_ - 1, line, column, c == '\n'};
-    if (chars::is(*place.at, chars::Blank) && !passBlanks(place)) return false;
-    const Token::Type type = typeBegunBy(*place.at);
+bool Lexer::readAtAGlance(Token& t) {
+    if (std::max({pos, line, column}) > largestCounter - glance) return false;
+    if (chars::is(la, chars::Blank) && !passBlanks()) return false;
+    const Token::Type type = typeBegunBy(static_cast<char>(la));
+    if (type < firstSign) return readTextAtAGlance(type, t);
+    const auto sign = static_cast<char>(la);
+    finish(type, t);
+    takeInLine(1);
+    t.text.assign(sign);
+    return true;
+}
+
+bool Lexer::readTextAtAGlance(Token::Type type, Token& t) {
     Seen seen;
     switch (type) {
-        case Token::Id: seen = seeId(place.at, t.text); break;
-        case Token::Integer: seen = seeNumber(place.at, t.text); break;
-        case Token::StringLiteral: seen = seeString(place.at, t.text); break;
-        case Token::Parens: seen = seeParens(place.at, t.text); break;
-        default:
-            if (type < firstSign) return false;
-            t.text.assign(*place.at);
-            t.line = place.line;
-            t.column = place.column;
-            t.type = type;
-            takeFrom(place, 1);
-            return true;
+        case Token::Id: seen = seeId(next_ - 1, t.text); break;
+        case Token::Integer: seen = seeNumber(next_ - 1, t.text); break;
+        case Token::StringLiteral: seen = seeString(next_ - 1, t.text); break;
+        case Token::Parens: seen = seeParens(next_ - 1, t.text); break;
+        default: return false;
     }
     if (seen.length == 0) return false;
-    takeFrom(place, seen.length);
+    takeInLine(seen.length);
     finish(seen.type, t);
     if (type == Token::Id) recogniseWord(t);
     return true;
 }
 
 // Passes few blanks.
-inline bool Lexer::passBlanks(Place& place) {
-    const chars::Sixteen ahead(place.at);
+inline bool Lexer::passBlanks() {
+    if (!chars::is(*next_, chars::Blank)) {
+        takeInLine(1);
+        return true;
+    }
+    const chars::Sixteen ahead(next_ - 1);
     const unsigned length = chars::leading(ahead.blanks());
     if (length == chars::sixteen) return false;
     // A break moves the line for what stands behind it; that may be the token.
-    unsigned breaks =
-        (ahead.breaks() << 1U | (place.isBehindBreak ? 1U : 0U)) & ((1U << length) - 1);
+    const unsigned belongs = (1U << length) - 1;
+    unsigned breaks = (ahead.breaks() << 1U | (c == '\n' ? 1U : 0U)) & belongs;
     unsigned lineBegin = 0;
     for (; breaks != 0; breaks &= breaks - 1) {
         lineBegin = static_cast<unsigned>(__builtin_ctz(breaks));
-        addFew(place.line, 1);
-        place.column = 0;
+        ++line;
+        column = 0;
     }
-    addFew(place.column, length - lineBegin);
-    place.at += length;
-    place.isBehindBreak = place.at[-1] == '\n';
+    column += static_cast<int>(length - lineBegin);
+    passTo(next_ + length);
     return true;
 }
 
-// Takes so many characters from `place` on, which no line break is among.
-inline void Lexer::takeFrom(Place& place, unsigned count) {
-    if (place.isBehindBreak) {
-        addFew(place.line, 1);
-        place.column = 0;
+// Takes so many characters; no line break is among them.
+inline void Lexer::takeInLine(unsigned count) {
+    if (c == '\n') {
+        ++line;
+        column = 0;
     }
-    addFew(place.column, count);
-    const char* const to = place.at + count;
-    addFew(pos, static_cast<unsigned>(to - next_) + 1);
-    line = place.line;
-    column = place.column;
-    c = static_cast<signed char>(to[-1]);
-    la = static_cast<signed char>(*to);
-    next_ = to + 1;
+    column += static_cast<int>(count);
+    passTo(next_ + count);
+}
+
+inline void Lexer::passTo(const char* next) {
+    pos += static_cast<int>(next - next_);
+    c = static_cast<signed char>(next[-2]);
+    la = static_cast<signed char>(next[-1]);
+    next_ = next;
 }
 
 // --- By the rules
 
-void Lexer::read(Token& t) {
+inline void Lexer::read(Token& t) {
     if (next_ >= glanceEnd_ || !readAtAGlance(t)) readAny(t);
 }
 

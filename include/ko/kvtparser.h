@@ -120,19 +120,13 @@ class Lexer {
     unsigned take(chars::Class belonging, String& text);
     String takeAcross(chars::Class belonging);
 
-    // A place ahead, and the position of the character before it.
-    struct Place {
-        const char* at;
-        std::int32_t line;
-        std::int32_t column;
-        bool isBehindBreak;
-    };
-
     // As `nextToken`, in the place of another one.
-    void read(Token& t);
-    inline bool readAtAGlance(Token& t);
-    static inline bool passBlanks(Place& place);
-    inline void takeFrom(Place& place, unsigned count);
+    inline void read(Token& t);
+    bool readAtAGlance(Token& t);
+    bool readTextAtAGlance(Token::Type type, Token& t);
+    inline bool passBlanks();
+    inline void takeInLine(unsigned count);
+    inline void passTo(const char* next);
     void readAny(Token& t);
     void readSign(Token::Type type, Token& t);
     void readId(Token& t);
