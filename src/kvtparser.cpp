@@ -1188,12 +1188,21 @@ String KvtParser::AssignInfo::valueString() const {
 
 // A walk along the target path of an assignment.
 struct KvtParser::Walk {
+    // The steps are names and indices. Where the next one behind `i` stands, past a dot; at the end
+    // of the path when there is none.
+    unsigned long stepBehind(unsigned long i) const {
+        const ds::Vector<Token>& path = info.path;
+        const bool isBehindDot = i + 1 < path.size() && path[i + 1].type == Token::Dot;
+        return isBehindDot ? i + 2 : i + 1;
+    }
+    bool isEnd(unsigned long i) const { return i == info.path.size(); }
+    bool isIndex(unsigned long i) const { return info.path[i].type == Token::Brackets; }
+
     Node& node;
     const AssignInfo& info;
-    ds::Vector<const Token*>& steps;  // names and indices, without the dots
-    Input* input = nullptr;           // reached so far
-    Input* parent = nullptr;          // the one before it
-    bool isNew = false;               // whether `input` was made on the way
+    Input* input = nullptr;   // reached so far
+    Input* parent = nullptr;  // the one before it
+    bool isNew = false;       // whether `input` was made on the way
 };
 
 // What a step should lead to.
@@ -1211,8 +1220,7 @@ bool KvtParser::parseAssign() {
     if (!connect(info) && !value(info)) return false;
     // A declaration may follow, and look its node up.
     if (la(1) == Token::Id && la(2) == Token::Id) scene().expectNode(peek(2).text);
-    steps_.clear();
-    Walk walk{assignedNode(info), info, steps_};
+    Walk walk{assignedNode(info), info};
     Input* const target = reachTarget(walk);
     if (!target) {
         parseError("input '%s' not found.", shownPath(info.path, &walk.node).buf());
@@ -1240,10 +1248,7 @@ Node& KvtParser::assignedNode(const AssignInfo& info) {
 // --- The walk to the target ---------------------------------------------------------------------
 
 Input* KvtParser::reachTarget(Walk& walk) {
-    const ds::Vector<Token>& path = walk.info.path;
-    for (unsigned long i = 1; i < path.size(); ++i)
-        if (path[i].type != Token::Dot) walk.steps.push_back(&path[i]);
-    for (unsigned long i = 0; i < walk.steps.size(); ++i) {
+    for (unsigned long i = walk.stepBehind(0); !walk.isEnd(i); i = walk.stepBehind(i)) {
         Input* const next = takeStep(walk, i);
         if (!next) return nullptr;
         walk.parent = std::exchange(walk.input, next);
@@ -1253,18 +1258,18 @@ Input* KvtParser::reachTarget(Walk& walk) {
 
 // What step `i` should lead to: the value itself at the end, else what the next steps lead into.
 KvtParser::Expected KvtParser::expectedAt(const Walk& walk, unsigned long i) {
-    const ds::Vector<const Token*>& steps = walk.steps;
     const AttrType valueType = walk.info.data.type;
-    const auto isIndex = [&steps](unsigned long k) { return steps[k]->type == Token::Brackets; };
-    if (i + 1 == steps.size()) return {valueType, AttrType::Null};
-    if (!isIndex(i + 1)) return {AttrType::Object, AttrType::Null};
-    if (i + 2 == steps.size()) return {AttrType::Array, valueType};
-    return {AttrType::Array, isIndex(i + 2) ? AttrType::Array : AttrType::Object};
+    const unsigned long next = walk.stepBehind(i);
+    if (walk.isEnd(next)) return {valueType, AttrType::Null};
+    if (!walk.isIndex(next)) return {AttrType::Object, AttrType::Null};
+    const unsigned long second = walk.stepBehind(next);
+    if (walk.isEnd(second)) return {AttrType::Array, valueType};
+    return {AttrType::Array, walk.isIndex(second) ? AttrType::Array : AttrType::Object};
 }
 
 // Finds or creates the input that step `i` names; null when there can be none.
 Input* KvtParser::takeStep(Walk& walk, unsigned long i) {
-    const Token& token = *walk.steps[i];
+    const Token& token = walk.info.path[i];
     const String name = updateInputName(walk.node.type(), token.text);
     const Expected expected = expectedAt(walk, i);
     if (walk.input && !walk.input->container()) return nullptr;
@@ -1276,10 +1281,8 @@ Input* KvtParser::takeStep(Walk& walk, unsigned long i) {
         walk.input ? walk.input->findOrCreate(name, expected.type, expected.elementType)
                    : walk.node.findOrCreate(name, expected.type, expected.elementType);
     walk.isNew = step.isNew;
-    const bool isLast = i + 1 == walk.steps.size();
-    if (step.input && !step.isNew && !isLast) {
-        checkIntermediate(*step.input, expected);
-    }
+    const bool isLast = walk.isEnd(walk.stepBehind(i));
+    if (step.input && !step.isNew && !isLast) checkIntermediate(*step.input, expected);
     return step.input;
 }
 

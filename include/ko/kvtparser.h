@@ -327,7 +327,6 @@ class KvtParser {
 
     // What an assignment is read into, one after the other.
     AssignInfo assignment_;
-    ds::Vector<const Token*> steps_;
     // Keeps the inputs of the pending maps alive, one reference each.
     ds::Vector<RefersTo<interfaces::IInput>> held_;
 
