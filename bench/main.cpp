@@ -124,7 +124,8 @@ class Suite {
     void addDocumentPeers(const std::string& contest, const Content& content);
     void addLoops(const std::string& contest, const Content& content);
 
-    void add(const std::string& name, const Load& load, int passes, Reader read);
+    void add(const std::string& name, const Load& load, int passes, Reader read,
+             Memory memory = Memory::New);
     void measure();
     void compareAvx2(const std::string& contest);
 
@@ -135,12 +136,12 @@ class Suite {
     Table table_{samples_};
 };
 
-void Suite::add(const std::string& name, const Load& load, int passes, Reader read) {
+void Suite::add(const std::string& name, const Load& load, int passes, Reader read, Memory memory) {
     table_.setLoad(name, load);
-    const auto pass = [read = std::move(read)](benchmark::State& state) {
+    const auto pass = [read = std::move(read), memory](benchmark::State& state) {
         double wall = 0;
         for ([[maybe_unused]] const auto each : state) {
-            const PassTimes times = timePass(read);
+            const PassTimes times = timePass(read, memory);
             state.SetIterationTime(times.cpu);
             wall += times.wall;
         }
@@ -268,9 +269,10 @@ void Suite::growthContest(const std::string& name, Make make, bool hasThird) {
         names.push_back(name + ", " + std::to_string(size));
     }
     constexpr int passes[] = {1, 5, 25};
-    for (unsigned long i = 0; i < contents.size(); ++i)
-        add(names[i], loadOf(contents[i], false), passes[i],
-            [&content = contents[i]] { return readText(content); });
+    for (unsigned long i = 0; i < contents.size(); ++i) {
+        const auto read = [&content = contents[i]] { return readText(content); };
+        add(names[i], loadOf(contents[i], false), passes[i], read, Memory::Kept);
+    }
     measure();
     table_.compareGrowth(names[0], names[1], {12, 10.5});
     if (hasThird) table_.compareGrowth(names[1], names[2], {});

@@ -16,7 +16,13 @@ struct PassTimes {
     double wall = 0;
 };
 
+// What a pass reads into.
+enum class Memory {
+    Kept,  // that the process has from reading the same before
+    New,   // that the kernel hands out meanwhile
+};
+
 // Throws std::runtime_error when the reader did.
-PassTimes timePass(const Reader& read);
+PassTimes timePass(const Reader& read, Memory memory);
 
 }  // namespace bench

@@ -1548,12 +1548,16 @@ bool KvtParser::connectWhatIsThere(const Batch& batch) {
         nodes[i] = namesOutput(path) ? scene().findNode(path[0].text) : nullptr;
         if (nodes[i]) nodes[i]->expectOutput();
     }
-    bool allConnected = true;
+    Output* outputs[batchSize];
     for (unsigned long i = 0; i < batch.size(); ++i) {
         const ds::Vector<Token>& path = batch[i]->value.refPath;
-        Output* const output = nodes[i] ? outputOf(*nodes[i], path[2].text) : nullptr;
-        if (output) batch[i]->key->connect(output);
-        allConnected = allConnected && output;
+        outputs[i] = nodes[i] ? outputOf(*nodes[i], path[2].text) : nullptr;
+        if (outputs[i]) outputs[i]->expectConnection();
+    }
+    bool allConnected = true;
+    for (unsigned long i = 0; i < batch.size(); ++i) {
+        if (outputs[i]) batch[i]->key->connect(outputs[i]);
+        allConnected = allConnected && outputs[i];
     }
     return allConnected;
 }
@@ -1605,11 +1609,15 @@ void KvtParser::resolveIdentifiers() {
 
 bool KvtParser::setWhatIsThere(const Batch& batch) {
     expectNodes(scene(), batch, [](const AssignInfo& info) { return &info.token4.text; });
+    Node* nodes[batchSize];
+    for (unsigned long i = 0; i < batch.size(); ++i) {
+        nodes[i] = referredNode(batch[i]->value);
+        if (nodes[i]) nodes[i]->expectReference();
+    }
     bool allSet = true;
-    for (const auto* const entry : batch) {
-        Node* const node = referredNode(entry->value);
-        const bool isKnown = node || entry->value.token4.type == Token::Null;
-        if (isKnown) entry->key->setNode(node);
+    for (unsigned long i = 0; i < batch.size(); ++i) {
+        const bool isKnown = nodes[i] || batch[i]->value.token4.type == Token::Null;
+        if (isKnown) batch[i]->key->setNode(nodes[i]);
         allSet = allSet && isKnown;
     }
     return allSet;

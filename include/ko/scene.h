@@ -539,6 +539,9 @@ struct InputChain {
 
     Input* first = nullptr;
     Input** end = &first;  // where the next one is written
+
+    // Has memory fetch that place.
+    void expectNext() const { __builtin_prefetch(end, 1); }
 };
 
 // A value that a node computes, by name.
@@ -551,6 +554,8 @@ class Output {
     Node* node() const { return node_; }
     // "node.output".
     String fullName() const;
+    // Says that an input is about to be connected.
+    void expectConnection() const { attached_.expectNext(); }
     // The inputs that take their value from here, in the order in which they were connected.
     Chain<Input, &Input::nextConnected> connected() const {
         return Chain<Input, &Input::nextConnected>(attached_.first);
@@ -612,6 +617,8 @@ class Node {
     const Output* outputAt(unsigned long i) const {
         return i < outputCount() ? outputs_[i] : nullptr;
     }
+    // Says that an input is about to refer to this node.
+    void expectReference() const { attached_.expectNext(); }
     // The inputs that refer to this node, in the order in which they were given it.
     Chain<Input, &Input::nextReferring> referring() const {
         return Chain<Input, &Input::nextReferring>(attached_.first);
