@@ -28,6 +28,7 @@
 #include "charclass.h"
 #include "charruns.h"
 #include "memory.h"
+#include "scene/pool.h"
 #include "textbuilder.h"
 
 namespace ko::mirel_sdk::impl {
@@ -167,6 +168,45 @@ StringLexer& StringLexer::operator=(const StringLexer& other) {
 }
 
 // === Tokens =====================================================================================
+
+namespace {
+
+// In front of an array of tokens.
+class ArrayHead {
+  public:
+    explicit ArrayHead(unsigned long bytes) : bytes_(static_cast<std::uint32_t>(bytes)) {}
+    bool isInPool() const { return poolOffset_ != 0; }
+    unsigned long bytes() const { return bytes_; }
+
+  private:
+    friend class impl::Pool;
+    std::uint32_t bytes_;  // of the array, in a pool
+    std::uint32_t poolOffset_ = 0;
+};
+
+}  // namespace
+
+void* Token::operator new[](std::size_t bytes) {
+    return new (::operator new(sizeof(ArrayHead) + bytes)) ArrayHead(0) + 1;
+}
+
+void* Token::operator new[](std::size_t bytes, Pool& pool) {
+    constexpr unsigned long longestInPool = 1024;
+    if (bytes > longestInPool) return operator new[](bytes);
+    return pool.makeLonger<ArrayHead>(bytes, bytes) + 1;
+}
+
+void Token::operator delete[](void* array) noexcept {
+    if (!array) return;
+    ArrayHead* const head = static_cast<ArrayHead*>(array) - 1;
+    if (head->isInPool()) {
+        Pool::destroy(head, head->bytes());
+    } else {
+        ::operator delete(head);
+    }
+}
+
+void Token::operator delete[](void* array, Pool& /*pool*/) noexcept { operator delete[](array); }
 
 Token Lexer::token(Token::Type type) {
     Token t{type, String(static_cast<char>(la)), line, column};
@@ -725,6 +765,9 @@ void KvtParser::wrongTypeWarning(const String& value, IInput* input) {
     logError("%s", framed("TYPE ERROR", detail).buf());
 }
 
+KvtParser::KvtParser() = default;
+KvtParser::~KvtParser() = default;
+
 // === Lookahead ==================================================================================
 
 // The new token takes the place of the one behind the last; an invalid one never gets there.
@@ -1165,6 +1208,20 @@ String shownPath(const ds::Vector<Token>& path, const Node* node) {
 
 }  // namespace
 
+KvtParser::AssignInfo::AssignInfo(const AssignInfo& other, Pool& pool)
+    : path(ds::Vector<Token>::copyAt(pool, other.path)),
+      refPath(ds::Vector<Token>::copyAt(pool, other.refPath)),
+      token0(other.token0),
+      token1(other.token1),
+      token2(other.token2),
+      token3(other.token3),
+      token4(other.token4),
+      gotScalar(other.gotScalar),
+      gotBuffer(other.gotBuffer),
+      gotReference(other.gotReference),
+      gotIdentifier(other.gotIdentifier),
+      data(other.data) {}
+
 void KvtParser::AssignInfo::clear() {
     path.clear();
     refPath.clear();
@@ -1435,7 +1492,8 @@ void KvtParser::postpone(PendingMap& pending, const Walk& walk, const AssignInfo
         earlier->value = info;
         return;
     }
-    pending.insert(target, info);
+    if (!pendingPaths_) pendingPaths_ = std::make_unique<Pool>();
+    pending.emplace(target, info, *pendingPaths_);
     held_.push_back(RefersTo<IInput>(target));
 }
 

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -1022,6 +1023,25 @@ TEST(Assignments, OfReferencesWait) {
     EXPECT_EQ(token(Token::Id, "n", 1, 53), p.parser.pendingIdentifiers.find(x).token4);
     EXPECT_EQ(AttrType::Null, node->input("x")->type());
     EXPECT_EQ(nullptr, node->input("x")->nodeReference());
+}
+
+TEST(Assignments, ThatWaitCanBeKeptBeyondTheirParser) {
+    std::string longPath = "n";
+    for (int i = 0; i < 40; ++i)
+        longPath += ".step";
+    auto p = std::make_unique<Parsing>("n.x |= a.b; " + longPath + " |= c.d;");
+    p->scene.createNode("t", "n", "");
+    EXPECT_TRUE(p->parser.parseAssign());
+    EXPECT_TRUE(p->parser.parseAssign());
+    const auto kept = std::move(p->parser.pendingConnections);
+    p.reset();
+    std::vector<std::string> shown;
+    kept.forEachInserted([&shown](const auto& entry) {
+        const KvtParser::AssignInfo info = entry.value;
+        shown.emplace_back(KvtParser::collapse(info.path).view());
+        shown.emplace_back(KvtParser::collapse(info.refPath).view());
+    });
+    EXPECT_EQ((std::vector<std::string>{"n.x", "a.b", longPath, "c.d"}), shown);
 }
 
 TEST(Assignments, ThatWaitAreResolvedWhenAsked) {

@@ -18,7 +18,12 @@ template <class T>
 class Vector {
   public:
     Vector() noexcept = default;
-    Vector(const Vector& other) : Vector(other, other.size_) {}
+    Vector(const Vector& other) : Vector(other, other.size_ ? new T[other.size_] : nullptr) {}
+    // A copy whose array stands where T's own `operator new[](bytes, place)` puts it.
+    template <class Place>
+    static Vector copyAt(Place& place, const Vector& other) {
+        return Vector(other, other.size_ ? new (place) T[other.size_] : nullptr);
+    }
     Vector(Vector&& other) noexcept
         : data_(std::move(other.data_)),
           size_(std::exchange(other.size_, 0)),
@@ -61,9 +66,9 @@ class Vector {
     const T* end() const noexcept { return data() + size_; }
 
   private:
-    Vector(const Vector& other, unsigned long size)
-        : data_(size ? new T[size] : nullptr), size_(size), capacity_(size) {
-        for (unsigned long i = 0; i < size; ++i)
+    Vector(const Vector& other, T* array)
+        : data_(array), size_(other.size_), capacity_(other.size_) {
+        for (unsigned long i = 0; i < size_; ++i)
             data_[i] = other.data_[i];
     }
 
@@ -148,10 +153,13 @@ class HashMap {
     }
 
     // Appends a node; of two nodes with one hash the earlier is found.
-    Node& insert(const K& key, const V& value) {
+    Node& insert(const K& key, const V& value) { return emplace(key, value); }
+    // The same with a value that is made in place.
+    template <class... Args>
+    Node& emplace(const K& key, Args&&... args) {
         if (isIndexed()) makeIndexFor(size_ + 1);
         const unsigned long hash = hashOf(key);
-        Node& node = room().add(hash, key, value);
+        Node& node = room().add(hash, key, std::forward<Args>(args)...);
         Bucket& bucket = buckets_[hash % bucketCount];
         (bucket.last ? bucket.last->next : bucket.first) = &node;
         bucket.last = &node;
@@ -243,8 +251,9 @@ class HashMap {
         }
 
         bool isFull() const { return size_ == capacity_; }
-        Node& add(unsigned long hash, const K& key, const V& value) {
-            Node* const made = new (nodes_ + size_) Node{hash, key, value};
+        template <class... Args>
+        Node& add(unsigned long hash, const K& key, Args&&... args) {
+            Node* const made = new (nodes_ + size_) Node{hash, key, V(std::forward<Args>(args)...)};
             ++size_;
             return *made;
         }

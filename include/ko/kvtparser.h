@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string_view>
 
 #include <ko/ds.h>
@@ -46,6 +48,13 @@ struct Token {
         False = 36,
         Null = 37,
     };
+
+    // An array of tokens on its own; a short one in memory of a pool, beside others that go with
+    // it.
+    static void* operator new[](std::size_t bytes);
+    static void* operator new[](std::size_t bytes, Pool& pool);
+    static void operator delete[](void* array) noexcept;
+    static void operator delete[](void* array, Pool& pool) noexcept;
 
     Type type = Eof;
     // As it stood in the input, the canonical spelling of a keyword, the normalised text of a
@@ -195,6 +204,10 @@ class KvtParser {
         bool gotIdentifier = false;
         AttrData data;
 
+        AssignInfo() = default;
+        // A copy whose paths stand in memory of that pool.
+        AssignInfo(const AssignInfo& other, Pool& pool);
+
         // As just made, but with the memory that its paths have.
         void clear();
         // The value for messages: at most so many characters and "...", "[]" behind a buffer's
@@ -203,9 +216,10 @@ class KvtParser {
         String valueString() const;
     };
 
-    KvtParser() = default;
+    KvtParser();
     KvtParser(const KvtParser&) = delete;
     KvtParser& operator=(const KvtParser&) = delete;
+    ~KvtParser();
 
     // Reads the document. True when it was read to its end; after an error, which is logged, what
     // the scene was given stays. Throws std::runtime_error for an `Invalid` token among the first
@@ -327,6 +341,8 @@ class KvtParser {
 
     // What an assignment is read into, one after the other.
     AssignInfo assignment_;
+    // Memory for the paths in the pending maps.
+    std::unique_ptr<Pool> pendingPaths_;
     // Keeps the inputs of the pending maps alive, one reference each.
     ds::Vector<RefersTo<interfaces::IInput>> held_;
 
