@@ -54,7 +54,8 @@ void add(std::int32_t& counter, unsigned long count) noexcept {
 }
 
 // How far behind the lookahead a run must go on, and how much the counters must have left, for a
-// token to be taken at a glance.
+// token to be taken at a glance: 15 blanks, a group of 66 characters and what is read in one piece
+// with it.
 constexpr int glance = 128;
 
 }  // namespace
@@ -301,8 +302,8 @@ Token Lexer::nextToken() {
 // --- At a glance
 //
 // Most tokens are short, and so are the blanks before them. Where the run goes on for long enough
-// they are taken here in one go, with the counters at hand; what is longer, rarer or of another
-// shape is left to the rules that follow: false, and nothing is taken.
+// they are taken here in one go; what is longer, rarer or of another shape is left to the rules
+// that follow: false, and nothing is taken but blanks.
 
 namespace {
 
@@ -403,10 +404,10 @@ Seen seeNumber(const char* at, String& text) {
 
 bool Lexer::readAtAGlance(Token& t) {
     if (std::max({pos, line, column}) > largestCounter - glance) return false;
-    if (chars::is(la, chars::Blank) && !passBlanks()) return false;
-    const Token::Type type = typeBegunBy(static_cast<char>(la));
+    if (chars::is(next_[-1], chars::Blank) && !passBlanks()) return false;
+    const char sign = next_[-1];
+    const Token::Type type = typeBegunBy(sign);
     if (type < firstSign) return readTextAtAGlance(type, t);
-    const auto sign = static_cast<char>(la);
     finish(type, t);
     takeInLine(1);
     t.text.assign(sign);
@@ -452,7 +453,7 @@ inline bool Lexer::passBlanks() {
     return true;
 }
 
-// Takes so many characters; no line break is among them.
+// Takes so many characters; no line break stands before the last of them.
 inline void Lexer::takeInLine(unsigned count) {
     if (c == '\n') {
         ++line;

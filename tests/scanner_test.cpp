@@ -374,14 +374,27 @@ void expectSameTokens(Lexer& expected, Lexer& found) {
 
 TEST(Runs, StopCountingAtTheLargestCounter) {
     constexpr std::int32_t largest = std::numeric_limits<std::int32_t>::max();
-    for (const std::string& token : tokens()) {
+    std::string longGroup = "(1";
+    for (int i = 0; i < 30; ++i)
+        longGroup += " 1";
+    longGroup += ')';
+    std::vector<std::string> each = tokens();
+    each.insert(each.end(), {std::string(14, ' ') + longGroup, std::string(15, '\n') + longGroup});
+    const auto expectSame = [](const std::string& text, auto setCounters) {
+        Single expected(text);
+        InRuns found(text, 600);
+        setCounters(expected);
+        setCounters(found);
+        ASSERT_NO_FATAL_FAILURE(expectSameTokens(expected, found)) << text;
+    };
+    for (const std::string& token : each) {
         const std::string text = farFromTheEnd("\n" + token + "\n\n" + token + " a\nb");
-        for (std::int32_t left = 0; left < 60; left += left < 6 ? 1 : 9) {
-            Single expected(text);
-            InRuns found(text, 600);
-            for (Lexer* const lexer : std::initializer_list<Lexer*>{&expected, &found})
-                lexer->pos = lexer->line = lexer->column = largest - left;
-            ASSERT_NO_FATAL_FAILURE(expectSameTokens(expected, found)) << text;
+        for (std::int32_t left = 0; left < 200; left += left < 6 ? 1 : 9) {
+            const std::int32_t value = largest - left;
+            expectSame(text, [=](Lexer& lexer) { lexer.pos = value; });
+            expectSame(text, [=](Lexer& lexer) { lexer.line = value; });
+            expectSame(text, [=](Lexer& lexer) { lexer.column = value; });
+            expectSame(text, [=](Lexer& lexer) { lexer.pos = lexer.line = lexer.column = value; });
         }
     }
 }

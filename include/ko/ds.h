@@ -101,6 +101,7 @@ class Vector {
 // a fraction.
 void* allocateBlock(std::size_t bytes);
 void freeBlock(void* block) noexcept;
+
 // Spreads what tells hashes apart over the word: maps take their place from its lowest or highest
 // bits, and hashes in a row should not get places in a row. One to one.
 constexpr unsigned long spreadBits(unsigned long hash) noexcept {
@@ -108,6 +109,7 @@ constexpr unsigned long spreadBits(unsigned long hash) noexcept {
     hash *= 0x9E3779B97F4A7C15UL;
     return hash ^ (hash >> 29U);
 }
+
 // An odd number that is drawn once a process.
 unsigned long oddRandom() noexcept;
 

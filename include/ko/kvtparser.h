@@ -92,7 +92,7 @@ class Lexer {
     Token unexpectedEof(const String& what) const;
 
     signed char c = 0;        // consumed last; 0 before the first
-    signed char la = 0;       // the next one; -1 at the end of the input
+    signed char la = 0;       // the next one; -1 at the end of the input; the source sets it
     std::int32_t pos = 0;     // index of `la`; this and the next two stop at 2^31 - 1
     std::int32_t line = 1;    // of `c`
     std::int32_t column = 0;  // of `c`, from 1; 0 before the first
