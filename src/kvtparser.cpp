@@ -188,7 +188,8 @@ class ArrayHead {
 }  // namespace
 
 void* Token::operator new[](std::size_t bytes) {
-    return new (::operator new(sizeof(ArrayHead) + bytes)) ArrayHead(0) + 1;
+    auto* const head = new (::operator new(sizeof(ArrayHead) + bytes)) ArrayHead(0);
+    return head + 1;
 }
 
 void* Token::operator new[](std::size_t bytes, Pool& pool) {
