@@ -21,11 +21,6 @@ namespace {
 
 // --- Copying ------------------------------------------------------------------------------------
 
-struct Masks {
-    std::uint64_t number;
-    std::uint64_t other;  // neither of a number nor between numbers
-};
-
 KO_AVX2 inline __m256i broadcast(const std::uint8_t (&table)[16]) {
     return _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(table)));
 }
@@ -37,100 +32,81 @@ KO_AVX2 inline __m256i classify(__m256i text, __m256i low, __m256i high) {
                             _mm256_shuffle_epi8(high, upper));
 }
 
-KO_AVX2 inline Masks masksOf(const char* at, __m256i low, __m256i high) {
-    const __m256i zero = _mm256_setzero_si256();
-    const __m256i numbers = _mm256_set1_epi8(numberBits);
-    const __m256i first = classify(load(at), low, high);
-    const __m256i second = classify(load(at + 32), low, high);
-    return {~joined(_mm256_cmpeq_epi8(_mm256_and_si256(first, numbers), zero),
-                    _mm256_cmpeq_epi8(_mm256_and_si256(second, numbers), zero)),
-            joined(_mm256_cmpeq_epi8(first, zero), _mm256_cmpeq_epi8(second, zero))};
-}
-
-constexpr long copyStep = 32;
-static_assert(copyStep <= copySlack);
-
-// Copies runs of numbers whole. Where they begin and end is noted first, for many of them.
-class Runs {
-  public:
-    // At the first character of a number.
-    Runs(const char* begin, char* to) : begin_(begin) { done_.written = to; }
-
-    // A bit where a number ends and where one begins, by turns; the first ends one.
-    KO_AVX2 void note(const char* at, std::uint64_t edges) {
-        const auto found = static_cast<unsigned long>(_mm_popcnt_u64(edges));
-        const char** to = edges_ + count_;
-        count_ += found;
-        // Always some at a time: how many there are is hard to foresee.
-        constexpr unsigned long some = 8;
-        for (unsigned long noted = 0; noted < found; noted += some)
-            for (unsigned long i = 0; i < some; ++i, edges &= edges - 1)
-                *to++ = at + _tzcnt_u64(edges);
-        if (count_ >= most) copy();
-    }
-
-    // Copies what was noted, and of a number that has not ended what is before `end`.
-    KO_AVX2 Copied finish(const char* end) {
-        copy();
-        append(count_ == 0 ? end : edges_[0]);
-        return done_;
-    }
-
-  private:
-    static constexpr unsigned long most = 512;
-
-    KO_AVX2 void copy() {
-        unsigned long i = 0;
-        for (; i + 1 < count_; i += 2) {
-            append(edges_[i]);
-            *done_.written++ = ' ';
-            begin_ = edges_[i + 1];
-        }
-        if (i < count_) edges_[0] = edges_[i];
-        count_ -= i;
-    }
-
-    // Reads and writes whole steps.
-    KO_AVX2 void append(const char* end) {
-        const long length = end - begin_;
-        for (long done = 0; done < length; done += copyStep)
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(done_.written + done),
-                                load(begin_ + done));
-        done_.written += length;
-        done_.read = end;
-    }
-
-    const char* begin_;  // of the first number that is not copied yet
-    Copied done_;
-    unsigned long count_ = 0;
-    const char* edges_[most + 64];
+// For each choice of eight characters, the lowest bit for the first: where those chosen come from,
+// side by side in the lowest bytes.
+struct Squeezes {
+    std::uint64_t sources[256];
 };
 
-// 64 characters at a time, the last of them by the plain path.
+constexpr Squeezes makeSqueezes() {
+    Squeezes squeezes{};
+    for (unsigned choice = 0; choice < 256; ++choice) {
+        unsigned count = 0;
+        for (std::uint64_t i = 0; i < 8; ++i)
+            if (choice >> i & 1U) squeezes.sources[choice] |= i << 8 * count++;
+    }
+    return squeezes;
+}
+
+constexpr Squeezes squeezes = makeSqueezes();
+
+// Writes the characters that have a bit in `kept` and, behind them, up to 8 others; returns where
+// those begin.
+KO_AVX2 inline char* squeeze(__m128i text, unsigned kept, char* to) {
+    const unsigned low = kept & 0xFF;
+    const unsigned high = kept >> 8U & 0xFF;
+    const __m128i sources = _mm_set_epi64x(static_cast<long long>(squeezes.sources[high]),
+                                           static_cast<long long>(squeezes.sources[low]));
+    const __m128i inHalves = _mm_set_epi64x(0x0808080808080808, 0);
+    const __m128i squeezed = _mm_shuffle_epi8(text, _mm_add_epi8(sources, inHalves));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to), squeezed);
+    to += _mm_popcnt_u32(low);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm_unpackhi_epi64(squeezed, squeezed));
+    return to + _mm_popcnt_u32(high);
+}
+
+KO_AVX2 inline char* squeeze(__m256i text, std::uint64_t kept, char* to) {
+    to = squeeze(_mm256_castsi256_si128(text), static_cast<unsigned>(kept & 0xFFFF), to);
+    return squeeze(_mm256_extracti128_si256(text, 1), static_cast<unsigned>(kept >> 16U & 0xFFFF),
+                   to);
+}
+
+// 64 characters at a time, the last of them by the plain path: what is of a number is kept, and the
+// first character of each gap becomes its space.
 KO_AVX2 Copied copyNumbers(const char* from, const char* end, char* to, Group group) {
     constexpr long step = 64;
     const ClassTables& tables = tablesOf(group);
     const __m256i low = broadcast(tables.low);
     const __m256i high = broadcast(tables.high);
-    Runs runs(from, to);
+    const __m256i ofNumber = _mm256_set1_epi8(numberBits);
+    const __m256i spaces = _mm256_set1_epi8(' ');
+    const __m256i none = _mm256_setzero_si256();
+    Copied done{from, to};
     std::uint64_t inNumber = 1;
-    bool isStopped = false;
-    for (; !isStopped && end - from >= step + copyStep; from += step) {
-        const Masks masks = masksOf(from, low, high);
-        isStopped = masks.other != 0;
-        const std::uint64_t numbers =
-            isStopped ? masks.number & _blsmsk_u64(masks.other) : masks.number;
-        runs.note(from, numbers ^ (numbers << 1 | inNumber));
+    for (; end - from >= step; from += step) {
+        const __m256i first = load(from);
+        const __m256i second = load(from + step / 2);
+        const __m256i firstClasses = classify(first, low, high);
+        const __m256i secondClasses = classify(second, low, high);
+        if (joined(_mm256_cmpeq_epi8(firstClasses, none), _mm256_cmpeq_epi8(secondClasses, none)))
+            break;
+        const __m256i firstGaps = _mm256_cmpeq_epi8(_mm256_and_si256(firstClasses, ofNumber), none);
+        const __m256i secondGaps =
+            _mm256_cmpeq_epi8(_mm256_and_si256(secondClasses, ofNumber), none);
+        const std::uint64_t numbers = ~joined(firstGaps, secondGaps);
+        const std::uint64_t kept = numbers | numbers << 1 | inNumber;
+        to = squeeze(_mm256_blendv_epi8(first, spaces, firstGaps), kept, to);
+        to = squeeze(_mm256_blendv_epi8(second, spaces, secondGaps), kept >> 32, to);
+        if (numbers) done.read = from + step - _lzcnt_u64(numbers);
         inNumber = numbers >> 63;
     }
-    Copied done = runs.finish(from);
-    if (isStopped) return done;
     // What is left may go on with the number, or with a gap that leads to one.
+    done.written = inNumber ? to : to - 1;
     const char* const next =
         chars::skip(from, end, group == Group::Parens ? chars::ParensGap : chars::BracesGap);
     if (next == end || !chars::is(*next, chars::NumberPart)) return done;
-    if (!inNumber || next != from) *done.written++ = ' ';
-    return plainOperations.copyNumbers(next, end, done.written, group);
+    if (inNumber && next != from) *to++ = ' ';
+    return plainOperations.copyNumbers(next, end, to, group);
 }
 
 // --- Counting -----------------------------------------------------------------------------------

@@ -91,50 +91,6 @@ class Pieces {
 
 // --- Digits side by side ------------------------------------------------------------------------
 
-// What the place of a point and the sign make of the 16 characters up to the end of a number: the
-// lane that the digit of each lane comes from, none before the number, and what the digits are to
-// be divided by. Where there is no digit at all, something that is none takes its place.
-struct Shape {
-    alignas(lanes) std::uint8_t sources[lanes];
-    double divisor;  // negative behind a minus
-};
-
-constexpr std::uint8_t noSource = 0x80;
-constexpr unsigned noPoint = lanes;
-
-constexpr Shape makeShape(bool isNegative, unsigned length, unsigned behindPoint) {
-    Shape shape{};
-    const unsigned first = lanes - length + isNegative;
-    const bool hasPoint = behindPoint + isNegative < length;
-    for (unsigned lane = 0; lane < lanes; ++lane) {
-        const unsigned moved = hasPoint && lane + behindPoint < lanes ? 1 : 0;
-        shape.sources[lane] =
-            lane >= first + moved ? static_cast<std::uint8_t>(lane - moved) : noSource;
-    }
-    const unsigned others = (isNegative ? 1 : 0) + (hasPoint ? 1 : 0);
-    if (length > 0 && length == others) shape.sources[lanes - 1] = lanes - 1;
-    shape.divisor = isNegative ? -1 : 1;
-    for (unsigned i = 0; hasPoint && i < behindPoint; ++i)
-        shape.divisor *= 10;
-    return shape;
-}
-
-struct Shapes {
-    Shape all[2][lanes + 1][noPoint + 1];
-};
-
-constexpr Shapes makeShapes() {
-    Shapes shapes{};
-    for (unsigned negative = 0; negative < 2; ++negative)
-        for (unsigned length = negative; length <= lanes; ++length)
-            for (unsigned behindPoint = 0; behindPoint <= noPoint; ++behindPoint)
-                shapes.all[negative][length][behindPoint] =
-                    makeShape(negative != 0, length, behindPoint);
-    return shapes;
-}
-
-constexpr Shapes shapes = makeShapes();
-
 // The 16 characters before each of two places, one in each half.
 KO_AVX2_INLINE __m256i before(const char* first, const char* second) {
     const auto* const low = reinterpret_cast<const __m128i*>(first - lanes);
@@ -143,28 +99,68 @@ KO_AVX2_INLINE __m256i before(const char* first, const char* second) {
                                    _mm_loadu_si128(high), 1);
 }
 
-// Characters behind the last point of each half.
+// The digits of two numbers, one at the end of each half: values, and zeros before the numbers and
+// for their signs. What is no digit is above 9.
+struct Pair {
+    __m256i digits;
+    __m256i signs;  // all bits of a byte that is a sign
+};
+
+// `lengths` has the length of a number in each byte of its half; `signPlaces` likewise how far from
+// the end a minus may stand, which is at the begin of the number.
+KO_AVX2_INLINE Pair readPair(__m256i text, __m256i lengths, __m256i signPlaces) {
+    const __m256i fromEnd = _mm256_broadcastsi128_si256(
+        _mm_setr_epi8(16, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1));
+    const __m256i isBefore = _mm256_cmpgt_epi8(fromEnd, lengths);
+    const __m256i values = _mm256_sub_epi8(text, _mm256_set1_epi8('0'));
+    const __m256i signs = _mm256_and_si256(_mm256_cmpeq_epi8(text, _mm256_set1_epi8('-')),
+                                           _mm256_cmpeq_epi8(fromEnd, signPlaces));
+    return {_mm256_andnot_si256(_mm256_or_si256(isBefore, signs), values), signs};
+}
+
+KO_AVX2_INLINE __m256i pointsOf(const Pair& pair) {
+    return _mm256_cmpeq_epi8(pair.digits, _mm256_set1_epi8('.' - '0'));
+}
+
+// What stands behind the last point of each half; as much as there is when it has none.
 struct BehindPoint {
     unsigned low;
     unsigned high;
 };
 
-KO_AVX2_INLINE BehindPoint behindPoint(__m256i text) {
-    const auto points =
-        static_cast<unsigned>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(text, _mm256_set1_epi8('.'))));
+KO_AVX2_INLINE BehindPoint behindPoint(__m256i points) {
+    const auto places = static_cast<unsigned>(_mm256_movemask_epi8(points));
     constexpr unsigned none = 1U << (lanes - 1);  // as if it stood before the half
-    return {_lzcnt_u32(points << lanes | none), _lzcnt_u32(points | none)};
+    return {_lzcnt_u32(places << lanes | none), _lzcnt_u32(places | none)};
 }
 
-KO_AVX2_INLINE __m128i sources(const Shape& shape) {
-    return _mm_load_si128(reinterpret_cast<const __m128i*>(shape.sources));
+// For each number of digits behind a point, where the digits are taken from when it goes.
+struct Closings {
+    alignas(lanes) std::uint8_t sources[lanes + 1][lanes];
+};
+
+constexpr Closings makeClosings() {
+    constexpr std::uint8_t noSource = 0x80;
+    Closings closings{};
+    for (unsigned behind = 0; behind <= lanes; ++behind)
+        for (unsigned lane = 0; lane < lanes; ++lane) {
+            const bool isMoved = lane + behind < lanes;
+            const unsigned source = isMoved ? lane - 1 : lane;
+            closings.sources[behind][lane] =
+                lane == 0 && isMoved ? noSource : static_cast<std::uint8_t>(source);
+        }
+    return closings;
 }
 
-// The digits of two numbers, as values.
-KO_AVX2_INLINE __m256i digitsOf(__m256i text, const Shape& low, const Shape& high) {
-    const __m256i both =
-        _mm256_inserti128_si256(_mm256_castsi128_si256(sources(low)), sources(high), 1);
-    return _mm256_shuffle_epi8(_mm256_sub_epi8(text, _mm256_set1_epi8('0')), both);
+constexpr Closings closings = makeClosings();
+
+KO_AVX2_INLINE __m128i closing(unsigned behindPoint) {
+    return _mm_load_si128(reinterpret_cast<const __m128i*>(closings.sources[behindPoint]));
+}
+
+KO_AVX2_INLINE __m256i withoutPoint(const Pair& pair, BehindPoint behind) {
+    const __m256i low = _mm256_castsi128_si256(closing(behind.low));
+    return _mm256_shuffle_epi8(pair.digits, _mm256_inserti128_si256(low, closing(behind.high), 1));
 }
 
 // Four numbers of 16 digits.
@@ -173,20 +169,29 @@ struct Digits {
     __m256i areReal;  // all bits where each digit is one
 };
 
+// Bytes of the four numbers in one word each, which is zero where all of them are.
+KO_AVX2_INLINE __m256i gather(__m256i even, __m256i odd) {
+    return _mm256_or_si256(_mm256_unpacklo_epi64(even, odd), _mm256_unpackhi_epi64(even, odd));
+}
+
+KO_AVX2_INLINE __m256i allBits() { return _mm256_set1_epi8(-1); }
+
+KO_AVX2_INLINE __m256i areZero(__m256i words) {
+    return _mm256_cmpeq_epi64(words, _mm256_setzero_si256());
+}
+
 // `even` has the first and the third number, `odd` the second and the fourth.
 KO_AVX2_INLINE Digits addUp(__m256i even, __m256i odd) {
     const __m256i ten = _mm256_set1_epi8(10);
     const __m256i noDigitsOfEven = _mm256_cmpeq_epi8(_mm256_max_epu8(even, ten), even);
     const __m256i noDigitsOfOdd = _mm256_cmpeq_epi8(_mm256_max_epu8(odd, ten), odd);
-    const __m256i noDigits = _mm256_or_si256(_mm256_unpacklo_epi64(noDigitsOfEven, noDigitsOfOdd),
-                                             _mm256_unpackhi_epi64(noDigitsOfEven, noDigitsOfOdd));
+    const __m256i noDigits = gather(noDigitsOfEven, noDigitsOfOdd);
     const __m256i tens = _mm256_set1_epi16(10 | 1 << 8);
     const __m256i hundreds = _mm256_set1_epi32(100 | 1 << 16);
     const __m256i fours =
         _mm256_packus_epi32(_mm256_madd_epi16(_mm256_maddubs_epi16(even, tens), hundreds),
                             _mm256_madd_epi16(_mm256_maddubs_epi16(odd, tens), hundreds));
-    return {_mm256_madd_epi16(fours, _mm256_set1_epi32(10000 | 1 << 16)),
-            _mm256_cmpeq_epi64(noDigits, _mm256_setzero_si256())};
+    return {_mm256_madd_epi16(fours, _mm256_set1_epi32(10000 | 1 << 16)), areZero(noDigits)};
 }
 
 KO_AVX2_INLINE __m256i mantissaOf(__m256i sums) {
@@ -208,66 +213,64 @@ KO_AVX2_INLINE unsigned whereTrue(__m256i wide) {
 // --- First turn ---------------------------------------------------------------------------------
 
 struct Quad {
-    __m256i mantissa;  // below 10^16
-    __m256d divisor;   // a power of ten, negative behind a minus
-    __m256i isPlain;   // all bits where the number is what this turn can read
+    __m256i mantissa;    // below 10^16
+    __m256i isNegative;  // all bits behind a minus
+    __m256d divisor;     // a power of ten
+    __m256i isPlain;     // all bits where the number is what this turn can read
 };
 
-// A number as the first turn sees it; of a longer one than it takes, the last characters.
-struct Seen {
-    const char* end;
-    bool isNegative;
-    unsigned long length;
+// By the number of digits behind the point.
+constexpr double divisors[lanes + 1] = {1e0, 1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7, 1e8,
+                                        1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e0};
 
-    KO_AVX2_INLINE Seen(const char* text, const unsigned long* begin)
-        : end(text + begin[1] - 1),
-          isNegative(text[begin[0]] == '-'),
-          length(std::min(begin[1] - 1 - begin[0], static_cast<unsigned long>(lanes))) {}
-    KO_AVX2_INLINE const Shape& shape(unsigned behindPoint) const {
-        return shapes.all[isNegative][length][behindPoint];
-    }
-};
-
-KO_AVX2_INLINE __m256i areShort(const unsigned long* begins) {
-    const __m256i lengths = _mm256_sub_epi64(load(reinterpret_cast<const char*>(begins + 1)),
-                                             load(reinterpret_cast<const char*>(begins)));
-    return _mm256_cmpgt_epi64(_mm256_set1_epi64x(lanes + 2), lengths);  // with the space
-}
-
-KO_AVX2_INLINE __m256d divisors(const Shape& a, const Shape& b, const Shape& c, const Shape& d) {
-    return _mm256_setr_pd(a.divisor, b.divisor, c.divisor, d.divisor);
+KO_AVX2_INLINE __m256i lengthsOf(const unsigned long* begins) {
+    const __m256i withSpaces = _mm256_sub_epi64(load(reinterpret_cast<const char*>(begins + 1)),
+                                                load(reinterpret_cast<const char*>(begins)));
+    return _mm256_sub_epi64(withSpaces, _mm256_set1_epi64x(1));
 }
 
 // An integer's point is left where it is, and found to be no digit.
 template <bool areReals>
 KO_AVX2_INLINE Quad readQuad(const char* text, const unsigned long* begins) {
-    const Seen first(text, begins);
-    const Seen second(text, begins + 1);
-    const Seen third(text, begins + 2);
-    const Seen fourth(text, begins + 3);
-    const __m256i even = before(first.end, third.end);
-    const __m256i odd = before(second.end, fourth.end);
-    BehindPoint ofEven{noPoint, noPoint};
-    BehindPoint ofOdd{noPoint, noPoint};
+    const __m256i lengths = lengthsOf(begins);
+    const __m256i evenLengths = _mm256_shuffle_epi8(lengths, _mm256_setzero_si256());
+    const __m256i oddLengths = _mm256_shuffle_epi8(lengths, _mm256_set1_epi8(8));
+    const char* const end = text - 1;
+    const Pair even = readPair(before(end + begins[1], end + begins[3]), evenLengths, evenLengths);
+    const Pair odd = readPair(before(end + begins[2], end + begins[4]), oddLengths, oddLengths);
+    Quad numbers;
+    numbers.isNegative = _mm256_xor_si256(areZero(gather(even.signs, odd.signs)), allBits());
+    __m256i digitCounts = _mm256_add_epi64(lengths, numbers.isNegative);
+    Digits digits;
     if (areReals) {
-        ofEven = behindPoint(even);
-        ofOdd = behindPoint(odd);
+        const __m256i evenPoints = pointsOf(even);
+        const __m256i oddPoints = pointsOf(odd);
+        const BehindPoint ofEven = behindPoint(evenPoints);
+        const BehindPoint ofOdd = behindPoint(oddPoints);
+        digits = addUp(withoutPoint(even, ofEven), withoutPoint(odd, ofOdd));
+        numbers.divisor = _mm256_setr_pd(divisors[ofEven.low], divisors[ofOdd.low],
+                                         divisors[ofEven.high], divisors[ofOdd.high]);
+        // A point that is not the last character has a digit behind it.
+        const __m256i lastPoints = _mm256_unpackhi_epi64(evenPoints, oddPoints);
+        digitCounts = _mm256_sub_epi64(digitCounts, _mm256_srli_epi64(lastPoints, 63));
+    } else {
+        digits = addUp(even.digits, odd.digits);
+        numbers.divisor = _mm256_set1_pd(1);
     }
-    const Shape& firstShape = first.shape(ofEven.low);
-    const Shape& secondShape = second.shape(ofOdd.low);
-    const Shape& thirdShape = third.shape(ofEven.high);
-    const Shape& fourthShape = fourth.shape(ofOdd.high);
-    const Digits digits =
-        addUp(digitsOf(even, firstShape, thirdShape), digitsOf(odd, secondShape, fourthShape));
-    return {mantissaOf(digits.sums), divisors(firstShape, secondShape, thirdShape, fourthShape),
-            _mm256_and_si256(digits.areReal, areShort(begins))};
+    numbers.mantissa = mantissaOf(digits.sums);
+    const __m256i isShort = _mm256_cmpgt_epi64(_mm256_set1_epi64x(lanes + 1), lengths);
+    const __m256i hasDigits = _mm256_cmpgt_epi64(digitCounts, _mm256_setzero_si256());
+    numbers.isPlain = _mm256_and_si256(digits.areReal, _mm256_and_si256(isShort, hasDigits));
+    return numbers;
 }
 
 // An exact mantissa divided by an exact power of ten is rounded once, as it should be.
 KO_AVX2_INLINE __m256d divided(Quad& numbers) {
     const __m256i exact = _mm256_cmpgt_epi64(_mm256_set1_epi64x(1LL << 52), numbers.mantissa);
     numbers.isPlain = _mm256_and_si256(numbers.isPlain, exact);
-    return _mm256_div_pd(toReals(numbers.mantissa), numbers.divisor);
+    const __m256d signs =
+        _mm256_and_pd(_mm256_castsi256_pd(numbers.isNegative), _mm256_set1_pd(-0.0));
+    return _mm256_or_pd(_mm256_div_pd(toReals(numbers.mantissa), numbers.divisor), signs);
 }
 
 // Each of these writes the numbers that it vouches for, and leaves the places of others.
@@ -329,8 +332,7 @@ KO_AVX2_INLINE void put(__m256i values, __m256i isPlain, Small* out) {
 template <class Integer>
 KO_AVX2_INLINE void store(Quad& numbers, Integer* out) {
     constexpr bool isSigned = std::is_signed_v<Integer>;
-    const __m256i none = _mm256_setzero_si256();
-    const __m256i isNegative = _mm256_cmpgt_epi64(none, _mm256_castpd_si256(numbers.divisor));
+    const __m256i isNegative = numbers.isNegative;
     if (!isSigned) numbers.isPlain = _mm256_andnot_si256(isNegative, numbers.isPlain);
     if (sizeof(Integer) < 8) {
         const __m256i largest =
@@ -359,7 +361,6 @@ KO_AVX2_INLINE unsigned convertQuad(const char* text, const unsigned long* begin
 // is allowed for: a float is vouched for unless the double is so near the middle of two floats that
 // the true value may lie on its other side, a double only when nothing was rounded before the last
 // step.
-
 //
 // Which numbers have an exponent, a head or a sign is hard to foresee: conditions are numbers here,
 // 0 or 1, and counted with.
@@ -415,10 +416,38 @@ KO_AVX2_INLINE Stripped strip(const char* text, const unsigned long* begin) {
             static_cast<long>(hasExponent) * direction * static_cast<long>(tens * 10 + ones)};
 }
 
-// The upper and the lower 16 characters of a number, and what follows from its point.
-struct Split {
-    const Shape* head;
-    const Shape* tail;
+// How many characters are among the last 16 of a number, and before those.
+struct Parts {
+    unsigned long head;
+    unsigned long tail;
+
+    KO_AVX2_INLINE explicit Parts(const Stripped& number)
+        : tail(std::min(number.length, static_cast<unsigned long>(lanes))) {
+        head = number.length - tail;
+    }
+    // Where a minus may stand in the tail.
+    KO_AVX2_INLINE unsigned long signInTail() const { return (head == 0) * tail; }
+};
+
+KO_AVX2_INLINE __m256i inHalves(unsigned long low, unsigned long high) {
+    return _mm256_set_m128i(_mm_set1_epi8(static_cast<char>(high)),
+                            _mm_set1_epi8(static_cast<char>(low)));
+}
+
+KO_AVX2_INLINE Pair readHeads(const Stripped& low, const Stripped& high) {
+    const __m256i lengths = inHalves(Parts(low).head, Parts(high).head);
+    return readPair(before(low.end - lanes, high.end - lanes), lengths, lengths);
+}
+
+KO_AVX2_INLINE Pair readTails(const Stripped& low, const Stripped& high) {
+    const Parts ofLow(low);
+    const Parts ofHigh(high);
+    return readPair(before(low.end, high.end), inHalves(ofLow.tail, ofHigh.tail),
+                    inHalves(ofLow.signInTail(), ofHigh.signInTail()));
+}
+
+// What follows from the point and the exponent.
+struct Scale {
     double factor;  // of the head
     double power;
     double sign;
@@ -426,25 +455,18 @@ struct Split {
     unsigned long isExact;  // only the last step may round
 };
 
-KO_AVX2_INLINE Split split(const Stripped& number, unsigned behindHead, unsigned behindTail) {
+KO_AVX2_INLINE Scale scaleOf(const Stripped& number, unsigned behindHead, unsigned behindTail) {
     constexpr double factors[] = {1e16, 1e15};
     constexpr double signs[] = {0.0, -0.0};
-    const unsigned long inTail = std::min(number.length, static_cast<unsigned long>(lanes));
-    const unsigned long inHead = number.length - inTail;
-    const unsigned long isHeadNegative = number.isNegative & (inHead > 0);
-    const unsigned long isTailNegative = number.isNegative & (inHead == 0);
-    const unsigned long hasHead = inHead > isHeadNegative;
-    const unsigned long isPointInHead = behindHead < inHead;
-    const unsigned long isPointInTail = behindTail < inTail;
+    const unsigned long hasHead = Parts(number).head > number.isNegative;
+    const unsigned long isPointInHead = behindHead < lanes;
+    const unsigned long isPointInTail = behindTail < lanes;
     const unsigned long fraction =
         isPointInTail * behindTail + isPointInHead * (lanes + behindHead);
     const long power = number.power - static_cast<long>(fraction);
-    return {&shapes.all[isHeadNegative * hasHead][inHead * hasHead][behindHead],
-            &shapes.all[isTailNegative][inTail][behindTail],
-            factors[isPointInTail],
-            powers.from[power - smallestPower],
-            signs[number.isNegative],
-            number.isOdd | (isPointInHead & isPointInTail),
+    const unsigned long others = number.isNegative + isPointInHead + isPointInTail;
+    return {factors[isPointInTail], powers.from[power - smallestPower], signs[number.isNegative],
+            number.isOdd | (isPointInHead & isPointInTail) | (number.length == others),
             (1 - hasHead) & (power <= largestExactPower) & (power >= -largestExactPower)};
 }
 
@@ -473,23 +495,21 @@ KO_AVX2_INLINE Wide readWide(const char* text, const unsigned long* const (&begi
     const Stripped b = strip(text, begins[1]);
     const Stripped c = strip(text, begins[2]);
     const Stripped d = strip(text, begins[3]);
-    const __m256i tailAC = before(a.end, c.end);
-    const __m256i tailBD = before(b.end, d.end);
-    const __m256i headAC = before(a.end - lanes, c.end - lanes);
-    const __m256i headBD = before(b.end - lanes, d.end - lanes);
-    const BehindPoint behindTailAC = behindPoint(tailAC);
-    const BehindPoint behindTailBD = behindPoint(tailBD);
-    const BehindPoint behindHeadAC = behindPoint(headAC);
-    const BehindPoint behindHeadBD = behindPoint(headBD);
-    const Split ofA = split(a, behindHeadAC.low, behindTailAC.low);
-    const Split ofB = split(b, behindHeadBD.low, behindTailBD.low);
-    const Split ofC = split(c, behindHeadAC.high, behindTailAC.high);
-    const Split ofD = split(d, behindHeadBD.high, behindTailBD.high);
+    const Pair headAC = readHeads(a, c);
+    const Pair headBD = readHeads(b, d);
+    const Pair tailAC = readTails(a, c);
+    const Pair tailBD = readTails(b, d);
+    const BehindPoint inHeadAC = behindPoint(pointsOf(headAC));
+    const BehindPoint inHeadBD = behindPoint(pointsOf(headBD));
+    const BehindPoint inTailAC = behindPoint(pointsOf(tailAC));
+    const BehindPoint inTailBD = behindPoint(pointsOf(tailBD));
+    const Digits heads = addUp(withoutPoint(headAC, inHeadAC), withoutPoint(headBD, inHeadBD));
+    const Digits tails = addUp(withoutPoint(tailAC, inTailAC), withoutPoint(tailBD, inTailBD));
 
-    const Digits heads =
-        addUp(digitsOf(headAC, *ofA.head, *ofC.head), digitsOf(headBD, *ofB.head, *ofD.head));
-    const Digits tails =
-        addUp(digitsOf(tailAC, *ofA.tail, *ofC.tail), digitsOf(tailBD, *ofB.tail, *ofD.tail));
+    const Scale ofA = scaleOf(a, inHeadAC.low, inTailAC.low);
+    const Scale ofB = scaleOf(b, inHeadBD.low, inTailBD.low);
+    const Scale ofC = scaleOf(c, inHeadAC.high, inTailAC.high);
+    const Scale ofD = scaleOf(d, inHeadBD.high, inTailBD.high);
     const __m256d factor = _mm256_setr_pd(ofA.factor, ofB.factor, ofC.factor, ofD.factor);
     const __m256d whole = _mm256_add_pd(_mm256_mul_pd(realOf(heads), factor), realOf(tails));
 
