@@ -81,7 +81,7 @@ KO_AVX2 Copied copyNumbers(const char* from, const char* end, char* to, Group gr
     const __m256i ofNumber = _mm256_set1_epi8(numberBits);
     const __m256i spaces = _mm256_set1_epi8(' ');
     const __m256i none = _mm256_setzero_si256();
-    Copied done{from, to};
+    const char* read = from;
     std::uint64_t inNumber = 1;
     for (; end - from >= step; from += step) {
         const __m256i first = load(from);
@@ -97,16 +97,10 @@ KO_AVX2 Copied copyNumbers(const char* from, const char* end, char* to, Group gr
         const std::uint64_t kept = numbers | numbers << 1 | inNumber;
         to = squeeze(_mm256_blendv_epi8(first, spaces, firstGaps), kept, to);
         to = squeeze(_mm256_blendv_epi8(second, spaces, secondGaps), kept >> 32, to);
-        if (numbers) done.read = from + step - _lzcnt_u64(numbers);
+        if (numbers) read = from + step - _lzcnt_u64(numbers);
         inNumber = numbers >> 63;
     }
-    // What is left may go on with the number, or with a gap that leads to one.
-    done.written = inNumber ? to : to - 1;
-    const char* const next =
-        chars::skip(from, end, group == Group::Parens ? chars::ParensGap : chars::BracesGap);
-    if (next == end || !chars::is(*next, chars::NumberPart)) return done;
-    if (inNumber && next != from) *to++ = ' ';
-    return plainOperations.copyNumbers(next, end, to, group);
+    return copyRest({read, to}, from, end, inNumber != 0, group);
 }
 
 // --- Counting -----------------------------------------------------------------------------------
@@ -131,6 +125,16 @@ bool hasLzcnt() {
 }
 
 }  // namespace
+
+Copied copyRest(Copied done, const char* from, const char* end, bool inNumber, Group group) {
+    const char* const next =
+        chars::skip(from, end, group == Group::Parens ? chars::ParensGap : chars::BracesGap);
+    if (next == end || !chars::is(*next, chars::NumberPart)) {
+        return {done.read, inNumber ? done.written : done.written - 1};
+    }
+    if (inNumber && next != from) *done.written++ = ' ';
+    return plainOperations.copyNumbers(next, end, done.written, group);
+}
 
 }  // namespace avx2
 

@@ -24,6 +24,11 @@ namespace ko::bulk::avx2 {
 Conversion convertNumbers(std::string_view text, DataType type, unsigned char* dest,
                           unsigned long room);
 
+// Ends by the plain path what was copied in steps. Of `from` on nothing is read yet; what was
+// written ends within a number, or with the space behind one. What is left may go on with that
+// number, or with a gap that leads to one.
+Copied copyRest(Copied done, const char* from, const char* end, bool inNumber, Group group);
+
 // Pieces of a text on their way to `out`.
 template <class Scalar>
 struct Batch {

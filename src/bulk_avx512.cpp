@@ -21,7 +21,6 @@
 #include <type_traits>
 
 #include "bulk_classes.h"
-#include "charclass.h"
 
 namespace ko::bulk {
 
@@ -62,7 +61,7 @@ KO_AVX512 Copied copyNumbers(const char* from, const char* end, char* to, Group 
     const __m512i high = broadcast(tables.high);
     const __m512i ofNumber = _mm512_set1_epi8(numberBits);
     const __m512i spaces = _mm512_set1_epi8(' ');
-    Copied done{from, to};
+    const char* read = from;
     std::uint64_t inNumber = 1;
     for (; end - from >= static_cast<long>(step); from += step) {
         const __m512i text = _mm512_loadu_si512(from);
@@ -73,16 +72,10 @@ KO_AVX512 Copied copyNumbers(const char* from, const char* end, char* to, Group 
         const __m512i spaced = _mm512_mask_blend_epi8(numbers, spaces, text);
         _mm512_storeu_si512(to, _mm512_maskz_compress_epi8(kept, spaced));
         to += countOf(kept);
-        if (numbers) done.read = from + step - _lzcnt_u64(numbers);
+        if (numbers) read = from + step - _lzcnt_u64(numbers);
         inNumber = numbers >> 63;
     }
-    // What is left may go on with the number, or with a gap that leads to one.
-    done.written = inNumber ? to : to - 1;
-    const char* const next =
-        chars::skip(from, end, group == Group::Parens ? chars::ParensGap : chars::BracesGap);
-    if (next == end || !chars::is(*next, chars::NumberPart)) return done;
-    if (inNumber && next != from) *to++ = ' ';
-    return plainOperations.copyNumbers(next, end, to, group);
+    return avx2::copyRest({read, to}, from, end, inNumber != 0, group);
 }
 
 // --- Counting -----------------------------------------------------------------------------------
