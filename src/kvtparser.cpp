@@ -826,6 +826,8 @@ bool KvtParser::parse(IScene* scene, Lexer* lexer) {
         return true;
     } catch (const std::runtime_error& error) {
         logError("%s", error.what());
+        pendingConnections = PendingMap();
+        pendingIdentifiers = PendingMap();
         return false;
     }
 }
@@ -950,12 +952,13 @@ String KvtParser::collapse(const ds::Vector<Token>& tokens) {
 bool KvtParser::connect(AssignInfo& info) {
     if (!skip(Token::Pipe)) return false;
     if (!skip(Token::Equals)) tokenError("=", peek(1));
+    const unsigned long first = info.refPath.size();
     if (skip(Token::Null)) {
         info.refPath.push_back(lastToken());
     } else if (!path(info.refPath)) {
         tokenError("(null|path)", peek(1));
     }
-    info.token0 = info.refPath[0];
+    info.token0 = info.refPath[first];
     if (!skip(Token::Semicolon)) tokenError(";", peek(1));
     info.gotReference = true;
     return true;
@@ -1504,7 +1507,7 @@ void KvtParser::storeValue(const Walk& walk, AssignInfo& info) {
     if (!fit(info, target)) return;
     declareSiblings(walk.parent, info.data);
     target.assign(info.data);
-    info.data.type = AttrType::Null;  // what it carried is the target's now
+    info.data.clear();  // what it carried is the target's now
     checkEnumeration(target);
 }
 

@@ -764,6 +764,15 @@ TEST(References, MayBeNull) {
     EXPECT_EQ(token(Token::Null, "null", 1, 7), info.token0);
 }
 
+TEST(References, AreTheValueOfTheirRecordWhateverItHeld) {
+    Parsing p("|= a.b; |= null;");
+    Record info;
+    EXPECT_TRUE(p.parser.connect(info));
+    EXPECT_TRUE(p.parser.connect(info));
+    EXPECT_EQ(token(Token::Null, "null", 1, 15), info.token0);
+    EXPECT_EQ("a.bnull", KvtParser::collapse(info.refPath).view());
+}
+
 TEST(References, MustBeWhole) {
     const Text errors[] = {
         {"| m.out;", "BAD TOKEN (1,3): expected '=', found 'm'."},
@@ -1023,6 +1032,28 @@ TEST(Assignments, OfReferencesWait) {
     EXPECT_EQ(token(Token::Id, "n", 1, 53), p.parser.pendingIdentifiers.find(x).token4);
     EXPECT_EQ(AttrType::Null, node->input("x")->type());
     EXPECT_EQ(nullptr, node->input("x")->nodeReference());
+}
+
+TEST(Assignments, ThatWaitHoldNothingOfFormerValues) {
+    Parsing p("n.m = mat4(1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16); n.x = foo; n.y |= n.o;");
+    Node* const node = p.scene.createNode("t", "n", "");
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(p.parser.parseAssign());
+    for (const std::uint64_t word : p.parser.pendingIdentifiers.find(node->input("x")).data.value)
+        EXPECT_EQ(0U, word);
+    for (const std::uint64_t word : p.parser.pendingConnections.find(node->input("y")).data.value)
+        EXPECT_EQ(0U, word);
+}
+
+TEST(Assignments, ThatWaitAreDroppedWithTheDocument) {
+    Scene scene;
+    KvtParser parser;
+    StringLexer document(String("t n: .x |= n.o; .y = n; ;"));
+    EXPECT_EQ(1U, loggedBy([&] { EXPECT_FALSE(parser.parse(&scene, &document)); }).size());
+    EXPECT_EQ(0U, parser.pendingConnections.size());
+    EXPECT_EQ(0U, parser.pendingIdentifiers.size());
+    parser.resolveConnections();
+    EXPECT_EQ(nullptr, scene.findNode("n")->input("x")->connection());
 }
 
 TEST(Assignments, ThatWaitCanBeKeptBeyondTheirParser) {
