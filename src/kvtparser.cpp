@@ -901,7 +901,8 @@ bool KvtParser::parseDeclare() {
     const String type = peek(1).text;
     scene().expectNode(peek(2).text);
     const String name = takeName();
-    Node* const node = scene().findOrCreateNode(type, name);
+    Node* node = scene().findNode(name);
+    if (!node) node = scene().createNode(type, name, String());
     if (isBlock) withNode_ = node;
     return true;
 }
@@ -1507,7 +1508,7 @@ void KvtParser::storeValue(const Walk& walk, AssignInfo& info) {
     if (!fit(info, target)) return;
     declareSiblings(walk.parent, info.data);
     target.assign(info.data);
-    info.data.clear();  // what it carried is the target's now
+    if (info.data.hasPayload()) info.data.clear();  // the payload is the target's now
     checkEnumeration(target);
 }
 

@@ -893,6 +893,28 @@ TEST(Declarations, FindOrCreateANode) {
     EXPECT_FALSE(p.parser.parseDeclare());
 }
 
+// A scene with a mind of its own.
+struct Refusing : Scene {
+    Node* createNode(String type, String name, String label) override {
+        if (type == "light") return nullptr;
+        return Scene::createNode(std::move(type), std::move(name), std::move(label));
+    }
+};
+
+TEST(Declarations, OfANodeThatTheSceneRefusesLeaveNoNodeToAssignTo) {
+    Refusing scene;
+    StringLexer lexer(String("cube a: light b: light c; cube d;"));
+    KvtParser parser;
+    parser.prime(&scene, &lexer);
+    EXPECT_TRUE(parser.parseDeclare());
+    EXPECT_EQ(scene.findNode("a"), parser.withNode());
+    EXPECT_TRUE(parser.parseDeclare());
+    EXPECT_EQ(nullptr, parser.withNode());
+    EXPECT_TRUE(parser.parseDeclare());
+    EXPECT_TRUE(parser.parseDeclare());
+    EXPECT_EQ(2U, scene.nodeCount());
+}
+
 TEST(Declarations, ThatAreNoneStay) {
     for (const std::string_view text : {"t n"sv, "t n ="sv, "t n,"sv, "t ;"sv, "t :"sv, "t true;"sv,
                                         "null n;"sv, "5 n;"sv, "t 5;"sv, ""sv, "t"sv, "a b c"sv}) {

@@ -271,17 +271,6 @@ TEST(SceneNodeTest, NodesAreAForwardRange) {
 
 // --- definitions
 
-TEST(SceneNodeTest, NodeIsFoundOrCreated) {
-    Scene scene;
-    Node* const made = scene.findOrCreateNode("sphere", "ball");
-    ASSERT_NE(made, nullptr);
-    EXPECT_EQ(made->type(), "sphere");
-    EXPECT_EQ(scene.findOrCreateNode("cube", "ball"), made);
-    EXPECT_EQ(scene.nodeCount(), 1U);
-    EXPECT_EQ(scene.findOrCreateNode("", "other"), nullptr);
-    EXPECT_EQ(scene.findOrCreateNode("sphere", ""), nullptr);
-}
-
 TEST(SceneNodeTest, InputIsFoundOrCreated) {
     Scene scene;
     Node& node = *scene.createNode("sphere", "ball", "");

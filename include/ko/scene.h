@@ -734,8 +734,6 @@ class Scene : public interfaces::IScene {
     // to the node; with a second call, some time later, the node.
     void expectNode(const String& name) const { index_.expect(name); }
     void expectFoundNode(const String& name) const { index_.expectItem(name); }
-    // The node `name`, whatever its type, or a new one of `type`.
-    Node* findOrCreateNode(const String& type, const String& name);
 
     unsigned long fileVersion() const { return fileVersion_; }
     const String& fileTime() const { return fileTime_; }
@@ -769,7 +767,6 @@ class Scene : public interfaces::IScene {
     friend class Input;
     friend class Node;
 
-    Node* addNode(String type, String name, String label);
     void unlink(Node& node) noexcept;
 
     std::unique_ptr<Pool> pool_;

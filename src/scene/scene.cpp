@@ -20,17 +20,7 @@ Scene::~Scene() {
 Node* Scene::findNode(const String& name) const { return index_.find(name); }
 
 Node* Scene::createNode(String type, String name, String label) {
-    if (findNode(name)) return nullptr;
-    return addNode(std::move(type), std::move(name), std::move(label));
-}
-
-Node* Scene::findOrCreateNode(const String& type, const String& name) {
-    Node* const found = findNode(name);
-    return found ? found : addNode(type, name, String());
-}
-
-Node* Scene::addNode(String type, String name, String label) {
-    if (type.isEmpty() || name.isEmpty()) return nullptr;
+    if (type.isEmpty() || name.isEmpty() || findNode(name)) return nullptr;
     const NodeType* const declared = nodeType(type);
     Node* const node = pool_->make<Node>(*this, std::move(type), std::move(name), std::move(label));
     try {
