@@ -55,9 +55,10 @@ class TextBuilder {
 
     const char* begin() const noexcept { return buffer_ ? buffer_->chars() : inline_; }
     // Large texts leap: what is not written takes no memory, but moving what was does, and blocks
-    // of few sizes find their place again where the last one was.
+    // of few sizes find their place again where the last one was. Allocators give back blocks from
+    // 32 MiB on as soon as they are freed.
     static unsigned long roomBeyond(unsigned long length) noexcept {
-        for (const unsigned long leap : {1UL << 20, 16UL << 20})
+        for (const unsigned long leap : {1UL << 20, 16UL << 20, 31UL << 20})
             if (length >= leap / 16 && length < leap) return leap;
         return 2 * length;
     }
