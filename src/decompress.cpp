@@ -6,17 +6,27 @@
 #include <cstring>
 #include <memory>
 #include <string_view>
-#include <vector>
 
 #include <ko/foundation.h>
 
 #include "ascii.h"
+#include "memory.h"
+#include "words.h"
 
 namespace ko {
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+// Room for as many bytes as a text can hold, filled from the front.
+struct Bytes {
+    std::unique_ptr<unsigned char[]> data;
+    unsigned long size = 0;
+
+    explicit Bytes(unsigned long room) : data(new unsigned char[room]) {
+        memory::adviseLarge(data.get(), room);
+    }
+    unsigned char* end() const { return data.get() + size; }
+};
 
 // --- Hexadecimal text ---------------------------------------------------------------------------
 
@@ -37,17 +47,44 @@ constexpr std::array<unsigned char, 256> digitValues = makeDigitValues();
 
 unsigned char digitValue(char c) { return digitValues[static_cast<unsigned char>(c)]; }
 
+// The high bit of each byte that is no hexadecimal digit.
+words::Word noDigits(words::Word text) {
+    const words::Word low = words::lowered(text) & ~words::highBits;
+    const auto isAtLeast = [low](char c) {
+        return low + words::all(0x80U - static_cast<unsigned char>(c));
+    };
+    const words::Word isDecimal = isAtLeast('0') & ~isAtLeast('9' + 1);
+    const words::Word isLetter = isAtLeast('a') & ~isAtLeast('f' + 1);
+    return (~(isDecimal | isLetter) | text) & words::highBits;
+}
+
+// The bytes of four pairs of digits, in the lower half of a word.
+words::Word bytesOfPairs(words::Word digits) {
+    const words::Word isLetter = digits >> 6U & words::all(1);
+    const words::Word values = (digits & words::all(0x0F)) + isLetter * 9;
+    const words::Word inPairs = (values << 4U | values >> 8U) & 0x00FF00FF00FF00FF;
+    const words::Word inFours = (inPairs | inPairs >> 8U) & 0x0000FFFF0000FFFF;
+    return inFours | inFours >> 16U;
+}
+
 // Appends the bytes of the pairs that stand side by side at the start of `text`, up to `limit`;
 // returns how many.
 unsigned long takePairs(std::string_view text, unsigned long limit, Bytes& bytes) {
-    const unsigned long most = std::min(text.size() / 2, limit - bytes.size());
-    for (unsigned long taken = 0; taken < most; ++taken) {
+    const unsigned long most = std::min(text.size() / 2, limit - bytes.size);
+    unsigned long taken = 0;
+    for (; most - taken >= words::size / 2; taken += words::size / 2) {
+        const words::Word digits = words::load(text.data() + 2 * taken);
+        if (noDigits(digits)) break;
+        words::storeHalf(bytes.end() + taken, bytesOfPairs(digits));
+    }
+    for (; taken < most; ++taken) {
         const unsigned high = digitValue(text[2 * taken]);
         const unsigned low = digitValue(text[2 * taken + 1]);
-        if (high == noDigit || low == noDigit) return taken;
-        bytes.push_back(static_cast<unsigned char>(high * 16 + low));
+        if (high == noDigit || low == noDigit) break;
+        bytes.end()[taken] = static_cast<unsigned char>(high * 16 + low);
     }
-    return most;
+    bytes.size += taken;
+    return taken;
 }
 
 // Reads the digit pairs of `text` from `start` on, at most `limit` of them; positions in messages
@@ -55,7 +92,6 @@ unsigned long takePairs(std::string_view text, unsigned long limit, Bytes& bytes
 bool readHex(std::string_view text, unsigned long start, unsigned long limit, Bytes& bytes,
              String& error) {
     unsigned long digits = 0;
-    bytes.reserve(std::min(limit, (text.size() - start) / 2));
     for (unsigned long i = start; i < text.size(); ++i) {
         if (digits % 2 == 0) {
             const unsigned long pairs = takePairs(text.substr(i), limit, bytes);
@@ -71,15 +107,16 @@ bool readHex(std::string_view text, unsigned long start, unsigned long limit, By
                                    c, i);
             return false;
         }
-        if (digits % 2 == 0 && bytes.size() == limit) {
+        if (digits % 2 == 0 && bytes.size == limit) {
             error = String::format(
                 "compact bytes: more than the expected %lu bytes at character %lu", limit, i);
             return false;
         }
         if (digits++ % 2 == 0) {
-            bytes.push_back(static_cast<unsigned char>(value * 16));
+            *bytes.end() = static_cast<unsigned char>(value * 16);
         } else {
-            bytes.back() = static_cast<unsigned char>(bytes.back() + value);
+            *bytes.end() = static_cast<unsigned char>(*bytes.end() + value);
+            ++bytes.size;
         }
     }
     if (digits == 0) {
@@ -111,11 +148,11 @@ class BlockReader {
 
     bool read() {
         for (;;) {
-            const unsigned char token = block_[at_++];
+            const unsigned char token = block_.data[at_++];
             if (!literals(token >> 4U)) return false;
-            if (at_ == block_.size()) return written_ > 0 || fail("holds nothing");
+            if (at_ == block_.size) return written_ > 0 || fail("holds nothing");
             if (!match(token & 15U)) return false;
-            if (at_ == block_.size()) return fail("ends without a last run of literals");
+            if (at_ == block_.size) return fail("ends without a last run of literals");
         }
     }
 
@@ -139,8 +176,8 @@ class BlockReader {
         if (length != continuedLength) return true;
         unsigned char more = 0;
         do {
-            if (at_ == block_.size()) return fail("length cut off");
-            more = block_[at_++];
+            if (at_ == block_.size) return fail("length cut off");
+            more = block_.data[at_++];
             length += more;
         } while (more == 255);
         return true;
@@ -148,28 +185,37 @@ class BlockReader {
 
     bool literals(unsigned long length) {
         if (!continueLength(length)) return false;
-        if (length > block_.size() - at_) return fail("literals run past the end");
+        if (length > block_.size - at_) return fail("literals run past the end");
         if (!makeRoom(length)) return false;
-        if (out_ && length) std::memcpy(out_ + written_, block_.data() + at_, length);
+        if (out_ && length) std::memcpy(out_ + written_, block_.data.get() + at_, length);
         at_ += length;
         written_ += length;
         return true;
     }
 
     bool match(unsigned long length) {
-        if (block_.size() - at_ < 2) return fail("match offset cut off");
-        const unsigned long offset = block_[at_] + 256UL * block_[at_ + 1];
+        if (block_.size - at_ < 2) return fail("match offset cut off");
+        const unsigned long offset = block_.data[at_] + 256UL * block_.data[at_ + 1];
         if (offset == 0) return fail("match offset 0");
         if (offset > written_) return fail("match offset before the start");
         at_ += 2;
         if (!continueLength(length)) return false;
         length += shortestMatch;
         if (!makeRoom(length)) return false;
-        // Byte by byte: a match may overlap what it writes.
-        for (unsigned long i = 0; out_ && i < length; ++i)
-            out_[written_ + i] = out_[written_ + i - offset];
+        if (out_) repeat(offset, length);
         written_ += length;
         return true;
+    }
+
+    // A match may overlap what it writes: as much is copied as is there, which grows with each
+    // copy.
+    void repeat(unsigned long offset, unsigned long length) {
+        const unsigned char* const from = out_ + written_ - offset;
+        for (unsigned long done = 0; done < length;) {
+            const unsigned long some = std::min(offset + done, length - done);
+            std::memcpy(out_ + written_ + done, from, some);
+            done += some;
+        }
     }
 
     const Bytes& block_;
@@ -191,12 +237,6 @@ ByteArray expandBlock(const Bytes& block, unsigned long expected, String& error)
     return {bytes.release(), check.written()};
 }
 
-ByteArray copyBytes(const Bytes& bytes) {
-    auto* const copy = new unsigned char[bytes.size()];
-    std::memcpy(copy, bytes.data(), bytes.size());
-    return {copy, bytes.size()};
-}
-
 }  // namespace
 
 ByteArray decompress(const unsigned char* data, unsigned long size, String& error,
@@ -208,10 +248,11 @@ ByteArray decompress(const unsigned char* data, unsigned long size, String& erro
         return {};
     }
     const bool isBlock = text.size() > 1 && text[1] == '+';
-    Bytes bytes;
-    if (!isBlock) return readHex(text, 1, expected, bytes, error) ? copyBytes(bytes) : ByteArray();
-    if (!readHex(text, 2, String::npos, bytes, error)) return {};
-    return expandBlock(bytes, expected, error);
+    const unsigned long limit = isBlock ? String::npos : expected;
+    Bytes bytes(std::min(text.size() / 2, limit) + 1);
+    if (!readHex(text, isBlock ? 2 : 1, limit, bytes, error)) return {};
+    if (isBlock) return expandBlock(bytes, expected, error);
+    return {bytes.data.release(), bytes.size};
 }
 
 }  // namespace ko

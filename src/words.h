@@ -24,6 +24,15 @@ inline Word load(const char* at) noexcept {
     return word;
 }
 
+// Writes the four characters in the lower half.
+inline void storeHalf(unsigned char* to, Word word) noexcept {
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    word = __builtin_bswap64(word) >> 32U;
+#endif
+    const auto half = static_cast<std::uint32_t>(word);
+    std::memcpy(to, &half, sizeof half);
+}
+
 // The high bit of each byte that is zero.
 constexpr Word zeros(Word word) { return ~(((word & ~highBits) + ~highBits) | word) & highBits; }
 
