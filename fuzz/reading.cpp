@@ -81,7 +81,7 @@ bool isOfTheEnd(std::string_view line) {
 }
 
 void requireNoControls(std::string_view dump) {
-    const auto isControl = [](char c) { return c >= 0 && c < ' ' && c != '\n'; };
+    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' && c != '\n'; };
     require(std::none_of(dump.begin(), dump.end(), isControl), "a control character in a dump");
     PieceReader pieces(dump);
     for (Piece piece; pieces.next(piece);)

@@ -121,7 +121,7 @@ TEST_P(BulkPaths, AreTakenWhenAskedFor) {
 constexpr std::string_view numberCharacters = "0123456789abcdefABCDEF+-.IiNnUu";
 constexpr Group bothGroups[] = {Group::Parens, Group::Braces};
 
-bool isBlank(char c) { return (c >= 0 && c <= ' ') || c == '\x7F'; }
+bool isBlank(char c) { return static_cast<unsigned char>(c) <= ' ' || c == '\x7F'; }
 
 std::string_view separatorsOf(Group group) { return group == Group::Parens ? ",[]{}" : ",()[]"; }
 
