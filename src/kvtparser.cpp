@@ -1539,8 +1539,9 @@ bool KvtParser::fit(AssignInfo& info, Input& target) {
 }
 
 void KvtParser::checkEnumeration(const Input& target) {
+    if (target.type() != AttrType::String) return;
     const Enumeration* const values = target.enumeration();
-    if (target.type() != AttrType::String || !values || !values->isActive()) return;
+    if (!values || !values->isActive()) return;
     const String text(target.asText());
     if (values->find(text)) return;
     const String detail = String::format("setting non-existent enum value '%s' @ %s", text.buf(),
