@@ -19,9 +19,8 @@ struct Copied {
 
 // Copies the numbers at `from`, which is on a character of a number, one space between them
 // whatever separates them in [from, end); stops behind the last that only separators and numbers
-// lead to. `to` has room for `end - from` characters and `copySlack` more.
+// lead to. `to` has room for `end - from` characters.
 using CopyNumbers = Copied (*)(const char* from, const char* end, char* to, Group group);
-inline constexpr unsigned long copySlack = 64;
 
 struct Conversion {
     unsigned long count = 0;  // numbers read, converted or not

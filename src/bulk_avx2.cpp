@@ -6,9 +6,7 @@
 
 #include <cpuid.h>
 
-#include <algorithm>
 #include <cstdint>
-#include <cstring>
 
 #include "bulk_classes.h"
 #include "charclass.h"

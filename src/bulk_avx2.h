@@ -10,7 +10,8 @@
 
 #include <cstdint>
 
-#define KO_AVX2 [[gnu::target("avx2,bmi,lzcnt,popcnt")]]
+#define KO_AVX2_TARGET gnu::target("avx2,bmi,lzcnt,popcnt")
+#define KO_AVX2 [[KO_AVX2_TARGET]]
 
 namespace ko::bulk::avx512 {
 

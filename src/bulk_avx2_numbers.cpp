@@ -19,7 +19,7 @@ namespace ko::bulk::avx2 {
 
 namespace {
 
-#define KO_AVX2_INLINE [[gnu::target("avx2,bmi,lzcnt,popcnt"), gnu::always_inline]] inline
+#define KO_AVX2_INLINE [[KO_AVX2_TARGET, gnu::always_inline]] inline
 
 constexpr unsigned long quad = 4;
 constexpr unsigned lanes = 16;
@@ -29,7 +29,7 @@ constexpr unsigned lanes = 16;
 // The pieces between single spaces, a window of the text at a time. Places count from its begin.
 class Pieces {
   public:
-    explicit Pieces(std::string_view text) : text_(text) {}
+    explicit Pieces(std::string_view text) : text_(text) { begins_[0] = 0; }
 
     // Finds the pieces that end in the next window; false where a piece would be empty.
     KO_AVX2 bool next() {
@@ -44,9 +44,6 @@ class Pieces {
     unsigned long count() const { return count_; }
     // Where the pieces begin, and where the one behind them does.
     const unsigned long* begins() const { return begins_; }
-    std::string_view piece(unsigned long i) const {
-        return text_.substr(begins_[i], begins_[i + 1] - 1 - begins_[i]);
-    }
     // The pieces from `first` on stay for the next window.
     void drop(unsigned long first) {
         count_ -= first;
@@ -86,7 +83,7 @@ class Pieces {
     unsigned long at_ = 0;
     bool isAtEnd_ = false;
     unsigned long count_ = 0;
-    unsigned long begins_[window / 2 + 3 * step] = {};
+    unsigned long begins_[window / 2 + 3 * step];
 };
 
 // --- Digits side by side ------------------------------------------------------------------------
@@ -219,7 +216,7 @@ struct Quad {
     __m256i isPlain;     // all bits where the number is what this turn can read
 };
 
-// By the number of digits behind the point.
+// By the number of digits behind the point; without one it is as if there were 16.
 constexpr double divisors[lanes + 1] = {1e0, 1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7, 1e8,
                                         1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e0};
 
@@ -309,7 +306,7 @@ KO_AVX2_INLINE void put(__m256i values, __m256i isPlain, std::uint32_t* out) {
     _mm_storeu_si128(to, _mm_blendv_epi8(_mm_loadu_si128(to), narrowed(values), narrowed(isPlain)));
 }
 
-// The lowest `size` bytes of each.
+// The lowest bytes of each, as many as a `Small` has.
 template <class Small>
 KO_AVX2_INLINE std::uint64_t lowBytes(__m256i values) {
     const __m128i bytes =
@@ -566,28 +563,54 @@ KO_AVX2 bool convertWide(const Batch<Real>& batch, const unsigned long (&pieces)
     return allConverted;
 }
 
+template <class Scalar>
+KO_AVX2 bool convertEach(const Batch<Scalar>& batch, unsigned long first, std::uint64_t left) {
+    bool allConverted = true;
+    for (; left; left &= left - 1)
+        if (!batch.convertOne(first + _tzcnt_u64(left))) allConverted = false;
+    return allConverted;
+}
+
+// Takes pieces through the second turn.
+template <class Real>
+KO_AVX2 bool convertFours(const Batch<Real>& batch, unsigned long first, std::uint64_t left) {
+    bool allConverted = true;
+    while (left) {
+        unsigned long pieces[quad];
+        unsigned long count = 0;
+        for (unsigned long& piece : pieces) {
+            // With fewer than four the last takes all places that are left.
+            piece = left ? first + _tzcnt_u64(left) : pieces[count - 1];
+            if (left) ++count;
+            left &= left - 1;
+        }
+        if (!convertWide(batch, pieces, count)) allConverted = false;
+    }
+    return allConverted;
+}
+
+// A bit for each of the pieces from `first` on that has too little text before its end for the
+// second turn.
+template <class Scalar>
+KO_AVX2 std::uint64_t areNearBegin(const Batch<Scalar>& batch, unsigned long first) {
+    constexpr unsigned long reach = mostCharacters + exponentLength;
+    std::uint64_t near = 0;
+    for (unsigned long i = first; i < batch.count && batch.begins[i + 1] - 1 < reach; ++i)
+        near = near << 1 | 1U;
+    return near;
+}
+
 }  // namespace
 
 template <class Scalar>
 KO_AVX2 bool convertLeft(const Batch<Scalar>& batch, unsigned long first, std::uint64_t left) {
-    bool allConverted = true;
     if constexpr (std::is_floating_point_v<Scalar>) {
-        constexpr unsigned long before = mostCharacters + exponentLength;
-        while (left && batch.begins[first + 1] >= before + 1) {
-            unsigned long pieces[quad];
-            unsigned long count = 0;
-            for (unsigned long& piece : pieces) {
-                // With fewer than four the last takes all places that are left.
-                piece = left ? first + _tzcnt_u64(left) : pieces[count - 1];
-                if (left) ++count;
-                left &= left - 1;
-            }
-            if (!convertWide(batch, pieces, count)) allConverted = false;
-        }
+        const std::uint64_t near = areNearBegin(batch, first) & left;
+        const bool areConverted = convertEach(batch, first, near);
+        return convertFours(batch, first, left & ~near) && areConverted;
+    } else {
+        return convertEach(batch, first, left);
     }
-    for (; left; left &= left - 1)
-        if (!batch.convertOne(first + _tzcnt_u64(left))) allConverted = false;
-    return allConverted;
 }
 
 template <class Scalar>
@@ -650,7 +673,7 @@ KO_AVX2 Conversion convertAs(std::string_view text, unsigned char* dest, unsigne
         if (!convertBatch(batch)) result.allConverted = false;
         result.count += count;
         if (count < found) {
-            result.excess = pieces.piece(count);
+            result.excess = batch.piece(count);
             return result;
         }
         pieces.drop(found);

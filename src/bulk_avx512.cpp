@@ -140,6 +140,7 @@ class Window {
     // Reads from the begin of a piece on; false where a piece would be empty.
     KO_AVX512 bool read(std::string_view text, unsigned long begin) {
         begins_[0] = begin;
+        ends_[0] = ~std::uint32_t(0);
         count_ = 0;
         isOdd_ = false;
         hasExponents_ = false;
@@ -266,7 +267,7 @@ class Window {
     bool hasExponents_ = false;
     unsigned long count_ = 0;
     unsigned long begins_[most];
-    std::uint32_t ends_[most] = {~std::uint32_t(0)};
+    std::uint32_t ends_[most];
     std::uint32_t points_[most];
     char haveExponents_[most];
     char havePoints_[most];

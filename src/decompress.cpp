@@ -17,7 +17,7 @@ namespace ko {
 
 namespace {
 
-// Room for as many bytes as a text can hold, filled from the front.
+// Filled from the front.
 struct Bytes {
     std::unique_ptr<unsigned char[]> data;
     unsigned long size = 0;
@@ -58,7 +58,8 @@ words::Word noDigits(words::Word text) {
     return (~(isDecimal | isLetter) | text) & words::highBits;
 }
 
-// The bytes of four pairs of digits, in the lower half of a word.
+// The bytes of four pairs of digits, in the lower half of a word; what is in the upper is of no
+// use.
 words::Word bytesOfPairs(words::Word digits) {
     const words::Word isLetter = digits >> 6U & words::all(1);
     const words::Word values = (digits & words::all(0x0F)) + isLetter * 9;

@@ -643,7 +643,7 @@ struct Lexer::GroupText {
                 endGap(*at);
                 const unsigned long step =
                     std::min(static_cast<unsigned long>(end - at), longestStep());
-                char* const to = text.reserve(step + bulk::copySlack);
+                char* const to = text.reserve(step);
                 const bulk::Copied copied =
                     bulk::operations().copyNumbers(at, at + step, to, rules.group);
                 text.finishAt(copied.written);
@@ -667,7 +667,7 @@ struct Lexer::GroupText {
     // As much as there is room for already, so that the text moves only when it is full.
     unsigned long longestStep() const {
         constexpr unsigned long shortStep = 128;
-        return std::max(shortStep + bulk::copySlack, text.room()) - bulk::copySlack;
+        return std::max(shortStep, text.room());
     }
 
     // The outermost delimiters are kept, those inside dropped.

@@ -182,7 +182,7 @@ class Copying : public BulkPaths {
         const Copy expected = copyByRule(text, group);
         const Block block(text);
         const std::string_view from = block.view();
-        const unsigned long room = text.size() + ko::bulk::copySlack;
+        const unsigned long room = text.size();
         std::string to(room + guard, untouched);
         const ko::bulk::Copied copied =
             operations().copyNumbers(from.data(), from.data() + from.size(), to.data(), group);
@@ -834,7 +834,7 @@ TEST_P(Converting, ReadsPiecesOfAnyLength) {
 TEST_P(BulkPaths, ReadNothingAroundTheirTexts) {
     Random random(26);
     const Enclosed enclosed;
-    std::vector<char> to(Enclosed::size + ko::bulk::copySlack);
+    std::vector<char> to(Enclosed::size);
     std::vector<double> numbers(Enclosed::size);
     auto* const dest = reinterpret_cast<unsigned char*>(numbers.data());
     for (unsigned long length = 1; length < 3000; length += 1 + length / 100) {

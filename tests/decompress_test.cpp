@@ -164,6 +164,35 @@ TEST(CompactBytesTest, OtherCharactersAreRefused) {
     }
 }
 
+// Digits are read many at a time where they stand side by side.
+TEST(CompactBytesTest, AnyCharacterIsSeenWhereverItStandsAmongDigits) {
+    const std::string digits = "0123456789abcdefABCDEF9876543210";
+    const std::string bytes = "\x01\x23\x45\x67\x89\xAB\xCD\xEF\xAB\xCD\xEF\x98\x76\x54\x32\x10";
+    for (int code = -128; code <= 127; ++code) {
+        const char c = static_cast<char>(code);
+        if (String::isHexDigit(c)) continue;
+        for (unsigned long place = 1; place < digits.size(); ++place) {
+            SCOPED_TRACE("code " + std::to_string(code) + " at " + std::to_string(place));
+            const std::string text = "." + digits.substr(0, place) + c + digits.substr(place);
+            if (String::isSpace(c)) {
+                expectBytes(text, bytes);
+            } else {
+                EXPECT_EQ(place + 1, placeIn(decode(text, 100).error));
+            }
+        }
+    }
+}
+
+TEST(CompactBytesTest, AnyNumberOfBytesMayBeExpected) {
+    const std::string bytes = "ABCDEFGHIJKLMNOP";
+    for (unsigned long count = 1; count <= bytes.size(); ++count) {
+        SCOPED_TRACE(count);
+        const std::string text = "." + hex(bytes.substr(0, count));
+        expectBytes(text, bytes.substr(0, count), count);
+        expectRefused(text, count - 1);
+    }
+}
+
 TEST(CompactBytesTest, TextWithoutItsPointIsRefused) {
     for (const char* text : {"", "00", "+00", " .00"}) {
         const Decoded decoded = decode(text, 1);
