@@ -172,37 +172,56 @@ struct NameHash {
     std::size_t operator()(std::string_view name) const noexcept { return hashText(name); }
     std::size_t operator()(const String& name) const noexcept { return name.hash(); }
 };
+
 // Finds things by their `name()`, in open addressing. Does not own them; equal names stand in it
-// once.
+// once. A mark for each slot, a byte of the hash, says most of what there is to know: of a million
+// things the marks stay in the processor's caches, and a new name seldom waits for more.
 template <class T>
 class NameIndex {
   public:
+    NameIndex() = default;
     T* find(const String& name) const;
     // Has memory fetch what `find` looks at first, the place of the name; then the item that stands
     // there.
     void expect(const String& name) const;
     void expectItem(const String& name) const;
-    void insert(T* item);  // throws std::bad_alloc and is then unchanged
+    // False when the name is taken; throws std::bad_alloc and is then unchanged.
+    bool insert(T* item);
     void erase(const String& name) noexcept;
     unsigned long size() const { return size_; }
     // Makes room for one more, so that the next insertion cannot fail; throws std::bad_alloc.
     void reserveOne();
 
   private:
-    struct Slot {
-        T* item = nullptr;
-        unsigned long hash = 0;
-
+    struct InBlock {
         static void* operator new[](std::size_t bytes) { return ds::allocateBlock(bytes); }
         static void operator delete[](void* array) noexcept { ds::freeBlock(array); }
     };
+    // Of a hash its highest bits, since the lowest choose the slot; 0 where nothing stands.
+    struct Mark : InBlock {
+        unsigned char bits = 0;
+    };
+    // Not initialised where there is no mark.
+    struct Slot : InBlock {
+        T* item;
+        unsigned long hash;
+    };
 
+    explicit NameIndex(unsigned long slots);
+
+    static unsigned char markOf(unsigned long hash) {
+        return static_cast<unsigned char>(0x80U | hash >> 57U);
+    }
+    bool isTaken(unsigned long at) const { return marks_[at].bits != 0; }
+    unsigned long home(unsigned long hash) const { return hash & (marks_.size() - 1); }
+    unsigned long next(unsigned long at) const { return home(at + 1); }
     // Where the item of that hash and name stands, or would stand.
     unsigned long place(unsigned long hash, const String& name) const;
-    unsigned long next(unsigned long at) const { return (at + 1) & (slots_.size() - 1); }
+    void put(unsigned long at, T* item, unsigned long hash);
     void grow();
 
-    ds::Vector<Slot> slots_;  // none, or a power of two of them
+    ds::Vector<Mark> marks_;  // none, or a power of two of them
+    std::unique_ptr<Slot[]> slots_;
     unsigned long size_ = 0;
 };
 
@@ -794,76 +813,98 @@ void registerOutputRename(const String& nodeType, const String& old, const Strin
 void clearRenames();
 
 template <class T>
+NameIndex<T>::NameIndex(unsigned long slots)
+    : marks_(ds::Vector<Mark>::ofSize(slots)), slots_(new Slot[slots]) {}
+
+template <class T>
 unsigned long NameIndex<T>::place(unsigned long hash, const String& name) const {
-    unsigned long at = hash & (slots_.size() - 1);
-    while (slots_[at].item && (slots_[at].hash != hash || slots_[at].item->name() != name))
+    unsigned long at = home(hash);
+    const auto isOther = [&] {
+        return marks_[at].bits != markOf(hash) || slots_[at].hash != hash ||
+               slots_[at].item->name() != name;
+    };
+    while (isTaken(at) && isOther())
         at = next(at);
     return at;
 }
 
 template <class T>
 T* NameIndex<T>::find(const String& name) const {
-    return slots_.isEmpty() ? nullptr : slots_[place(name.hash(), name)].item;
+    if (size_ == 0) return nullptr;
+    const unsigned long at = place(name.hash(), name);
+    return isTaken(at) ? slots_[at].item : nullptr;
 }
 
 template <class T>
 void NameIndex<T>::expect(const String& name) const {
-    if (!slots_.isEmpty()) __builtin_prefetch(&slots_[name.hash() & (slots_.size() - 1)]);
+    if (size_ == 0) return;
+    const unsigned long at = home(name.hash());
+    __builtin_prefetch(&marks_[at]);
+    __builtin_prefetch(&slots_[at], 1);
 }
 
 template <class T>
 void NameIndex<T>::expectItem(const String& name) const {
-    if (slots_.isEmpty()) return;
-    const auto* const item = slots_[name.hash() & (slots_.size() - 1)].item;
-    if (!item) return;
-    __builtin_prefetch(item);
-    __builtin_prefetch(reinterpret_cast<const char*>(item) + 64);
+    if (size_ == 0) return;
+    const unsigned long at = home(name.hash());
+    if (!isTaken(at)) return;
+    __builtin_prefetch(slots_[at].item);
+    __builtin_prefetch(reinterpret_cast<const char*>(slots_[at].item) + 64);
 }
 
 template <class T>
 void NameIndex<T>::reserveOne() {
-    if (4 * (size_ + 1) > 3 * slots_.size()) grow();
+    if (4 * (size_ + 1) > 3 * marks_.size()) grow();
 }
 
 template <class T>
-void NameIndex<T>::insert(T* item) {
+bool NameIndex<T>::insert(T* item) {
     reserveOne();
     const unsigned long hash = item->name().hash();
-    Slot& slot = slots_[place(hash, item->name())];
-    if (slot.item) return;
-    slot = {item, hash};
+    const unsigned long at = place(hash, item->name());
+    if (isTaken(at)) return false;
+    put(at, item, hash);
     ++size_;
+    return true;
+}
+
+template <class T>
+void NameIndex<T>::put(unsigned long at, T* item, unsigned long hash) {
+    marks_[at].bits = markOf(hash);
+    slots_[at].item = item;
+    slots_[at].hash = hash;
 }
 
 template <class T>
 void NameIndex<T>::grow() {
     constexpr unsigned long smallest = 16;
-    NameIndex grown;
-    grown.slots_ = ds::Vector<Slot>::ofSize(slots_.isEmpty() ? smallest : 2 * slots_.size());
-    for (const Slot& slot : slots_) {
-        unsigned long at = slot.hash & (grown.slots_.size() - 1);
-        while (slot.item && grown.slots_[at].item)
+    NameIndex grown(marks_.isEmpty() ? smallest : 2 * marks_.size());
+    for (unsigned long i = 0; i < marks_.size(); ++i) {
+        if (!isTaken(i)) continue;
+        unsigned long at = grown.home(slots_[i].hash);
+        while (grown.isTaken(at))
             at = grown.next(at);
-        if (slot.item) grown.slots_[at] = slot;
+        grown.put(at, slots_[i].item, slots_[i].hash);
     }
+    marks_ = std::move(grown.marks_);
     slots_ = std::move(grown.slots_);
 }
 
 // Closes the gap by moving those back that had to step over it.
 template <class T>
 void NameIndex<T>::erase(const String& name) noexcept {
-    if (slots_.isEmpty()) return;
+    if (size_ == 0) return;
     unsigned long gap = place(name.hash(), name);
-    if (!slots_[gap].item) return;
+    if (!isTaken(gap)) return;
     --size_;
-    for (unsigned long at = next(gap); slots_[at].item; at = next(at)) {
-        const unsigned long mask = slots_.size() - 1;
+    for (unsigned long at = next(gap); isTaken(at); at = next(at)) {
+        const unsigned long mask = marks_.size() - 1;
         const unsigned long stepsFromHome = (at - slots_[at].hash) & mask;
         if (stepsFromHome < ((at - gap) & mask)) continue;
-        slots_[gap] = slots_[at];
+        put(gap, slots_[at].item, slots_[at].hash);
         gap = at;
     }
-    slots_[gap] = {};
+    marks_[gap] = Mark();
 }
 
 template <class T, unsigned long longestScan>

@@ -20,12 +20,15 @@ Scene::~Scene() {
 Node* Scene::findNode(const String& name) const { return index_.find(name); }
 
 Node* Scene::createNode(String type, String name, String label) {
-    if (type.isEmpty() || name.isEmpty() || findNode(name)) return nullptr;
+    if (type.isEmpty() || name.isEmpty()) return nullptr;
     const NodeType* const declared = nodeType(type);
     Node* const node = pool_->make<Node>(*this, std::move(type), std::move(name), std::move(label));
     try {
         if (declared) node->addDeclared(*declared);
-        index_.insert(node);
+        if (!index_.insert(node)) {
+            Pool::destroy(node);
+            return nullptr;
+        }
     } catch (...) {
         Pool::destroy(node);
         throw;
