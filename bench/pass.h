@@ -1,9 +1,9 @@
-// One pass of a reader in a process of its own, so that each begins with the same memory whoever
-// was before it.
+// One pass of a reader in a process of its own.
 #pragma once
 
 #include <functional>
 
+#include "child.h"
 #include "readers.h"
 
 namespace bench {
@@ -14,12 +14,6 @@ using Reader = std::function<Result()>;
 struct PassTimes {
     double cpu = 0;
     double wall = 0;
-};
-
-// What a pass reads into.
-enum class Memory {
-    Kept,  // that the process has from reading the same before
-    New,   // that the kernel hands out meanwhile
 };
 
 // Throws std::runtime_error when the reader did.

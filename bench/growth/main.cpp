@@ -56,12 +56,6 @@ bool readOptions(int argc, char** argv, Options& options) {
     return true;
 }
 
-// The least of several readings: what else the machine does only adds.
-Reading least(const Reading& a, const Reading& b) {
-    return {std::min(a.seconds, b.seconds), std::min(a.freeSeconds, b.freeSeconds),
-            std::min(a.scene, b.scene), std::min(a.peak, b.peak)};
-}
-
 double growthOf(double now, double before, double least) {
     return before >= least ? now / before : 0;
 }
@@ -94,11 +88,19 @@ void printRow(const char* name, unsigned long size, const Reading& now, const Re
     std::fflush(stdout);
 }
 
-// Twice, and where it seems to grow too fast a few times more before that is believed.
+Reading readBothWays(const Document& document, Source source) {
+    Reading reading = readInKeptMemory(document, source);
+    const Reading once = readOnce(document, source);
+    reading.scene = once.scene;
+    reading.peak = once.peak;
+    return reading;
+}
+
+// Where it seems to grow too fast a few times more, before that is believed.
 Reading readSeveralTimes(const Document& document, Source source, const Reading& before) {
-    Reading reading = readOnce(document, source);
-    for (int i = 1; i < 2 || (i < 5 && growsTooFast(reading, before)); ++i)
-        reading = least(reading, readOnce(document, source));
+    Reading reading = readBothWays(document, source);
+    for (int i = 1; i < 5 && growsTooFast(reading, before); ++i)
+        reading = least(reading, readBothWays(document, source));
     return reading;
 }
 

@@ -1,15 +1,12 @@
 #include "measure.h"
 
 #include <malloc.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
-#include <exception>
 #include <fstream>
-#include <iostream>
 #include <limits>
 #include <memory>
 #include <stdexcept>
@@ -19,6 +16,8 @@
 #include <ko/foundation.h>
 #include <ko/kvtparser.h>
 #include <ko/scene.h>
+
+#include "../child.h"
 
 namespace growth {
 
@@ -93,30 +92,24 @@ Reading measure(const Document& document, Source source) {
     return reading;
 }
 
-[[noreturn]] void measureAndExit(const Document& document, Source source, int channel) {
-    try {
-        const Reading reading = measure(document, source);
-        _exit(write(channel, &reading, sizeof reading) == sizeof reading ? 0 : 1);
-    } catch (const std::exception& error) {
-        std::cerr << "kvt-growth: " << error.what() << std::endl;
-        _exit(1);
-    }
-}
-
 }  // namespace
 
+Reading least(const Reading& a, const Reading& b) {
+    return {std::min(a.seconds, b.seconds), std::min(a.freeSeconds, b.freeSeconds),
+            std::min(a.scene, b.scene), std::min(a.peak, b.peak)};
+}
+
 Reading readOnce(const Document& document, Source source) {
-    std::array<int, 2> channel{};
-    if (pipe(channel.data()) != 0) throw std::runtime_error("cannot make a pipe");
-    const pid_t child = fork();
-    if (child == 0) measureAndExit(document, source, channel[1]);
-    close(channel[1]);
-    Reading reading;
-    const bool wasSent = child > 0 && read(channel[0], &reading, sizeof reading) == sizeof reading;
-    close(channel[0]);
-    if (child > 0) waitpid(child, nullptr, 0);
-    if (!wasSent) throw std::runtime_error("a reading failed");
-    return reading;
+    return bench::inChild([&] { return measure(document, source); });
+}
+
+Reading readInKeptMemory(const Document& document, Source source) {
+    return bench::inChild([&] {
+        bench::keepMemory();
+        measure(document, source);
+        const Reading reading = measure(document, source);
+        return least(reading, measure(document, source));
+    });
 }
 
 double availableMemory() { return field("/proc/meminfo", "MemAvailable"); }

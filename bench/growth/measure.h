@@ -1,4 +1,4 @@
-// One reading of a document, in a process of its own.
+// Readings of a document, in processes of their own.
 #pragma once
 
 #include "shapes.h"
@@ -16,8 +16,16 @@ struct Reading {
     double peak = 0;         // resident bytes at the peak over what was resident before
 };
 
-// Throws std::runtime_error when the document is not read as it should be.
+// The least of both in everything: what else the machine does only adds.
+Reading least(const Reading& a, const Reading& b);
+
+// One in fresh memory, as a program has it that reads one document. This and the next throw
+// std::runtime_error when the document is not read as it should be.
 Reading readOnce(const Document& document, Source source);
+
+// The least of two in memory that the process has from reading the document before, where the time
+// is the reader's own and not that of a system that hands out memory. Its memory tells nothing.
+Reading readInKeptMemory(const Document& document, Source source);
 
 // Bytes of memory that the system has to give.
 double availableMemory();
