@@ -136,16 +136,8 @@ words::Word without(words::Word point, words::Word word, words::Word fill) {
     return (word & behind) | (word & before) << 8U | fill;
 }
 
-// Of [begin, end), which 16 characters of the same text stand before or in. False for what it
-// cannot read.
-bool readPlain(const char* begin, const char* end, Plain& number) {
-    number.isNegative = *begin == '-';
-    begin += number.isNegative ? 1 : 0;
-    const auto length = static_cast<unsigned long>(end - begin);
-    if (length == 0 || length > mostDigits) return false;
-    const unsigned long inLower = std::min(length, words::size);
-    words::Word lower = last(words::digitValues(words::load(end - words::size)), inLower);
-    words::Word higher = last(words::digitValues(words::load(end - mostDigits)), length - inLower);
+// Of the values of so many digits and a point, at the ends of two words with zeros before them.
+bool addUp(words::Word higher, words::Word lower, unsigned long length, Plain& number) {
     constexpr char point = '.' ^ '0';
     const words::Word inLow = words::equal(lower, point);
     const words::Word inHigh = words::equal(higher, point);
@@ -171,10 +163,52 @@ bool isBetweenFloats(double number) {
     return (bits & lostBits) == (lostBits + 1) / 2;
 }
 
+// Of [begin, end), which 16 characters of the same text stand before or in. This and the next are
+// false for what they cannot read.
+bool readPlain(const char* begin, const char* end, Plain& number) {
+    number.isNegative = *begin == '-';
+    begin += number.isNegative ? 1 : 0;
+    const auto length = static_cast<unsigned long>(end - begin);
+    if (length == 0 || length > mostDigits) return false;
+    const unsigned long inLower = std::min(length, words::size);
+    const words::Word lower = words::digitValues(words::load(end - words::size));
+    const words::Word higher = words::digitValues(words::load(end - mostDigits));
+    return addUp(last(higher, length - inLower), last(lower, inLower), length, number);
+}
+
+// As `addUp`, of at most 8 characters.
+bool addUpFew(words::Word word, unsigned long length, Plain& number) {
+    const words::Word point = words::equal(word, '.' ^ '0');
+    if (point) {
+        if (length == 1) return false;
+        number.hasPoint = true;
+        number.behindPoint = words::size - 1 - words::first(point);
+        word = without(point & -point, word, 0);
+    }
+    number.mantissa = words::sumOfDigits(word);
+    return words::areDigits(word);
+}
+
+// Of so few characters that they and their sign stand in 16 that begin with them.
+bool readPlainAhead(const char* at, unsigned long length, Plain& number) {
+    number.isNegative = *at == '-';
+    if (number.isNegative) {
+        ++at;
+        --length;
+    }
+    if (length == 0 || length >= mostDigits) return false;
+    const words::Word first = words::digitValues(words::load(at));
+    if (length <= words::size) {
+        return addUpFew(first << 8 * (words::size - length), length, number);
+    }
+    const words::Word lower = words::digitValues(words::load(at + length - words::size));
+    return addUp(first << 8 * (mostDigits - length), lower, length, number);
+}
+
 // An exact mantissa divided by an exact power of ten is rounded once, as it should be.
 template <class Real>
 bool valueOf(const Plain& number, Real& value) {
-    constexpr double divisors[2][mostDigits] = {
+    static constexpr double divisors[2][mostDigits] = {
         {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15},
         {-1e0, -1e1, -1e2, -1e3, -1e4, -1e5, -1e6, -1e7, -1e8, -1e9, -1e10, -1e11, -1e12, -1e13,
          -1e14, -1e15}};
@@ -290,6 +324,22 @@ unsigned long countBreaks(std::string_view text) {
 }
 
 }  // namespace
+
+bool convertAhead(const char* at, unsigned long length, double& value) noexcept {
+    Plain number;
+    double read = 0;
+    if (!readPlainAhead(at, length, number) || !valueOf(number, read)) return false;
+    value = read;
+    return true;
+}
+
+bool convertAhead(const char* at, unsigned long length, long& value) noexcept {
+    Plain number;
+    long read = 0;
+    if (!readPlainAhead(at, length, number) || !integerOf(number, read)) return false;
+    value = read;
+    return true;
+}
 
 bool convertNumber(std::string_view text, DataType type, unsigned char* dest) noexcept {
     switch (type) {

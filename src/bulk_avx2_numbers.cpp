@@ -453,8 +453,8 @@ struct Scale {
 };
 
 KO_AVX2_INLINE Scale scaleOf(const Stripped& number, unsigned behindHead, unsigned behindTail) {
-    constexpr double factors[] = {1e16, 1e15};
-    constexpr double signs[] = {0.0, -0.0};
+    static constexpr double factors[] = {1e16, 1e15};
+    static constexpr double signs[] = {0.0, -0.0};
     const unsigned long hasHead = Parts(number).head > number.isNegative;
     const unsigned long isPointInHead = behindHead < lanes;
     const unsigned long isPointInTail = behindTail < lanes;

@@ -349,62 +349,98 @@ struct Seen {
     unsigned length = 0;
 };
 
-Seen seeId(const char* at, String& text) {
+inline Seen seeId(const char* at) {
     const unsigned length = chars::leading(chars::Sixteen(at).idParts());
     if (!String::fitsShort(length)) return {};
-    text.assignShort(at, length);
     return {Token::Id, length};
 }
 
 // A number of digits, points and signs.
-Seen seeNumber(const char* at, String& text) {
+inline Seen seeNumber(const char* at) {
     const chars::Sixteen ahead(at);
     const unsigned length = chars::leading(ahead.decimalParts());
     if (!String::fitsShort(length) || chars::is(at[length], chars::NumberPart)) return {};
-    text.assignShort(at, length);
     const bool isReal = (ahead.points() & ((1U << length) - 1)) != 0;
     return {isReal ? Token::Real : Token::Integer, length};
 }
 
 // A string in one line without a backslash.
-[[gnu::noinline]] Seen seeString(const char* at, String& text) {
+inline Seen seeString(const char* at) {
     const unsigned length = 2 + chars::leading(chars::Sixteen(at + 1).plainStringParts());
     if (!String::fitsShort(length) || at[length - 1] != '"') return {};
-    text.assignShort(at, length);
     return {Token::StringLiteral, length};
 }
 
-// A short group of plain numbers with spaces and commas between them, none behind the last.
-[[gnu::noinline]] Seen seeParens(const char* at, String& text) {
-    const char* const from = at + 1;
-    const std::uint64_t numbers = chars::ofSixtyFour(from, &chars::Sixteen::decimalParts);
-    const std::uint64_t gaps = chars::ofSixtyFour(from, &chars::Sixteen::spacesAndCommas);
+// What fits into a short text.
+inline Seen seeShort(Token::Type begun, const char* at) {
+    switch (begun) {
+        case Token::Id: return seeId(at);
+        case Token::Integer: return seeNumber(at);
+        case Token::StringLiteral: return seeString(at);
+        default: return {};
+    }
+}
+
+// A short group of plain numbers with spaces and commas between them, none behind the last: where
+// it begins inside the parentheses, and a bit for each character that belongs to a number.
+struct SeenGroup {
+    const char* from = nullptr;
+    unsigned length = 0;
+    std::uint64_t numbers = 0;
+
+    unsigned lengthWithParens() const { return length + 2; }
+};
+
+// Calls `visit(begin, length)` for each number as long as it returns true.
+template <class Visit>
+bool forEachNumber(const SeenGroup& group, Visit visit) {
+    for (unsigned begin = 0; begin < group.length;) {
+        begin += static_cast<unsigned>(__builtin_ctzll(group.numbers >> begin));
+        const auto count = static_cast<unsigned>(__builtin_ctzll(~(group.numbers >> begin)));
+        if (count > chars::sixteen || !visit(group.from + begin, count)) return false;
+        begin += count;
+    }
+    return true;
+}
+
+[[gnu::noinline]] bool seeParens(const char* at, SeenGroup& group) {
+    group.from = at + 1;
+    const std::uint64_t numbers = chars::ofSixtyFour(group.from, &chars::Sixteen::decimalParts);
+    const std::uint64_t gaps = chars::ofSixtyFour(group.from, &chars::Sixteen::spacesAndCommas);
     const std::uint64_t others = ~(numbers | gaps);
-    if (others == 0) return {};
-    const auto length = static_cast<unsigned>(__builtin_ctzll(others));
-    const bool endsWithNumber = length > 0 && (numbers >> (length - 1) & 1U) != 0;
-    if (from[length] != ')' || !endsWithNumber) return {};
+    if (others == 0) return false;
+    group.length = static_cast<unsigned>(__builtin_ctzll(others));
+    group.numbers = numbers;
+    const bool endsWithNumber = group.length > 0 && (numbers >> (group.length - 1) & 1U) != 0;
+    return group.from[group.length] == ')' && endsWithNumber;
+}
+
+// As the text of a token.
+bool collapseParens(const SeenGroup& group, String& text) {
     char collapsed[glance];
     char* to = collapsed;
     *to++ = '(';
-    for (unsigned begin = 0; begin < length;) {
-        begin += static_cast<unsigned>(__builtin_ctzll(numbers >> begin));
-        const auto count = static_cast<unsigned>(__builtin_ctzll(~(numbers >> begin)));
-        if (count > chars::sixteen) return {};
-        std::memcpy(to, from + begin, chars::sixteen);
-        to += count;
+    const auto copy = [&to](const char* number, unsigned length) {
+        std::memcpy(to, number, chars::sixteen);
+        to += length;
         *to++ = ' ';
-        begin += count;
-    }
+        return true;
+    };
+    if (!forEachNumber(group, copy)) return false;
     to[-1] = ')';
     text.assign({collapsed, static_cast<unsigned long>(to - collapsed)});
-    return {Token::Parens, length + 2};
+    return true;
 }
 
 }  // namespace
 
+// The bits of several counters together are no less than any of them.
+inline bool Lexer::canGlance() const {
+    return next_ < glanceEnd_ && (pos | line | column) <= largestCounter - glance;
+}
+
 bool Lexer::readAtAGlance(Token& t) {
-    if (std::max({pos, line, column}) > largestCounter - glance) return false;
+    if (!canGlance()) return false;
     if (chars::is(next_[-1], chars::Blank) && !passBlanks()) return false;
     const char sign = next_[-1];
     const Token::Type type = typeBegunBy(sign);
@@ -416,19 +452,88 @@ bool Lexer::readAtAGlance(Token& t) {
 }
 
 bool Lexer::readTextAtAGlance(Token::Type type, Token& t) {
-    Seen seen;
-    switch (type) {
-        case Token::Id: seen = seeId(next_ - 1, t.text); break;
-        case Token::Integer: seen = seeNumber(next_ - 1, t.text); break;
-        case Token::StringLiteral: seen = seeString(next_ - 1, t.text); break;
-        case Token::Parens: seen = seeParens(next_ - 1, t.text); break;
-        default: return false;
+    const char* const at = next_ - 1;
+    if (type == Token::Parens) {
+        SeenGroup group;
+        if (!seeParens(at, group) || !collapseParens(group, t.text)) return false;
+        takeInLine(group.lengthWithParens());
+        finish(Token::Parens, t);
+        return true;
     }
+    const Seen seen = seeShort(type, at);
     if (seen.length == 0) return false;
     takeInLine(seen.length);
     finish(seen.type, t);
+    t.text.assignShort(at, seen.length);
     if (type == Token::Id) recogniseWord(t);
     return true;
+}
+
+// Where a scalar stands in the run: its token and, if that is an identifier, the group right
+// behind.
+struct Lexer::SeenScalar {
+    const char* at = nullptr;
+    SeenGroup group;
+};
+
+bool Lexer::passScalar(Token& t, SeenScalar& seen) {
+    if (!readAtAGlance(t)) return false;
+    seen.at = next_ - 1 - t.text.len();
+    if (t.type != Token::Id) return true;
+    if (la != '(' || !seeParens(next_ - 1, seen.group)) return false;
+    takeInLine(seen.group.lengthWithParens());
+    return true;
+}
+
+// ";" "." Id ( "=" | "|" ), as one assignment follows another
+bool Lexer::readToNextAssignment(Token& end, Token& dot, Token& id, Token& sign) {
+    if (!canGlance() || la != ';') return false;
+    const char* const behindEnd = next_;
+    const unsigned blanks = chars::leading(chars::Sixteen(behindEnd).blanks());
+    const char* const name = behindEnd + blanks + 1;
+    if (blanks == chars::sixteen || name[-1] != '.') return false;
+    const Seen seen = typeBegunBy(*name) == Token::Id ? seeId(name) : Seen();
+    if (seen.length == 0) return false;
+    id.text.assignShort(name, seen.length);
+    id.type = Token::Id;
+    recogniseWord(id);
+    const unsigned space = name[seen.length] == ' ' ? 1 : 0;
+    const Token::Type signType = typeBegunBy(name[seen.length + space]);
+    if (id.type != Token::Id || (signType != Token::Equals && signType != Token::Pipe))
+        return false;
+    const auto takeSign = [this](Token::Type type, Token& t) {
+        finish(type, t);
+        t.text.assign(static_cast<char>(la));
+        takeInLine(1);
+    };
+    takeSign(Token::Semicolon, end);
+    if (blanks > 0) passBlanks();
+    takeSign(Token::Dot, dot);
+    takeInLine(seen.length);
+    finish(Token::Id, id);
+    if (space > 0) takeInLine(1);
+    takeSign(signType, sign);
+    return true;
+}
+
+struct Lexer::Place {
+    const char* next;
+    signed char c;
+    signed char la;
+    std::int32_t pos;
+    std::int32_t line;
+    std::int32_t column;
+};
+
+Lexer::Place Lexer::place() const { return {next_, c, la, pos, line, column}; }
+
+void Lexer::returnTo(const Place& place) {
+    next_ = place.next;
+    c = place.c;
+    la = place.la;
+    pos = place.pos;
+    line = place.line;
+    column = place.column;
 }
 
 // Passes few blanks.
@@ -474,7 +579,7 @@ inline void Lexer::passTo(const char* next) {
 // --- By the rules
 
 inline void Lexer::read(Token& t) {
-    if (next_ >= glanceEnd_ || !readAtAGlance(t)) readAny(t);
+    if (!readAtAGlance(t)) readAny(t);
 }
 
 void Lexer::readAny(Token& t) {
@@ -772,11 +877,11 @@ KvtParser::~KvtParser() = default;
 
 // === Lookahead ==================================================================================
 
-// The new token takes the place of the one behind the last; an invalid one never gets there.
+// An invalid token never gets into the ring.
 inline void KvtParser::advance() {
-    Token& oldest = ring_[(head_ + lookahead) % ringSize];
-    lexer_->read(oldest);
-    if (oldest.type == Token::Invalid) refuse(oldest);
+    Token& next = ring_[(head_ + lookahead) % ringSize];
+    lexer_->read(next);
+    if (next.type == Token::Invalid) refuse(next);
     head_ = (head_ + 1) % ringSize;
 }
 
@@ -789,8 +894,9 @@ void KvtParser::prime(IScene* scene, Lexer* lexer) {
         advance();
 }
 
-void KvtParser::refuse(Token& oldest) {
-    const Token invalid = std::exchange(oldest, peek(1));
+void KvtParser::refuse(Token& next) {
+    const Token invalid = std::exchange(next, Token());
+    ring_[(head_ - 1) % ringSize] = peek(1);
     tokenError(invalid);
 }
 
@@ -808,6 +914,20 @@ inline bool KvtParser::skip(Token::Type type) {
 bool KvtParser::match(Token& t, Token::Type type) {
     if (!skip(type)) return false;
     t = lastToken();
+    return true;
+}
+
+// Reads a ";" and as many tokens behind it as the parser looks ahead, to where they are to stand
+// once the statement is taken that the ";" ends.
+bool KvtParser::readAheadAtAGlance() {
+    const auto next = [this](unsigned i) -> Token& {
+        return ring_[(head_ + lookahead + i) % ringSize];
+    };
+    if (lexer_->readToNextAssignment(next(0), next(1), next(2), next(3))) return true;
+    for (unsigned i = 0; i <= lookahead; ++i) {
+        if (!lexer_->readAtAGlance(next(i))) return false;
+        if (i == 0 && next(i).type != Token::Semicolon) return false;
+    }
     return true;
 }
 
@@ -995,17 +1115,7 @@ void KvtParser::identifier(AssignInfo& info) {
 namespace {
 
 // The text of a group without its delimiters.
-std::string_view inside(const Token& group) {
-    return group.text.view().substr(1, group.text.len() - 2);
-}
-
-bool readBool(const String& text, AttrData& data) {
-    data.type = AttrType::Bool;
-    bool value = false;
-    if (!String::parse(text, value)) return false;
-    std::memcpy(data.value, &value, sizeof value);
-    return true;
-}
+std::string_view inside(std::string_view group) { return group.substr(1, group.size() - 2); }
 
 // Unsigned integers too go through the signed parser; they end at 2^63 - 1.
 bool readInteger(const String& text, AttrData& data) {
@@ -1030,6 +1140,24 @@ bool readText(const String& text, AttrData& data) {
     return true;
 }
 
+bool isLiteral(Token::Type type) {
+    return type == Token::True || type == Token::False || type == Token::Integer ||
+           type == Token::Real || type == Token::StringLiteral || type == Token::Braces ||
+           type == Token::Brackets;
+}
+
+bool readLiteral(const Token& literal, AttrData& data) {
+    switch (literal.type) {
+        case Token::True:
+        case Token::False: data.setBool(literal.type == Token::True); return true;
+        case Token::Integer: return readInteger(literal.text, data);
+        case Token::Real: return readReal(literal.text, data);
+        case Token::StringLiteral: return readText(literal.text, data);
+        case Token::Braces: data.type = AttrType::Object; return true;
+        default: data.type = AttrType::Array; return true;
+    }
+}
+
 template <int N>
 bool readComponents(std::string_view text, AttrData& data) {
     double components[N];
@@ -1046,6 +1174,12 @@ bool readColour(std::string_view text, AttrData& data) {
     const bool isRead = math::parseRgba(text, components);
     std::memcpy(data.value, components, sizeof components);
     return isRead;
+}
+
+// The type that an identifier names, or Null.
+AttrType mathTypeNamed(const String& id) {
+    const auto* const type = scalarTypes().findNode(id.toLower(true));
+    return type ? type->value : AttrType::Null;
 }
 
 bool readMath(std::string_view text, AttrType type, AttrData& data) {
@@ -1067,35 +1201,22 @@ bool readMath(std::string_view text, AttrType type, AttrData& data) {
 // A literal that does not convert is taken all the same, so that what stands behind it, a ";" as a
 // rule, ends the statement with an error.
 bool KvtParser::scalar(AssignInfo& info) {
-    const Token::Type type = la(1);
-    const bool isLiteral = type == Token::True || type == Token::False || type == Token::Integer ||
-                           type == Token::Real || type == Token::StringLiteral ||
-                           type == Token::Braces || type == Token::Brackets;
-    if (!isLiteral) return mathValue(info);
+    if (!isLiteral(la(1))) return mathValue(info);
     advance();
     info.token0 = lastToken();
-    const String& text = info.token0.text;
-    switch (type) {
-        case Token::True:
-        case Token::False: return readBool(text, info.data);
-        case Token::Integer: return readInteger(text, info.data);
-        case Token::Real: return readReal(text, info.data);
-        case Token::StringLiteral: return readText(text, info.data);
-        case Token::Braces: info.data.type = AttrType::Object; return true;
-        default: info.data.type = AttrType::Array; return true;
-    }
+    return readLiteral(info.token0, info.data);
 }
 
 // math value = Id Parens, the identifier a type: vec3(1 0 0)
 bool KvtParser::mathValue(AssignInfo& info) {
     if (la(1) != Token::Id || la(2) != Token::Parens) return false;
-    const auto* const type = scalarTypes().findNode(peek(1).text.toLower(true));
-    if (!type) return false;
+    const AttrType type = mathTypeNamed(peek(1).text);
+    if (type == AttrType::Null) return false;
     advance();
     info.token0 = lastToken();
     advance();
     info.token3 = lastToken();
-    return readMath(inside(info.token3), type->value, info.data);
+    return readMath(inside(info.token3.text.view()), type, info.data);
 }
 
 // --- Buffers ------------------------------------------------------------------------------------
@@ -1126,7 +1247,7 @@ bool KvtParser::buffer(AssignInfo& info) {
     }
     allocateBuffer(info, type);
     if (!info.data.payload()) return true;  // of no elements, whatever the group says
-    const std::string_view data = inside(info.token2);
+    const std::string_view data = inside(info.token2.text.view());
     if (componentSize(type) == 1 && !data.empty() && data.front() == '.') {
         readCompactBytes(info);
     } else {
@@ -1159,7 +1280,7 @@ void KvtParser::allocateBuffer(AssignInfo& info, DataType type) {
 
 // Bytes that the text does not give stay zero.
 void KvtParser::readCompactBytes(AssignInfo& info) {
-    const std::string_view text = inside(info.token2);
+    const std::string_view text = inside(info.token2.text.view());
     const BufferView buffer = info.data.buffer();
     String error;
     const ByteArray bytes = decompress(reinterpret_cast<const unsigned char*>(text.data()),
@@ -1174,7 +1295,7 @@ void KvtParser::readComponents(AssignInfo& info) {
     const BufferView buffer = info.data.buffer();
     const char* const keyword = info.token0.text.buf();
     const bulk::Conversion numbers = bulk::operations().convertNumbers(
-        inside(info.token2), componentType(buffer.type),
+        inside(info.token2.text.view()), componentType(buffer.type),
         static_cast<unsigned char*>(info.data.payload()), buffer.components());
     if (!numbers.excess.empty()) {
         bufferError("Cannot add %s @ index %lu of %s[%lu].", String(numbers.excess).buf(),
@@ -1278,24 +1399,116 @@ struct KvtParser::Expected {
 bool KvtParser::parseAssign() {
     AssignInfo& info = assignment_;
     info.clear();
-    if (!path(info.path)) return false;
     const PayloadGuard guard(scene(), info.data);
-    if (!connect(info) && !value(info)) return false;
-    // A declaration may follow, and look its node up.
+    if (readAssignmentAtAGlance(info)) {
+        expectDeclaration();
+        assignShort(info);
+    } else {
+        if (!path(info.path)) return false;
+        if (!connect(info) && !value(info)) return false;
+        expectDeclaration();
+        assign(info);
+    }
+    return true;
+}
+
+// A declaration may follow, and look its node up.
+void KvtParser::expectDeclaration() const {
     if (la(1) == Token::Id && la(2) == Token::Id) scene().expectNode(peek(2).text);
+}
+
+// short assign = "." Id "=" scalar ";", which most of a document is made of
+//
+// Where all of it and the tokens to look ahead at can be seen, the value need not go through the
+// ring. What is not seen, or refused, is left to the rules: false, and nothing is taken.
+bool KvtParser::readAssignmentAtAGlance(AssignInfo& info) {
+    const bool isShort = la(1) == Token::Dot && la(2) == Token::Id && la(3) == Token::Equals;
+    if (!isShort || !withNode_) return false;
+    const Lexer::Place before = lexer_->place();
+    Lexer::SeenScalar seen;
+    if (lexer_->passScalar(info.token0, seen) && readAheadAtAGlance() && readScalar(seen, info)) {
+        head_ = (head_ + lookahead + 1) % ringSize;
+        return true;
+    }
+    info.clear();
+    lexer_->returnTo(before);
+    return false;
+}
+
+namespace {
+
+// A number as a word of a value.
+template <class Number>
+bool readWord(const char* at, unsigned long length, std::uint64_t& word) {
+    Number number = 0;
+    if (!bulk::convertAhead(at, length, number)) return false;
+    std::memcpy(&word, &number, sizeof word);
+    return true;
+}
+
+bool readGroup(const SeenGroup& group, AttrType type, AttrData& data) {
+    const unsigned long components = componentCount(type);
+    unsigned long count = 0;
+    const auto read = [&](const char* number, unsigned length) {
+        return count < components && readWord<double>(number, length, data.value[count++]);
+    };
+    data.type = type;
+    if (!forEachNumber(group, read)) return false;
+    const bool lacksAlpha = type == AttrType::Rgba && count == 3;
+    if (lacksAlpha) data.setComponent(3, 1);
+    return lacksAlpha || count == components;
+}
+
+}  // namespace
+
+bool KvtParser::readScalar(const Lexer::SeenScalar& seen, AssignInfo& info) {
+    info.gotScalar = true;
+    const Token& token = info.token0;
+    AttrData& data = info.data;
+    switch (token.type) {
+        case Token::Id: return readGroup(seen.group, mathTypeNamed(token.text), data);
+        case Token::Integer:
+            data.type = AttrType::Int;
+            return readWord<long>(seen.at, token.text.len(), data.value[0]);
+        case Token::Real:
+            data.type = AttrType::Real;
+            return readWord<double>(seen.at, token.text.len(), data.value[0]);
+        case Token::StringLiteral: data.setText(inside(token.text.view())); return true;
+        case Token::True:
+        case Token::False: data.setBool(token.type == Token::True); return true;
+        default: return false;
+    }
+}
+
+// Its tokens have been taken, and stand in the ring still.
+void KvtParser::assignShort(AssignInfo& info) {
+    const Token& name = peek(-2);
+    Node& node = *withNode_;
+    const FoundInput found =
+        node.findOrCreate(updateInputName(node.type(), name.text), info.data.type, AttrType::Null);
+    if (!found.input) {
+        info.path.push_back(peek(-3));
+        info.path.push_back(name);
+        inputNotFound(info, node);
+    }
+    storeValue(*found.input, nullptr, info);
+}
+
+void KvtParser::assign(AssignInfo& info) {
     Walk walk{assignedNode(info), info};
     Input* const target = reachTarget(walk);
-    if (!target) {
-        parseError("input '%s' not found.", shownPath(info.path, &walk.node).buf());
-    }
+    if (!target) inputNotFound(info, walk.node);
     if (info.gotReference) {
         postpone(pendingConnections, walk, info);
     } else if (info.gotIdentifier) {
         postpone(pendingIdentifiers, walk, info);
     } else {
-        storeValue(walk, info);
+        storeValue(*target, walk.parent, info);
     }
-    return true;
+}
+
+void KvtParser::inputNotFound(const AssignInfo& info, const Node& node) {
+    parseError("input '%s' not found.", shownPath(info.path, &node).buf());
 }
 
 Node& KvtParser::assignedNode(const AssignInfo& info) {
@@ -1503,10 +1716,9 @@ void KvtParser::postpone(PendingMap& pending, const Walk& walk, const AssignInfo
     held_.push_back(RefersTo<IInput>(target));
 }
 
-void KvtParser::storeValue(const Walk& walk, AssignInfo& info) {
-    Input& target = *walk.input;
+void KvtParser::storeValue(Input& target, Input* parent, AssignInfo& info) {
     if (!fit(info, target)) return;
-    declareSiblings(walk.parent, info.data);
+    declareSiblings(parent, info.data);
     target.assign(info.data);
     if (info.data.hasPayload()) info.data.clear();  // the payload is the target's now
     checkEnumeration(target);

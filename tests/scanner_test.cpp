@@ -26,6 +26,7 @@
 #include "bytes.h"
 #include "plainscanner.h"
 #include "reading.h"
+#include "single.h"
 #include "tokens.h"
 
 namespace {
@@ -44,6 +45,8 @@ using kvt::test::PathGuard;
 using kvt::test::PlainScanner;
 using kvt::test::Random;
 using kvt::test::shown;
+using kvt::test::Single;
+using kvt::test::stateOf;
 using std::string_view_literals::operator""sv;
 
 namespace fs = std::filesystem;
@@ -318,45 +321,6 @@ TEST_P(ScannerPaths, FollowTheRulesForTokensOfManyBlocks) {
 }
 
 // --- Single characters and whole tokens
-
-// Brings a text one character at a time.
-class Single final : public Lexer {
-  public:
-    explicit Single(std::string_view text) : text_(text) { bring(); }
-    signed char consume() override {
-        advance();
-        if (la != -1) bring();
-        return c;
-    }
-
-  private:
-    void bring() {
-        la = next_ < text_.size() ? static_cast<signed char>(text_[next_])
-                                  : static_cast<signed char>(-1);
-        ++next_;
-    }
-
-    std::string_view text_;
-    unsigned long next_ = 0;
-};
-
-struct State {
-    int c, la;
-    std::int32_t pos, line, column;
-};
-
-State stateOf(const Lexer& lexer) {
-    return {lexer.c, lexer.la, lexer.pos, lexer.line, lexer.column};
-}
-
-bool operator==(const State& a, const State& b) {
-    return a.c == b.c && a.la == b.la && a.pos == b.pos && a.line == b.line && a.column == b.column;
-}
-
-std::ostream& operator<<(std::ostream& out, const State& state) {
-    return out << "c " << state.c << " la " << state.la << " pos " << state.pos << " line "
-               << state.line << " column " << state.column;
-}
 
 // The lexers give the same tokens and stand at the same places, up to the end and behind it.
 void expectSameTokens(Lexer& expected, Lexer& found) {

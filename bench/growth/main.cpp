@@ -56,14 +56,38 @@ bool readOptions(int argc, char** argv, Options& options) {
     return true;
 }
 
+// What a document is compared with.
+struct Smaller {
+    Reading half;            // of half the size
+    double memoryPerMB = 0;  // the most of all smaller ones, at the peak
+};
+
+// How many times as much as half the document took; 0 where that was too little to tell.
+struct Growth {
+    double seconds = 0;
+    double freeSeconds = 0;
+    double memory = 0;
+
+    bool isTooFast() const { return std::max({seconds, freeSeconds, memory}) > mostPerDoubling; }
+};
+
 double growthOf(double now, double before, double least) {
     return before >= least ? now / before : 0;
 }
 
-bool growsTooFast(const Reading& now, const Reading& before) {
-    return growthOf(now.seconds, before.seconds, leastSeconds) > mostPerDoubling ||
-           growthOf(now.freeSeconds, before.freeSeconds, leastSeconds) > mostPerDoubling ||
-           growthOf(now.peak, before.peak, leastBytes) > mostPerDoubling;
+double memoryPerMB(const Reading& reading, unsigned long size) {
+    return reading.peak / megabyte / static_cast<double>(size);
+}
+
+Growth growthOf(const Reading& now, const Smaller& smaller, unsigned long size) {
+    const Reading& half = smaller.half;
+    Growth growth{growthOf(now.seconds, half.seconds, leastSeconds),
+                  growthOf(now.freeSeconds, half.freeSeconds, leastSeconds),
+                  growthOf(now.peak, half.peak, leastBytes)};
+    // Memory is taken in leaps. A leap is none too many unless it leads to more for each byte.
+    if (memoryPerMB(now, size) <= smaller.memoryPerMB)
+        growth.memory = std::min(growth.memory, mostPerDoubling);
+    return growth;
 }
 
 std::string growthText(double growth) {
@@ -77,14 +101,11 @@ void printHead() {
                 "free, s", "growth", "scene, MB", "peak, MB", "growth", "peak/MB");
 }
 
-void printRow(const char* name, unsigned long size, const Reading& now, const Reading& before) {
+void printRow(const char* name, unsigned long size, const Reading& now, const Growth& growth) {
     std::printf("%-28s%4lu%9.3f%8s%9.3f%8s%10.1f%10.1f%8s%8.1f\n", name, size, now.seconds,
-                growthText(growthOf(now.seconds, before.seconds, leastSeconds)).c_str(),
-                now.freeSeconds,
-                growthText(growthOf(now.freeSeconds, before.freeSeconds, leastSeconds)).c_str(),
-                now.scene / megabyte, now.peak / megabyte,
-                growthText(growthOf(now.peak, before.peak, leastBytes)).c_str(),
-                now.peak / megabyte / static_cast<double>(size));
+                growthText(growth.seconds).c_str(), now.freeSeconds,
+                growthText(growth.freeSeconds).c_str(), now.scene / megabyte, now.peak / megabyte,
+                growthText(growth.memory).c_str(), memoryPerMB(now, size));
     std::fflush(stdout);
 }
 
@@ -97,9 +118,10 @@ Reading readBothWays(const Document& document, Source source) {
 }
 
 // Where it seems to grow too fast a few times more, before that is believed.
-Reading readSeveralTimes(const Document& document, Source source, const Reading& before) {
+Reading readSeveralTimes(const Document& document, Source source, const Smaller& smaller,
+                         unsigned long size) {
     Reading reading = readBothWays(document, source);
-    for (int i = 1; i < 5 && growsTooFast(reading, before); ++i)
+    for (int i = 1; i < 5 && growthOf(reading, smaller, size).isTooFast(); ++i)
         reading = least(reading, readBothWays(document, source));
     return reading;
 }
@@ -107,20 +129,21 @@ Reading readSeveralTimes(const Document& document, Source source, const Reading&
 // The readings that grew too fast.
 int measureShape(const Shape& shape, const Options& options) {
     int tooFast = 0;
-    Reading before;
+    Smaller smaller;
     for (unsigned long size = 1; size <= std::min(options.largest, shape.largest); size *= 2) {
         const Document document = shape.make(size << 20U);
         malloc_trim(0);
-        if (2.5 * before.peak > availableMemory() / 2) {
+        if (2.5 * smaller.half.peak > availableMemory() / 2) {
             std::printf("%-28s%4lu  left out: it would take half of the memory\n", shape.name,
                         size);
             break;
         }
-        const Reading reading = readSeveralTimes(document, options.source, before);
-        printRow(shape.name, size, reading, before);
-        if (growsTooFast(reading, before)) ++tooFast;
-        if (growsTooFast(reading, before) && reading.seconds > longestSeconds) break;
-        before = reading;
+        const Reading reading = readSeveralTimes(document, options.source, smaller, size);
+        const Growth growth = growthOf(reading, smaller, size);
+        printRow(shape.name, size, reading, growth);
+        if (growth.isTooFast()) ++tooFast;
+        if (growth.isTooFast() && reading.seconds > longestSeconds) break;
+        smaller = {reading, std::max(smaller.memoryPerMB, memoryPerMB(reading, size))};
     }
     return tooFast;
 }

@@ -131,8 +131,16 @@ class Lexer {
 
     // As `nextToken`, in the place of another one.
     inline void read(Token& t);
+    inline bool canGlance() const;
     bool readAtAGlance(Token& t);
     bool readTextAtAGlance(Token::Type type, Token& t);
+    struct SeenScalar;
+    bool passScalar(Token& t, SeenScalar& seen);
+    bool readToNextAssignment(Token& end, Token& dot, Token& id, Token& sign);
+    // Where the lexer stands in a run, to come back to.
+    struct Place;
+    Place place() const;
+    void returnTo(const Place& place);
     inline bool passBlanks();
     inline void takeInLine(unsigned count);
     inline void passTo(const char* next);
@@ -288,7 +296,7 @@ class KvtParser {
 
     Scene& scene() const { return static_cast<Scene&>(*scene_); }
 
-    // The i-th unread token in place; with 0, the one taken last.
+    // The i-th unread token in place; with 0, the one taken last, and before it a few more.
     const Token& peek(int i) const {
         return ring_[(head_ + static_cast<unsigned>(i) - 1) % ringSize];
     }
@@ -297,6 +305,7 @@ class KvtParser {
     inline bool skip(Token::Type type);
     inline void take(ds::Vector<Token>& tokens, int count);
     [[noreturn]] void refuse(Token& oldest);
+    bool readAheadAtAGlance();
     bool statement();
     bool isNamed(const char* keyword, Token::Type end) const;
     String takeName();
@@ -310,7 +319,13 @@ class KvtParser {
 
     String framed(const char* kind, const String& detail) const;
 
-    // The steps of an assignment after its statement was read.
+    // An assignment in two steps: its statement is read, then carried out.
+    bool readAssignmentAtAGlance(AssignInfo& info);
+    static bool readScalar(const Lexer::SeenScalar& seen, AssignInfo& info);
+    void assignShort(AssignInfo& info);
+    void assign(AssignInfo& info);
+    void expectDeclaration() const;
+    [[noreturn]] void inputNotFound(const AssignInfo& info, const Node& node);
     Node& assignedNode(const AssignInfo& info);
     Input* reachTarget(Walk& walk);
     static Expected expectedAt(const Walk& walk, unsigned long i);
@@ -318,7 +333,7 @@ class KvtParser {
     Input* takeIndexStep(Input& array, const String& name, const Token& token, AttrType expected);
     void checkIntermediate(Input& input, const Expected& expected);
     void postpone(PendingMap& pending, const Walk& walk, const AssignInfo& info);
-    void storeValue(const Walk& walk, AssignInfo& info);
+    void storeValue(Input& target, Input* parent, AssignInfo& info);
     bool fit(AssignInfo& info, Input& target);
     void checkEnumeration(const Input& target);
     using Batch = ds::Vector<const PendingMap::Node*>;
@@ -330,9 +345,10 @@ class KvtParser {
 
     Lexer* lexer_ = nullptr;
     static constexpr unsigned lookahead = 3;
-    static constexpr unsigned ringSize = lookahead + 1;
+    static constexpr unsigned ringSize = 2 * (lookahead + 1);
 
-    // The unread tokens from `head_` on and, before it, the one taken last.
+    // The unread tokens from `head_` on and, before it, the one taken last. There is room for as
+    // many behind them.
     Token ring_[ringSize];
     unsigned head_ = 0;
     interfaces::IScene* scene_ = nullptr;

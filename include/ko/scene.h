@@ -95,6 +95,8 @@ struct AttrData {
     void* payload() const { return reinterpret_cast<void*>(value[0]); }
     void setPayload(void* payload) { value[0] = reinterpret_cast<std::uint64_t>(payload); }
     void setReal(double number) { setComponent(0, number); }
+    // Becomes a Bool, as `ofBool`.
+    void setBool(bool is);
     // Becomes a String with a copy of `text` (up to a NUL), as `ofText`.
     void setText(std::string_view text);
     // Becomes Null and all zeros; a payload is the caller's. Only matrices use more words than a

@@ -26,9 +26,13 @@ std::uint64_t bitsOf(double number) {
 
 AttrData AttrData::ofBool(bool value) {
     AttrData data;
-    data.type = AttrType::Bool;
-    std::memcpy(data.value, &value, sizeof value);
+    data.setBool(value);
     return data;
+}
+
+void AttrData::setBool(bool is) {
+    type = AttrType::Bool;
+    std::memcpy(value, &is, sizeof is);
 }
 
 AttrData AttrData::ofInt(long value) {

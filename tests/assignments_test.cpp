@@ -1,0 +1,290 @@
+// Short assignments are read in one go where enough of the text is at hand; a source of single
+// characters never has enough. Both ways give the same scene, messages, tokens and places.
+
+#include <ko/foundation.h>
+#include <ko/kvtparser.h>
+#include <ko/scene.h>
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "bytes.h"
+#include "reading.h"
+#include "single.h"
+#include "tokens.h"
+
+namespace {
+
+using ko::String;
+using ko::mirel_sdk::impl::KvtParser;
+using ko::mirel_sdk::impl::Lexer;
+using ko::mirel_sdk::impl::Scene;
+using ko::mirel_sdk::impl::StringLexer;
+using ko::mirel_sdk::impl::Token;
+using kvt::test::Random;
+using kvt::test::Single;
+
+// All that can be seen of a reading, after every statement too.
+class Watched {
+  public:
+    std::string read(Lexer& lexer) {
+        const ko::LogCapture capture([this](const ko::LogRecord& record) {
+            messages_.insert(std::string(record.text.view()));
+        });
+        kvt::test::registerNodeTypes(scene_);
+        KvtParser parser;
+        bool isRead = true;
+        try {
+            parser.prime(&scene_, &lexer);
+            while (parser.la(1) != Token::Eof && isRead) {
+                isRead = readStatement(parser);
+                show(parser, lexer);
+            }
+        } catch (const std::runtime_error& error) {
+            isRead = false;
+            seen_ << error.what() << '\n';
+            show(parser, lexer);
+        }
+        parser.resolveConnections();
+        parser.resolveIdentifiers();
+        showMessages();
+        return seen_.str() + kvt::test::jsonOf(scene_, isRead);
+    }
+
+  private:
+    static bool readStatement(KvtParser& parser) {
+        return parser.parseComment() || parser.parseDeclare() || parser.parseAssign();
+    }
+
+    // What comes at once comes at the end of a document, in no fixed order.
+    void showMessages() {
+        for (const std::string& message : messages_)
+            seen_ << message << '\n';
+        messages_.clear();
+    }
+
+    void show(const KvtParser& parser, const Lexer& lexer) {
+        showMessages();
+        seen_ << kvt::test::stateOf(lexer) << '\n' << parser.lastToken() << '\n';
+        for (int i = 1; i <= 3; ++i)
+            seen_ << parser.lt(i) << '\n';
+    }
+
+    Scene scene_;
+    std::ostringstream seen_;
+    std::multiset<std::string> messages_;
+};
+
+void expectSameReading(const std::string& text) {
+    // Behind the text as much as a glance needs, which begins no statement.
+    const std::string padded = text + std::string(200, ' ');
+    Single single(padded);
+    StringLexer lexer{String(std::string_view(padded))};
+    ASSERT_EQ(Watched().read(single), Watched().read(lexer)) << text;
+}
+
+constexpr const char* targets[] = {
+    ".a",
+    ".b",
+    ".true",
+    ".nulls",
+    ".real",
+    ".int",
+    ".bool",
+    ".vec3",
+    ".mat4",
+    ".x",
+    ".rgba",
+    ".array",
+    ".string",
+    ".mode",
+    ".any",
+    ".amount",
+    ".list",
+    ".object",
+    "n.a",
+    ".a.b",
+    ".a[1]",
+    ".long_name_of_20_",
+    ".7",
+    ". a",
+    ".fourteen_of_14",
+    ".fifteen_of_15_",
+};
+
+constexpr const char* scalars[] = {
+    "1",
+    "-1",
+    "0",
+    "007",
+    "-0",
+    "12345678",
+    "123456789",
+    "12345678901234",
+    "-1234567890123",
+    "123456789012345",
+    "9007199254740993",
+    "9223372036854775808",
+    "1u",
+    "0x10",
+    "1e5",
+    "1-2",
+    "--1",
+    "1.5",
+    "-0.0",
+    "0.1",
+    "5.",
+    "-5.",
+    "-.5",
+    "1.2.3",
+    "-",
+    "1.5f",
+    "1.00000000",
+    "12345678.25",
+    "0.00000000000001",
+    "99999999999.99",
+    "3.14159265358979",
+    "nan",
+    "inf",
+    "-inf",
+    "true",
+    "False",
+    "TRUE",
+    "null",
+    "Null",
+    "other",
+    "n",
+    "a.b",
+    "\"text\"",
+    "\"\"",
+    "\"fast\"",
+    "\"fine\"",
+    "\"none\"",
+    "\"a\\\"b\"",
+    "\"a\\n\"",
+    "\"0123456789ab\"",
+    "\"0123456789abc\"",
+    "\"of two\nlines\"",
+    "\"open",
+    "\"=;.\"",
+    "{}",
+    "{1 2}",
+    "[]",
+    "[3]",
+    "int32[2] {1 2}",
+    "byte[2] {.0102}",
+    "$",
+    "(1 2 3)",
+    "",
+};
+
+constexpr const char* groups[] = {
+    "(1 2 3)",
+    "(1, 2, 3)",
+    "(1 2)",
+    "(1)",
+    "()",
+    "( 1 2 3 )",
+    "( 1 2 3)",
+    "(1 2 3,)",
+    "(,1,,2, 3)",
+    "(-1 -0 .5)",
+    "(1 2 3 4)",
+    "(1 2 3 4 5)",
+    "(1 2 3 x)",
+    "(1 2 3 nan)",
+    "(1..5 2 3)",
+    "(1e5 2 3)",
+    "(1\n2\n3)",
+    "((1 2) 3)",
+    "(1.5, 2.25, -3.125, 0.1)",
+    "(1 2 3 4 5 6 7 8 9)",
+    "(12345678.5 1 2)",
+    "(1 0 0 0 0 1 0 0 0 0 1 0 0 0 0 1)",
+    "(1 0 0 0 0 1 0 0 0 0 1 0 0 0 0 1 2)",
+    "(0 0 0 1234567890123456)",
+    "(0 0 0 12345678901234567)",
+    "(1 0 0 0 0 1 0 0 0 0 1 0 0 0 0 9007199254740993)",
+    "(+1 2 3)",
+    "(1 2 3",
+    "(1 2 3;",
+    "(1.23456789 2.3456789 3.456789 4.56789 5.6789 6.789 7.89 8.9 9.)",
+};
+
+constexpr const char* groupTypes[] = {
+    "pos3", "vec2", "vec3",  "vec4", "rgba", "quat",    "mat3",
+    "mat4", "POS3", "pos3 ", "pos2", "true", "unknown", "of_fifteen_long",
+};
+
+constexpr const char* gaps[] = {
+    "",          "",   "",     " ",  " ",        "\n",
+    "\n    ",    "\t", "\r\n", "  ", "\n\n  \n", "                  ",
+    " # said\n",
+};
+
+template <std::size_t N>
+std::string anyOf(Random& random, const char* const (&texts)[N]) {
+    return texts[random.below(N)];
+}
+
+std::string anyValue(Random& random) {
+    if (random.oneIn(3)) return anyOf(random, groupTypes) + anyOf(random, groups);
+    return anyOf(random, scalars);
+}
+
+// As exporters write it, but for a token now and then.
+std::string anyAssignment(Random& random) {
+    const auto space = [&random] { return random.oneIn(4) ? anyOf(random, gaps) : " "; };
+    std::string text = anyOf(random, targets) + space();
+    if (random.oneIn(8)) {
+        text += "|=" + space() + (random.oneIn(4) ? "null" : "other.out");
+    } else {
+        text += "=" + space() + anyValue(random);
+    }
+    text += (random.oneIn(10) ? anyOf(random, gaps) : "");
+    text += random.oneIn(40) ? random.oneOf(".:=!a1") : ';';
+    return text + anyOf(random, gaps);
+}
+
+TEST(Assignments, AreReadAlikeAtAGlanceAndByTheRules) {
+    constexpr const char* heads[] = {
+        "t n:",          "scalars n:",    "vectors n: ",
+        "matrices n:\n", "others n:\n  ", "choice n:",
+        "filter n:",     "renamed n:\n",  "",
+    };
+    Random random(23);
+    for (int round = 0; round < 6000; ++round) {
+        std::string text = anyOf(random, heads);
+        for (unsigned long left = 1 + random.below(6); left > 0; --left) {
+            text += anyAssignment(random);
+            if (random.oneIn(12)) text += "t other" + std::string(random.oneIn(2) ? ":" : ";");
+        }
+        ASSERT_NO_FATAL_FAILURE(expectSameReading(text));
+    }
+}
+
+TEST(Assignments, OfEachValueAreReadAlikeBeforeAnyOther) {
+    const auto expectSame = [](const std::string& value) {
+        for (const char* const next : {".b = 1;", ".b |= n.out;", "t m;", "t m:\n.c = 2;", "$", ""})
+            ASSERT_NO_FATAL_FAILURE(expectSameReading("t n:\n .a = " + value + ";\n " + next));
+    };
+    for (const char* const scalar : scalars)
+        ASSERT_NO_FATAL_FAILURE(expectSame(scalar));
+    for (const char* const type : groupTypes)
+        for (const char* const group : groups)
+            ASSERT_NO_FATAL_FAILURE(expectSame(std::string(type) + group));
+}
+
+// The documents are shorter than a glance; behind each follows what makes up for that.
+TEST(Assignments, OfDocumentsAreReadAlikeAtAGlanceAndByTheRules) {
+    for (const auto& document : kvt::test::documents())
+        ASSERT_NO_FATAL_FAILURE(expectSameReading(kvt::test::contents(document))) << document;
+}
+
+}  // namespace
