@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <exception>
 #include <iostream>
-#include <limits>
 #include <stdexcept>
 #include <type_traits>
 
@@ -25,7 +24,7 @@ enum class Memory {
 // From here on the process gives no memory back.
 inline void keepMemory() {
     mallopt(M_MMAP_MAX, 0);
-    mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
+    mallopt(M_TRIM_THRESHOLD, -1);
 }
 
 template <class Work>

@@ -38,6 +38,7 @@ class Watched {
             messages_.insert(std::string(record.text.view()));
         });
         kvt::test::registerNodeTypes(scene_);
+        ko::mirel_sdk::impl::registerInputRename("t", "gone", "[gone]");
         KvtParser parser;
         bool isRead = true;
         try {
@@ -143,6 +144,8 @@ constexpr const char* scalars[] = {
     "-5.",
     "-.5",
     "1.2.3",
+    "-.",
+    "-1.",
     "-",
     "1.5f",
     "1.00000000",
@@ -212,6 +215,8 @@ constexpr const char* groups[] = {
     "(0 0 0 12345678901234567)",
     "(1 0 0 0 0 1 0 0 0 0 1 0 0 0 0 9007199254740993)",
     "(+1 2 3)",
+    "(. 2 3)",
+    "(1 -. 3)",
     "(1 2 3",
     "(1 2 3;",
     "(1.23456789 2.3456789 3.456789 4.56789 5.6789 6.789 7.89 8.9 9.)",
@@ -252,7 +257,7 @@ std::string anyAssignment(Random& random) {
     return text + anyOf(random, gaps);
 }
 
-TEST(Assignments, AreReadAlikeAtAGlanceAndByTheRules) {
+TEST(ShortAssignments, AreReadAlikeAtAGlanceAndByTheRules) {
     constexpr const char* heads[] = {
         "t n:",          "scalars n:",    "vectors n: ",
         "matrices n:\n", "others n:\n  ", "choice n:",
@@ -269,7 +274,11 @@ TEST(Assignments, AreReadAlikeAtAGlanceAndByTheRules) {
     }
 }
 
-TEST(Assignments, OfEachValueAreReadAlikeBeforeAnyOther) {
+TEST(ShortAssignments, ThatAreRenamedToNoInputAreRefusedAlike) {
+    expectSameReading("t n:\n .here = 1;\n .gone = 2;\n .here = 3;");
+}
+
+TEST(ShortAssignments, OfEachValueAreReadAlikeBeforeAnyOther) {
     const auto expectSame = [](const std::string& value) {
         for (const char* const next : {".b = 1;", ".b |= n.out;", "t m;", "t m:\n.c = 2;", "$", ""})
             ASSERT_NO_FATAL_FAILURE(expectSameReading("t n:\n .a = " + value + ";\n " + next));
@@ -282,7 +291,7 @@ TEST(Assignments, OfEachValueAreReadAlikeBeforeAnyOther) {
 }
 
 // The documents are shorter than a glance; behind each follows what makes up for that.
-TEST(Assignments, OfDocumentsAreReadAlikeAtAGlanceAndByTheRules) {
+TEST(ShortAssignments, OfDocumentsAreReadAlikeAtAGlanceAndByTheRules) {
     for (const auto& document : kvt::test::documents())
         ASSERT_NO_FATAL_FAILURE(expectSameReading(kvt::test::contents(document))) << document;
 }
