@@ -1019,8 +1019,8 @@ bool KvtParser::parseDeclare() {
     if (la(1) != Token::Id || la(2) != Token::Id) return false;
     if (!isBlock && la(3) != Token::Semicolon) return false;
     const String type = peek(1).text;
-    scene().expectNode(peek(2).text);
     const String name = takeName();
+    expectNext();
     Node* node = scene().findNode(name);
     if (!node) node = scene().createNode(type, name, String());
     if (isBlock) withNode_ = node;
@@ -1401,20 +1401,22 @@ bool KvtParser::parseAssign() {
     info.clear();
     const PayloadGuard guard(scene(), info.data);
     if (readAssignmentAtAGlance(info)) {
-        expectDeclaration();
+        expectNext();
         assignShort(info);
     } else {
         if (!path(info.path)) return false;
         if (!connect(info) && !value(info)) return false;
-        expectDeclaration();
+        expectNext();
         assign(info);
     }
     return true;
 }
 
-// A declaration may follow, and look its node up.
-void KvtParser::expectDeclaration() const {
-    if (la(1) == Token::Id && la(2) == Token::Id) scene().expectNode(peek(2).text);
+// Has memory fetch what the next statement looks up first, while this one is carried out.
+void KvtParser::expectNext() const {
+    if (la(2) != Token::Id) return;
+    if (la(1) == Token::Id) scene().expectNode(peek(2).text);
+    if (la(1) == Token::Dot && withNode_) withNode_->expectInput(peek(2).text);
 }
 
 // short assign = "." Id "=" scalar ";", which most of a document is made of

@@ -324,7 +324,7 @@ class KvtParser {
     static bool readScalar(const Lexer::SeenScalar& seen, AssignInfo& info);
     void assignShort(AssignInfo& info);
     void assign(AssignInfo& info);
-    void expectDeclaration() const;
+    void expectNext() const;
     [[noreturn]] void inputNotFound(const AssignInfo& info, const Node& node);
     Node& assignedNode(const AssignInfo& info);
     Input* reachTarget(Walk& walk);

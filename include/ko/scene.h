@@ -237,6 +237,10 @@ class NamedList {
     void add(T* item);  // throws std::bad_alloc and is then unchanged
     unsigned long size() const { return size_; }
     T* operator[](unsigned long i) const { return many_ ? many_->items[i] : few_[i]; }
+    // Has memory fetch what `find` looks at first, where that may be far away.
+    void expect(const String& name) const {
+        if (many_) many_->index.expect(name);
+    }
     // Has memory fetch the first item.
     void expectFirst() const {
         if (size_ > 0) __builtin_prefetch(few_[0]);
@@ -628,6 +632,8 @@ class Node {
     // The output `name`. A node without a registered type gets one when it is asked for it; null
     // when the name is empty, or unknown to the registered type.
     Output* output(const String& name);
+    // Says that this input is about to be looked up.
+    void expectInput(const String& name) const { inputs_.expect(name); }
     // Says that an output is about to be looked up.
     void expectOutput() const { outputs_.expectFirst(); }
     // The output `name` if it is there already, or null.
