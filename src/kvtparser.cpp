@@ -516,25 +516,39 @@ bool Lexer::readToNextAssignment(Token& end, Token& dot, Token& id, Token& sign)
     return true;
 }
 
-struct Lexer::Place {
-    const char* next;
-    signed char c;
-    signed char la;
-    std::int32_t pos;
-    std::int32_t line;
-    std::int32_t column;
+// Brings a lexer back to where it stood in the run, unless it is told to stay.
+class Lexer::Retreat {
+  public:
+    explicit Retreat(Lexer& lexer)
+        : lexer_(&lexer),
+          next_(lexer.next_),
+          c_(lexer.c),
+          la_(lexer.la),
+          pos_(lexer.pos),
+          line_(lexer.line),
+          column_(lexer.column) {}
+    Retreat(const Retreat&) = delete;
+    Retreat& operator=(const Retreat&) = delete;
+    ~Retreat() {
+        if (!lexer_) return;
+        lexer_->next_ = next_;
+        lexer_->c = c_;
+        lexer_->la = la_;
+        lexer_->pos = pos_;
+        lexer_->line = line_;
+        lexer_->column = column_;
+    }
+    void stay() { lexer_ = nullptr; }
+
+  private:
+    Lexer* lexer_;
+    const char* next_;
+    signed char c_;
+    signed char la_;
+    std::int32_t pos_;
+    std::int32_t line_;
+    std::int32_t column_;
 };
-
-Lexer::Place Lexer::place() const { return {next_, c, la, pos, line, column}; }
-
-void Lexer::returnTo(const Place& place) {
-    next_ = place.next;
-    c = place.c;
-    la = place.la;
-    pos = place.pos;
-    line = place.line;
-    column = place.column;
-}
 
 // Passes few blanks.
 inline bool Lexer::passBlanks() {
@@ -1020,7 +1034,7 @@ bool KvtParser::parseDeclare() {
     if (!isBlock && la(3) != Token::Semicolon) return false;
     const String type = peek(1).text;
     const String name = takeName();
-    expectNext();
+    expectNext(nullptr);
     Node* node = scene().findNode(name);
     if (!node) node = scene().createNode(type, name, String());
     if (isBlock) withNode_ = node;
@@ -1401,22 +1415,23 @@ bool KvtParser::parseAssign() {
     info.clear();
     const PayloadGuard guard(scene(), info.data);
     if (readAssignmentAtAGlance(info)) {
-        expectNext();
+        expectNext(withNode_);
         assignShort(info);
     } else {
         if (!path(info.path)) return false;
         if (!connect(info) && !value(info)) return false;
-        expectNext();
+        expectNext(info.path[0].type == Token::Dot ? withNode_ : nullptr);
         assign(info);
     }
     return true;
 }
 
-// Has memory fetch what the next statement looks up first, while this one is carried out.
-void KvtParser::expectNext() const {
+// Has memory fetch what the next statement looks up first, while this one is carried out: a node,
+// or an input of `node`, which may be null.
+void KvtParser::expectNext(const Node* node) const {
     if (la(2) != Token::Id) return;
     if (la(1) == Token::Id) scene().expectNode(peek(2).text);
-    if (la(1) == Token::Dot && withNode_) withNode_->expectInput(peek(2).text);
+    if (la(1) == Token::Dot && node) node->expectInput(peek(2).text);
 }
 
 // short assign = "." Id "=" scalar ";", which most of a document is made of
@@ -1426,15 +1441,16 @@ void KvtParser::expectNext() const {
 bool KvtParser::readAssignmentAtAGlance(AssignInfo& info) {
     const bool isShort = la(1) == Token::Dot && la(2) == Token::Id && la(3) == Token::Equals;
     if (!isShort || !withNode_) return false;
-    const Lexer::Place before = lexer_->place();
+    Lexer::Retreat retreat(*lexer_);
     Lexer::SeenScalar seen;
-    if (lexer_->passScalar(info.token0, seen) && readAheadAtAGlance() && readScalar(seen, info)) {
-        head_ = (head_ + lookahead + 1) % ringSize;
-        return true;
+    if (!lexer_->passScalar(info.token0, seen) || !readAheadAtAGlance() ||
+        !readScalar(seen, info)) {
+        info.clear();
+        return false;
     }
-    info.clear();
-    lexer_->returnTo(before);
-    return false;
+    retreat.stay();
+    head_ = (head_ + lookahead + 1) % ringSize;
+    return true;
 }
 
 namespace {

@@ -110,7 +110,7 @@ bool isBelowOne(std::string_view text) {
 template <class Real>
 bool readFewDigits(std::string_view text, Real& out) noexcept {
     static constexpr double powers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                                 1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+                                        1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
     constexpr long most = std::numeric_limits<Real>::digits10;
     const char* at = text.data();
     const char* const end = at + text.size();

@@ -137,10 +137,7 @@ class Lexer {
     struct SeenScalar;
     bool passScalar(Token& t, SeenScalar& seen);
     bool readToNextAssignment(Token& end, Token& dot, Token& id, Token& sign);
-    // Where the lexer stands in a run, to come back to.
-    struct Place;
-    Place place() const;
-    void returnTo(const Place& place);
+    class Retreat;
     inline bool passBlanks();
     inline void takeInLine(unsigned count);
     inline void passTo(const char* next);
@@ -324,7 +321,7 @@ class KvtParser {
     static bool readScalar(const Lexer::SeenScalar& seen, AssignInfo& info);
     void assignShort(AssignInfo& info);
     void assign(AssignInfo& info);
-    void expectNext() const;
+    void expectNext(const Node* node) const;
     [[noreturn]] void inputNotFound(const AssignInfo& info, const Node& node);
     Node& assignedNode(const AssignInfo& info);
     Input* reachTarget(Walk& walk);

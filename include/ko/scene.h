@@ -187,8 +187,15 @@ class NameIndex {
     // there.
     void expect(const String& name) const;
     void expectItem(const String& name) const;
-    // False when the name is taken; throws std::bad_alloc and is then unchanged.
-    bool insert(T* item);
+    void insert(T* item);  // throws std::bad_alloc and is then unchanged
+    // In two steps: where an item of a new name goes, none when the name is taken; then puts it
+    // there, before anything else changes. The first throws std::bad_alloc and leaves the items.
+    struct Place {
+        unsigned long at;
+        unsigned long hash;
+    };
+    std::optional<Place> freePlace(const String& name);
+    void insertAt(Place place, T* item) noexcept;
     void erase(const String& name) noexcept;
     unsigned long size() const { return size_; }
     // Makes room for one more, so that the next insertion cannot fail; throws std::bad_alloc.
@@ -866,14 +873,22 @@ void NameIndex<T>::reserveOne() {
 }
 
 template <class T>
-bool NameIndex<T>::insert(T* item) {
+void NameIndex<T>::insert(T* item) {
+    if (const std::optional<Place> free = freePlace(item->name())) insertAt(*free, item);
+}
+
+template <class T>
+std::optional<typename NameIndex<T>::Place> NameIndex<T>::freePlace(const String& name) {
+    const unsigned long hash = name.hash();
+    if (size_ > 0 && isTaken(place(hash, name))) return std::nullopt;
     reserveOne();
-    const unsigned long hash = item->name().hash();
-    const unsigned long at = place(hash, item->name());
-    if (isTaken(at)) return false;
-    put(at, item, hash);
+    return Place{place(hash, name), hash};
+}
+
+template <class T>
+void NameIndex<T>::insertAt(Place place, T* item) noexcept {
+    put(place.at, item, place.hash);
     ++size_;
-    return true;
 }
 
 template <class T>

@@ -21,18 +21,17 @@ Node* Scene::findNode(const String& name) const { return index_.find(name); }
 
 Node* Scene::createNode(String type, String name, String label) {
     if (type.isEmpty() || name.isEmpty()) return nullptr;
+    const auto place = index_.freePlace(name);
+    if (!place) return nullptr;
     const NodeType* const declared = nodeType(type);
     Node* const node = pool_->make<Node>(*this, std::move(type), std::move(name), std::move(label));
     try {
         if (declared) node->addDeclared(*declared);
-        if (!index_.insert(node)) {
-            Pool::destroy(node);
-            return nullptr;
-        }
     } catch (...) {
         Pool::destroy(node);
         throw;
     }
+    index_.insertAt(*place, node);
     node->previous_ = lastNode_;
     (lastNode_ ? lastNode_->next_ : firstNode_) = node;
     lastNode_ = node;
