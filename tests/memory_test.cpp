@@ -27,9 +27,11 @@ using ko::File;
 using ko::LogCapture;
 using ko::LogRecord;
 using ko::String;
+using ko::mirel_sdk::impl::KvtParser;
 using ko::mirel_sdk::impl::parseKvt;
 using ko::mirel_sdk::impl::parseString;
 using ko::mirel_sdk::impl::Scene;
+using ko::mirel_sdk::impl::StringLexer;
 using kvt::test::Allocation;
 using kvt::test::Failing;
 using kvt::test::FailingMemory;
@@ -156,7 +158,9 @@ class Memory : public testing::TestWithParam<Way> {
   protected:
     // Fails the first allocation, then the second, and so on until the document needs no more.
     static void expectEndings(const fs::path& file) {
-        const String text{std::string_view(kvt::test::contents(file))};
+        // Behind the text as much as a glance at its assignments needs; the file has none of it.
+        const std::string padded = kvt::test::contents(file) + std::string(200, ' ');
+        const String text{std::string_view(padded)};
         failsBehind(~0UL, file, text);  // what is made once for all is there now
         bool hasFailed = true;
         for (unsigned long left = 0; hasFailed && !HasFailure(); ++left) {
@@ -197,6 +201,32 @@ TEST_P(Memory, ThatCannotBeHadLeavesTheSceneAsItWasAndUsable) {
             if (HasFailure()) return;
         }
     }
+}
+
+// --- Single operations
+
+TEST(SingleOperations, TakeNothingOfAShortAssignmentWhoseTextCannotBeHad) {
+    Scene scene;
+    const std::string text = "t n: .s = \"abc\"; .i = 7;" + std::string(200, ' ');
+    StringLexer lexer{String(std::string_view(text))};
+    KvtParser parser;
+    parser.prime(&scene, &lexer);
+    ASSERT_TRUE(parser.parseDeclare());
+    {
+        const FailingMemory memory(0, Failing::Once);
+        EXPECT_THROW(parser.parseAssign(), std::bad_alloc);
+    }
+    EXPECT_TRUE(parser.parseAssign());
+    EXPECT_TRUE(parser.parseAssign());
+    EXPECT_EQ("abc", scene.findNode("n")->input("s")->asText());
+    EXPECT_EQ(7, scene.findNode("n")->input("i")->asInt());
+}
+
+TEST(SingleOperations, NeedNoMemoryToRefuseATakenName) {
+    Scene scene;
+    scene.createNode("t", "n", "");
+    const FailingMemory memory(0, Failing::FromThenOn);
+    EXPECT_EQ(nullptr, scene.createNode("t", "n", ""));
 }
 
 // All memory of the program and the library goes through the functions that fail.

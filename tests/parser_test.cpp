@@ -937,6 +937,17 @@ TEST(Declarations, TestNoKeyword) {
     EXPECT_EQ(p.scene.findNode("b"), p.parser.withNode());
 }
 
+// A node of a scene that is gone is no one's to ask for what follows.
+TEST(Declarations, AskNothingOfTheNodeBeforeThem) {
+    KvtParser parser;
+    for (int i = 0; i < 2; ++i) {
+        Scene scene;
+        StringLexer lexer{String("t n: .a = 1;"sv)};
+        ASSERT_TRUE(parser.parse(&scene, &lexer));
+        EXPECT_EQ(scene.findNode("n"), parser.withNode());
+    }
+}
+
 TEST(WithBlocks, SelectANode) {
     Parsing p("WiTh n: x");
     Node* const node = p.scene.createNode("t", "n", "");
