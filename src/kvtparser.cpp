@@ -1007,6 +1007,7 @@ String KvtParser::takeName() {
     advance();
     String name = lastToken().text;
     advance();
+    expectNext(nullptr);
     return name;
 }
 
@@ -1034,7 +1035,6 @@ bool KvtParser::parseDeclare() {
     if (!isBlock && la(3) != Token::Semicolon) return false;
     const String type = peek(1).text;
     const String name = takeName();
-    expectNext(nullptr);
     Node* node = scene().findNode(name);
     if (!node) node = scene().createNode(type, name, String());
     if (isBlock) withNode_ = node;
