@@ -897,6 +897,9 @@ inline void KvtParser::advance() {
     lexer_->read(next);
     if (next.type == Token::Invalid) refuse(next);
     head_ = (head_ + 1) % ringSize;
+    // Whose place will be taken only later, and whose text may be that of a whole buffer.
+    Token& left = ring_[(head_ - 2) % ringSize];
+    if (!String::fitsShort(left.text.len())) left.text = String();
 }
 
 void KvtParser::prime(IScene* scene, Lexer* lexer) {
