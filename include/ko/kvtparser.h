@@ -301,7 +301,7 @@ class KvtParser {
     inline void advance();
     inline bool skip(Token::Type type);
     inline void take(ds::Vector<Token>& tokens, int count);
-    [[noreturn]] void refuse(Token& oldest);
+    [[noreturn]] void refuse(Token& next);
     bool readAheadAtAGlance();
     bool statement();
     bool isNamed(const char* keyword, Token::Type end) const;
