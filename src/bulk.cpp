@@ -231,10 +231,8 @@ bool integerOf(const Plain& number, Integer& value) {
 }
 
 template <class Scalar>
-bool convertPlain(std::string_view text, unsigned char* dest) {
-    Plain number;
+bool writeAs(const Plain& number, void* dest) {
     Scalar value = 0;
-    if (!readPlain(text.data(), text.data() + text.size(), number)) return false;
     if constexpr (std::is_floating_point_v<Scalar>) {
         if (!valueOf(number, value)) return false;
     } else {
@@ -242,6 +240,13 @@ bool convertPlain(std::string_view text, unsigned char* dest) {
     }
     std::memcpy(dest, &value, sizeof value);
     return true;
+}
+
+template <class Scalar>
+bool convertPlain(std::string_view text, unsigned char* dest) {
+    Plain number;
+    return readPlain(text.data(), text.data() + text.size(), number) &&
+           writeAs<Scalar>(number, dest);
 }
 
 // Converts a piece that has, or has not, 16 characters of text before its end.
@@ -325,21 +330,14 @@ unsigned long countBreaks(std::string_view text) {
 
 }  // namespace
 
-bool convertAhead(const char* at, unsigned long length, double& value) noexcept {
+template <class Scalar>
+bool convertAhead(const char* at, unsigned long length, void* dest) noexcept {
     Plain number;
-    double read = 0;
-    if (!readPlainAhead(at, length, number) || !valueOf(number, read)) return false;
-    value = read;
-    return true;
+    return readPlainAhead(at, length, number) && writeAs<Scalar>(number, dest);
 }
 
-bool convertAhead(const char* at, unsigned long length, long& value) noexcept {
-    Plain number;
-    long read = 0;
-    if (!readPlainAhead(at, length, number) || !integerOf(number, read)) return false;
-    value = read;
-    return true;
-}
+template bool convertAhead<long>(const char*, unsigned long, void*) noexcept;
+template bool convertAhead<double>(const char*, unsigned long, void*) noexcept;
 
 bool convertNumber(std::string_view text, DataType type, unsigned char* dest) noexcept {
     switch (type) {

@@ -36,10 +36,11 @@ using ConvertNumbers = Conversion (*)(std::string_view text, DataType type, unsi
 // Converts one number; false, and nothing is written, for what is none or for another type.
 bool convertNumber(std::string_view text, DataType type, unsigned char* dest) noexcept;
 
-// Converts the number of `length` characters at `at`, where sixteen can be read; false, and nothing
-// is written, also for what is longer, no plain decimal, or needs more care.
-bool convertAhead(const char* at, unsigned long length, double& value) noexcept;
-bool convertAhead(const char* at, unsigned long length, long& value) noexcept;
+// Converts the number of `length` characters at `at`, where sixteen can be read, to a long or a
+// double; false, and nothing is written, also for what is longer, no plain decimal, or needs more
+// care.
+template <class Scalar>
+bool convertAhead(const char* at, unsigned long length, void* dest) noexcept;
 
 // The line breaks in a text.
 using CountBreaks = unsigned long (*)(std::string_view text);

@@ -54,8 +54,8 @@ void add(std::int32_t& counter, unsigned long count) noexcept {
 }
 
 // How far behind the lookahead a run must go on, and how much the counters must have left, for a
-// token to be taken at a glance: 15 blanks, a group of 66 characters and what is read in one piece
-// with it.
+// token to be taken at a glance: 15 blanks, an identifier, a group of 66 characters and what is
+// read in one piece with it.
 constexpr int glance = 128;
 
 }  // namespace
@@ -1131,8 +1131,10 @@ void KvtParser::identifier(AssignInfo& info) {
 
 namespace {
 
-// The text of a group without its delimiters.
-std::string_view inside(std::string_view group) { return group.substr(1, group.size() - 2); }
+// The text of a group or a string without its delimiters.
+std::string_view inside(const Token& group) {
+    return group.text.view().substr(1, group.text.len() - 2);
+}
 
 // Unsigned integers too go through the signed parser; they end at 2^63 - 1.
 bool readInteger(const String& text, AttrData& data) {
@@ -1233,7 +1235,7 @@ bool KvtParser::mathValue(AssignInfo& info) {
     info.token0 = lastToken();
     advance();
     info.token3 = lastToken();
-    return readMath(inside(info.token3.text.view()), type, info.data);
+    return readMath(inside(info.token3), type, info.data);
 }
 
 // --- Buffers ------------------------------------------------------------------------------------
@@ -1264,7 +1266,7 @@ bool KvtParser::buffer(AssignInfo& info) {
     }
     allocateBuffer(info, type);
     if (!info.data.payload()) return true;  // of no elements, whatever the group says
-    const std::string_view data = inside(info.token2.text.view());
+    const std::string_view data = inside(info.token2);
     if (componentSize(type) == 1 && !data.empty() && data.front() == '.') {
         readCompactBytes(info);
     } else {
@@ -1297,7 +1299,7 @@ void KvtParser::allocateBuffer(AssignInfo& info, DataType type) {
 
 // Bytes that the text does not give stay zero.
 void KvtParser::readCompactBytes(AssignInfo& info) {
-    const std::string_view text = inside(info.token2.text.view());
+    const std::string_view text = inside(info.token2);
     const BufferView buffer = info.data.buffer();
     String error;
     const ByteArray bytes = decompress(reinterpret_cast<const unsigned char*>(text.data()),
@@ -1312,7 +1314,7 @@ void KvtParser::readComponents(AssignInfo& info) {
     const BufferView buffer = info.data.buffer();
     const char* const keyword = info.token0.text.buf();
     const bulk::Conversion numbers = bulk::operations().convertNumbers(
-        inside(info.token2.text.view()), componentType(buffer.type),
+        inside(info.token2), componentType(buffer.type),
         static_cast<unsigned char*>(info.data.payload()), buffer.components());
     if (!numbers.excess.empty()) {
         bufferError("Cannot add %s @ index %lu of %s[%lu].", String(numbers.excess).buf(),
@@ -1458,20 +1460,12 @@ bool KvtParser::readAssignmentAtAGlance(AssignInfo& info) {
 
 namespace {
 
-// A number as a word of a value.
-template <class Number>
-bool readWord(const char* at, unsigned long length, std::uint64_t& word) {
-    Number number = 0;
-    if (!bulk::convertAhead(at, length, number)) return false;
-    std::memcpy(&word, &number, sizeof word);
-    return true;
-}
-
 bool readGroup(const SeenGroup& group, AttrType type, AttrData& data) {
     const unsigned long components = componentCount(type);
     unsigned long count = 0;
     const auto read = [&](const char* number, unsigned length) {
-        return count < components && readWord<double>(number, length, data.value[count++]);
+        return count < components &&
+               bulk::convertAhead<double>(number, length, &data.value[count++]);
     };
     data.type = type;
     if (!forEachNumber(group, read)) return false;
@@ -1490,11 +1484,11 @@ bool KvtParser::readScalar(const Lexer::SeenScalar& seen, AssignInfo& info) {
         case Token::Id: return readGroup(seen.group, mathTypeNamed(token.text), data);
         case Token::Integer:
             data.type = AttrType::Int;
-            return readWord<long>(seen.at, token.text.len(), data.value[0]);
+            return bulk::convertAhead<long>(seen.at, token.text.len(), data.value);
         case Token::Real:
             data.type = AttrType::Real;
-            return readWord<double>(seen.at, token.text.len(), data.value[0]);
-        case Token::StringLiteral: data.setText(inside(token.text.view())); return true;
+            return bulk::convertAhead<double>(seen.at, token.text.len(), data.value);
+        case Token::StringLiteral: data.setText(inside(token)); return true;
         case Token::True:
         case Token::False: data.setBool(token.type == Token::True); return true;
         default: return false;

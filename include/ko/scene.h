@@ -198,8 +198,6 @@ class NameIndex {
     void insertAt(Place place, T* item) noexcept;
     void erase(const String& name) noexcept;
     unsigned long size() const { return size_; }
-    // Makes room for one more, so that the next insertion cannot fail; throws std::bad_alloc.
-    void reserveOne();
 
   private:
     struct InBlock {
@@ -868,21 +866,21 @@ void NameIndex<T>::expectItem(const String& name) const {
 }
 
 template <class T>
-void NameIndex<T>::reserveOne() {
-    if (4 * (size_ + 1) > 3 * marks_.size()) grow();
-}
-
-template <class T>
 void NameIndex<T>::insert(T* item) {
     if (const std::optional<Place> free = freePlace(item->name())) insertAt(*free, item);
 }
 
 template <class T>
 std::optional<typename NameIndex<T>::Place> NameIndex<T>::freePlace(const String& name) {
+    if (marks_.isEmpty()) grow();
     const unsigned long hash = name.hash();
-    if (size_ > 0 && isTaken(place(hash, name))) return std::nullopt;
-    reserveOne();
-    return Place{place(hash, name), hash};
+    unsigned long at = place(hash, name);
+    if (isTaken(at)) return std::nullopt;
+    if (4 * (size_ + 1) > 3 * marks_.size()) {
+        grow();
+        at = place(hash, name);
+    }
+    return Place{at, hash};
 }
 
 template <class T>
@@ -965,9 +963,9 @@ void NamedList<T, longestScan>::add(T* item) {
 
 template <class T, unsigned long longestScan>
 void NamedList<T, longestScan>::Many::add(T* item) {
-    index.reserveOne();
+    const auto place = index.freePlace(item->name());
     items.push_back(item);
-    index.insert(item);
+    if (place) index.insertAt(*place, item);
 }
 
 template <class T, unsigned long longestScan>
