@@ -30,6 +30,7 @@
 #include "memory.h"
 #include "scene/pool.h"
 #include "textbuilder.h"
+#include "words.h"
 
 namespace ko::mirel_sdk::impl {
 
@@ -53,10 +54,11 @@ void add(std::int32_t& counter, unsigned long count) noexcept {
     counter = static_cast<std::int32_t>(std::min(sum, largest));
 }
 
-// How far behind the lookahead a run must go on, and how much the counters must have left, for a
-// token to be taken at a glance: 15 blanks, an identifier, a group of 66 characters and what is
-// read in one piece with it.
+// How far behind the lookahead a run must go on for a token to be read at a glance: 15 blanks, an
+// identifier, a group of 66 characters and what is read in one piece with it.
 constexpr int glance = 128;
+// How much the counters must have left for what is read between two statements.
+constexpr int farthest = 8 * glance;
 
 }  // namespace
 
@@ -68,7 +70,7 @@ void Lexer::start(std::string_view run) {
 
 void Lexer::enterRun(const char* end) {
     end_ = end;
-    glanceEnd_ = end - std::min<long>(end - next_, glance);
+    glanceEnd_ = end - next_ > glance ? end - glance - 1 : nullptr;
 }
 
 inline void Lexer::fetch() {
@@ -303,8 +305,8 @@ Token Lexer::nextToken() {
 // --- At a glance
 //
 // Most tokens are short, and so are the blanks before them. Where the run goes on for long enough
-// they are taken here in one go; what is longer, rarer or of another shape is left to the rules
-// that follow: false, and nothing is taken but blanks.
+// they are read here in one go; what is longer, rarer or of another shape is left to the rules that
+// follow.
 
 namespace {
 
@@ -343,6 +345,26 @@ constexpr std::array<Token::Type, 256> beginnings = makeBeginnings();
 // The type of the token that a character begins; of a number, whatever it turns out to be.
 Token::Type typeBegunBy(char c) { return beginnings[static_cast<unsigned char>(c)]; }
 
+// The words that are no identifiers, as the first bytes of a short text.
+constexpr struct {
+    char spelling[words::size];
+    Token::Type type;
+} reserved[] = {{"true", Token::True}, {"false", Token::False}, {"null", Token::Null}};
+
+// In any letter case; the token has one.
+inline void recogniseWord(Token& t) {
+    const bool mayBeReserved = t.text.len() == 4 || t.text.len() == 5;
+    if (!mayBeReserved) return;
+    const char first = ascii::lower(t.text.buf()[0]);
+    for (const auto& word : reserved) {
+        if (first != word.spelling[0]) continue;
+        if (words::lowered(words::load(t.text.buf())) != words::load(word.spelling)) return;
+        t.type = word.type;
+        t.text.assign({word.spelling, t.text.len()});
+        return;
+    }
+}
+
 // A token of so many characters; none where the length is 0.
 struct Seen {
     Token::Type type = Token::Invalid;
@@ -369,6 +391,17 @@ inline Seen seeString(const char* at) {
     const unsigned length = 2 + chars::leading(chars::Sixteen(at + 1).plainStringParts());
     if (!String::fitsShort(length) || at[length - 1] != '"') return {};
     return {Token::StringLiteral, length};
+}
+
+// A short identifier that is no word; it still has to be given its place.
+inline bool seeName(const char* at, Token& t) {
+    if (typeBegunBy(*at) != Token::Id) return false;
+    const Seen seen = seeId(at);
+    if (seen.length == 0) return false;
+    t.text.assignShort(at, seen.length);
+    t.type = Token::Id;
+    recogniseWord(t);
+    return t.type == Token::Id;
 }
 
 // What fits into a short text.
@@ -434,37 +467,90 @@ bool collapseParens(const SeenGroup& group, String& text) {
 
 }  // namespace
 
-// The bits of several counters together are no less than any of them.
-inline bool Lexer::canGlance() const {
-    return next_ < glanceEnd_ && (pos | line | column) <= largestCounter - glance;
-}
+// What the next tokens are, seen without taking them.
+//
+// All of it is inlined, so that it lives in registers: what a token waits for is then the end of
+// the one before it and not memory.
+class Lexer::Glance {
+  public:
+    explicit Glance(const Lexer& lexer)
+        : at_(lexer.next_ ? lexer.next_ - 1 : nullptr),
+          end_(lexer.canCountOn() ? lexer.glanceEnd_ : at_),
+          before_(lexer.c),
+          line_(lexer.line),
+          column_(lexer.column) {}
 
-bool Lexer::readAtAGlance(Token& t) {
-    if (!canGlance()) return false;
-    if (chars::is(next_[-1], chars::Blank) && !passBlanks()) return false;
-    const char sign = next_[-1];
-    const Token::Type type = typeBegunBy(sign);
-    if (type < firstSign) return readTextAtAGlance(type, t);
-    finish(type, t);
-    takeInLine(1);
-    t.text.assign(sign);
+    // Each reads tokens that follow each other, and returns false where it cannot.
+    [[gnu::always_inline]] inline bool read(Token& t);
+    [[gnu::always_inline]] inline bool readScalar(Token& t, SeenScalar& seen);
+    [[gnu::always_inline]] inline bool readOutput(Token& node, Token& dot, Token& output);
+    [[gnu::always_inline]] inline bool readTarget(Token& dot, Token& id, Token& sign);
+
+    // As `read`, which need not be fast.
+    [[gnu::noinline]] bool readOther(Token& t) { return read(t); }
+
+    // Brings the lexer behind what was read.
+    void take(Lexer& lexer) const {
+        lexer.pos += static_cast<int>(at_ + 1 - lexer.next_);
+        lexer.line = line_;
+        lexer.column = column_;
+        lexer.c = before_;
+        lexer.la = static_cast<signed char>(*at_);
+        lexer.next_ = at_ + 1;
+    }
+
+  private:
+    [[gnu::always_inline]] inline bool readText(Token::Type type, Token& t);
+    [[gnu::always_inline]] bool reachToken() {
+        return at_ < end_ && (!chars::is(*at_, chars::Blank) || passBlanks());
+    }
+    [[gnu::always_inline]] inline bool passBlanks();
+    [[gnu::always_inline]] inline void pass(unsigned count);
+    [[gnu::always_inline]] void passTo(const char* at) {
+        at_ = at;
+        before_ = static_cast<signed char>(at[-1]);
+    }
+    // At the place of the character before.
+    void place(Token::Type type, Token& t) const {
+        t.type = type;
+        t.line = line_;
+        t.column = column_;
+    }
+
+    const char* at_;
+    const char* end_;  // before this, much of the run is left
+    // The character before, and its place.
+    signed char before_;
+    std::int32_t line_;
+    std::int32_t column_;
+};
+
+// The bits of several counters together are no less than any of them.
+inline bool Lexer::canCountOn() const { return (pos | line | column) <= largestCounter - farthest; }
+
+inline bool Lexer::Glance::read(Token& t) {
+    if (!reachToken()) return false;
+    const Token::Type type = typeBegunBy(*at_);
+    if (type < firstSign) return readText(type, t);
+    t.text.assign(*at_);
+    place(type, t);
+    pass(1);
     return true;
 }
 
-bool Lexer::readTextAtAGlance(Token::Type type, Token& t) {
-    const char* const at = next_ - 1;
+inline bool Lexer::Glance::readText(Token::Type type, Token& t) {
     if (type == Token::Parens) {
         SeenGroup group;
-        if (!seeParens(at, group) || !collapseParens(group, t.text)) return false;
-        takeInLine(group.lengthWithParens());
-        finish(Token::Parens, t);
+        if (!seeParens(at_, group) || !collapseParens(group, t.text)) return false;
+        pass(group.lengthWithParens());
+        place(Token::Parens, t);
         return true;
     }
-    const Seen seen = seeShort(type, at);
+    const Seen seen = seeShort(type, at_);
     if (seen.length == 0) return false;
-    takeInLine(seen.length);
-    finish(seen.type, t);
-    t.text.assignShort(at, seen.length);
+    t.text.assignShort(at_, seen.length);
+    pass(seen.length);
+    place(seen.type, t);
     if (type == Token::Id) recogniseWord(t);
     return true;
 }
@@ -476,124 +562,92 @@ struct Lexer::SeenScalar {
     SeenGroup group;
 };
 
-bool Lexer::passScalar(Token& t, SeenScalar& seen) {
-    if (!readAtAGlance(t)) return false;
-    seen.at = next_ - 1 - t.text.len();
+inline bool Lexer::Glance::readScalar(Token& t, SeenScalar& seen) {
+    if (!read(t)) return false;
+    seen.at = at_ - t.text.len();
     if (t.type != Token::Id) return true;
-    if (la != '(' || !seeParens(next_ - 1, seen.group)) return false;
-    takeInLine(seen.group.lengthWithParens());
+    if (*at_ != '(' || !seeParens(at_, seen.group)) return false;
+    pass(seen.group.lengthWithParens());
     return true;
 }
 
-// ";" "." Id ( "=" | "|" ), as one assignment follows another
-bool Lexer::readToNextAssignment(Token& end, Token& dot, Token& id, Token& sign) {
-    if (!canGlance() || la != ';') return false;
-    const char* const behindEnd = next_;
-    const unsigned blanks = chars::leading(chars::Sixteen(behindEnd).blanks());
-    const char* const name = behindEnd + blanks + 1;
-    if (blanks == chars::sixteen || name[-1] != '.') return false;
-    const Seen seen = typeBegunBy(*name) == Token::Id ? seeId(name) : Seen();
-    if (seen.length == 0) return false;
-    id.text.assignShort(name, seen.length);
-    id.type = Token::Id;
-    recogniseWord(id);
-    const unsigned space = name[seen.length] == ' ' ? 1 : 0;
-    const Token::Type signType = typeBegunBy(name[seen.length + space]);
-    if (id.type != Token::Id || (signType != Token::Equals && signType != Token::Pipe))
-        return false;
-    const auto takeSign = [this](Token::Type type, Token& t) {
-        finish(type, t);
-        t.text.assign(static_cast<char>(la));
-        takeInLine(1);
-    };
-    takeSign(Token::Semicolon, end);
-    if (blanks > 0) passBlanks();
-    takeSign(Token::Dot, dot);
-    takeInLine(seen.length);
-    finish(Token::Id, id);
-    if (space > 0) takeInLine(1);
-    takeSign(signType, sign);
+// "=" Id "." Id, as a reference to an output is written
+inline bool Lexer::Glance::readOutput(Token& node, Token& dot, Token& output) {
+    if (at_ >= end_ || *at_ != '=') return false;
+    const unsigned gap = at_[1] == ' ' ? 2 : 1;  // with the sign
+    const char* const nodeName = at_ + gap;
+    if (!seeName(nodeName, node) || nodeName[node.text.len()] != '.') return false;
+    const char* const outputName = nodeName + node.text.len() + 1;
+    if (!seeName(outputName, output)) return false;
+    pass(gap + static_cast<unsigned>(node.text.len()));
+    place(Token::Id, node);
+    place(Token::Dot, dot);
+    dot.text.assign('.');
+    pass(1 + static_cast<unsigned>(output.text.len()));
+    place(Token::Id, output);
     return true;
 }
 
-// Brings a lexer back to where it stood in the run, unless it is told to stay.
-class Lexer::Retreat {
-  public:
-    explicit Retreat(Lexer& lexer)
-        : lexer_(&lexer),
-          next_(lexer.next_),
-          c_(lexer.c),
-          la_(lexer.la),
-          pos_(lexer.pos),
-          line_(lexer.line),
-          column_(lexer.column) {}
-    Retreat(const Retreat&) = delete;
-    Retreat& operator=(const Retreat&) = delete;
-    ~Retreat() {
-        if (!lexer_) return;
-        lexer_->next_ = next_;
-        lexer_->c = c_;
-        lexer_->la = la_;
-        lexer_->pos = pos_;
-        lexer_->line = line_;
-        lexer_->column = column_;
-    }
-    void stay() { lexer_ = nullptr; }
-
-  private:
-    Lexer* lexer_;
-    const char* next_;
-    signed char c_;
-    signed char la_;
-    std::int32_t pos_;
-    std::int32_t line_;
-    std::int32_t column_;
-};
+// "." Id ( "=" | "|" ), as an assignment begins
+inline bool Lexer::Glance::readTarget(Token& dot, Token& id, Token& sign) {
+    if (!reachToken() || *at_ != '.' || !seeName(at_ + 1, id)) return false;
+    const char* const behind = at_ + 1 + id.text.len();
+    const unsigned gap = *behind == ' ' ? 1 : 0;
+    const char signChar = behind[gap];
+    if (signChar != '=' && signChar != '|') return false;
+    place(Token::Dot, dot);
+    dot.text.assign('.');
+    pass(1 + static_cast<unsigned>(id.text.len()));
+    place(Token::Id, id);
+    pass(gap);
+    place(typeBegunBy(signChar), sign);
+    sign.text.assign(signChar);
+    pass(1);
+    return true;
+}
 
 // Passes few blanks.
-inline bool Lexer::passBlanks() {
-    if (!chars::is(*next_, chars::Blank)) {
-        takeInLine(1);
+inline bool Lexer::Glance::passBlanks() {
+    if (!chars::is(at_[1], chars::Blank)) {
+        pass(1);
         return true;
     }
-    const chars::Sixteen ahead(next_ - 1);
+    const chars::Sixteen ahead(at_);
     const unsigned length = chars::leading(ahead.blanks());
     if (length == chars::sixteen) return false;
     // A break moves the line for what stands behind it; that may be the token.
     const unsigned belongs = (1U << length) - 1;
-    unsigned breaks = (ahead.breaks() << 1U | (c == '\n' ? 1U : 0U)) & belongs;
+    unsigned breaks = (ahead.breaks() << 1U | (before_ == '\n' ? 1U : 0U)) & belongs;
     unsigned lineBegin = 0;
     for (; breaks != 0; breaks &= breaks - 1) {
         lineBegin = static_cast<unsigned>(__builtin_ctz(breaks));
-        ++line;
-        column = 0;
+        ++line_;
+        column_ = 0;
     }
-    column += static_cast<int>(length - lineBegin);
-    passTo(next_ + length);
+    column_ += static_cast<int>(length - lineBegin);
+    passTo(at_ + length);
     return true;
 }
 
-// Takes so many characters; no line break stands before the last of them.
-inline void Lexer::takeInLine(unsigned count) {
-    if (c == '\n') {
-        ++line;
-        column = 0;
+// Passes so many characters; no line break stands before the last of them.
+inline void Lexer::Glance::pass(unsigned count) {
+    if (before_ == '\n') {
+        ++line_;
+        column_ = 0;
     }
-    column += static_cast<int>(count);
-    passTo(next_ + count);
-}
-
-inline void Lexer::passTo(const char* next) {
-    pos += static_cast<int>(next - next_);
-    c = static_cast<signed char>(next[-2]);
-    la = static_cast<signed char>(next[-1]);
-    next_ = next;
+    column_ += static_cast<int>(count);
+    passTo(at_ + count);
 }
 
 // --- By the rules
 
 inline void Lexer::read(Token& t) {
-    if (!readAtAGlance(t)) readAny(t);
+    Glance glance(*this);
+    if (glance.read(t)) {
+        glance.take(*this);
+    } else {
+        readAny(t);
+    }
 }
 
 void Lexer::readAny(Token& t) {
@@ -628,24 +682,6 @@ void Lexer::readId(Token& t) {
     take(chars::IdPart, t.text);
     finish(Token::Id, t);
     recogniseWord(t);
-}
-
-inline void Lexer::recogniseWord(Token& t) {
-    const bool mayBeWord = t.text.len() == 4 || t.text.len() == 5;
-    if (!mayBeWord) return;
-    switch (ascii::lower(t.text.buf()[0])) {
-        case 't': return becomeIf("true", Token::True, t);
-        case 'f': return becomeIf("false", Token::False, t);
-        case 'n': return becomeIf("null", Token::Null, t);
-        default: return;
-    }
-}
-
-// A word that is no identifier has one spelling in its token.
-void Lexer::becomeIf(std::string_view word, Token::Type type, Token& t) {
-    if (!ascii::equalNoCase(t.text.view(), word)) return;
-    t.type = type;
-    t.text.assign(word);
 }
 
 Token Lexer::number() {
@@ -934,18 +970,25 @@ bool KvtParser::match(Token& t, Token::Type type) {
     return true;
 }
 
-// Reads a ";" and as many tokens behind it as the parser looks ahead, to where they are to stand
-// once the statement is taken that the ";" ends.
-bool KvtParser::readAheadAtAGlance() {
-    const auto next = [this](unsigned i) -> Token& {
-        return ring_[(head_ + lookahead + i) % ringSize];
+// Reads a ";" and the tokens to look ahead at behind it, to where they are to stand once the
+// statement is taken that the ";" ends.
+inline bool KvtParser::readEnd(Lexer::Glance& glance) {
+    Token& end = ring_[(head_ + lookahead) % ringSize];
+    return glance.read(end) && end.type == Token::Semicolon && readAhead(glance, 1);
+}
+
+// Reads as many tokens as the parser looks ahead, `skipped` places behind the unread ones.
+inline bool KvtParser::readAhead(Lexer::Glance& glance, unsigned skipped) {
+    const auto next = [this, skipped](unsigned i) -> Token& {
+        return ring_[(head_ + lookahead + skipped + i) % ringSize];
     };
-    if (lexer_->readToNextAssignment(next(0), next(1), next(2), next(3))) return true;
-    for (unsigned i = 0; i <= lookahead; ++i) {
-        if (!lexer_->readAtAGlance(next(i))) return false;
-        if (i == 0 && next(i).type != Token::Semicolon) return false;
-    }
-    return true;
+    static_assert(lookahead == 3);
+    if (glance.readTarget(next(0), next(1), next(2))) return true;
+    Lexer::Glance other = glance;  // so that only this one has an address
+    const bool isRead =
+        other.readOther(next(0)) && other.readOther(next(1)) && other.readOther(next(2));
+    glance = other;
+    return isRead;
 }
 
 // === Statements =================================================================================
@@ -1006,12 +1049,30 @@ bool KvtParser::isNamed(const char* keyword, Token::Type end) const {
 
 // Takes keyword or type, name and end, and returns the name.
 String KvtParser::takeName() {
-    advance();
-    advance();
-    String name = lastToken().text;
-    advance();
+    String name = peek(2).text;
+    takeHead();
     expectNext(nullptr);
     return name;
+}
+
+// Takes as many tokens as the parser looks ahead.
+void KvtParser::takeHead() {
+    if (takeHeadAtAGlance()) return;
+    for (unsigned i = 0; i < lookahead; ++i)
+        advance();
+}
+
+bool KvtParser::takeHeadAtAGlance() {
+    Lexer::Glance glance(*lexer_);
+    if (!readAhead(glance, 0)) return false;
+    take(glance, lookahead);
+    return true;
+}
+
+// Takes so many tokens, behind which the glance has read as many as the parser looks ahead.
+void KvtParser::take(const Lexer::Glance& glance, unsigned count) {
+    glance.take(*lexer_);
+    head_ = (head_ + count) % ringSize;
 }
 
 // remove = "remove" Id ";"
@@ -1422,12 +1483,15 @@ bool KvtParser::parseAssign() {
     if (readAssignmentAtAGlance(info)) {
         expectNext(withNode_);
         assignShort(info);
-    } else {
-        if (!path(info.path)) return false;
-        if (!connect(info) && !value(info)) return false;
-        expectNext(info.path[0].type == Token::Dot ? withNode_ : nullptr);
-        assign(info);
+        return true;
     }
+    if (!readReferenceAtAGlance(info)) {
+        if (!path(info.path)) return false;
+        expectMember(info.path);
+        if (!connect(info) && !value(info)) return false;
+    }
+    expectNext(info.path[0].type == Token::Dot ? withNode_ : nullptr);
+    assign(info);
     return true;
 }
 
@@ -1439,23 +1503,51 @@ void KvtParser::expectNext(const Node* node) const {
     if (la(1) == Token::Dot && node) node->expectInput(peek(2).text);
 }
 
+// The same for the member of an object, while its value is read: "." Id "." Id
+void KvtParser::expectMember(const ds::Vector<Token>& path) const {
+    const bool isMember = path.size() == 4 && path[0].type == Token::Dot;
+    if (!isMember || !withNode_) return;
+    const Node& node = *withNode_;
+    if (const Input* const object = node.input(path[1].text)) object->expectInput(path[3].text);
+}
+
 // short assign = "." Id "=" scalar ";", which most of a document is made of
 //
 // Where all of it and the tokens to look ahead at can be seen, the value need not go through the
 // ring. What is not seen, or refused, is left to the rules: false, and nothing is taken.
-bool KvtParser::readAssignmentAtAGlance(AssignInfo& info) {
-    const bool isShort = la(1) == Token::Dot && la(2) == Token::Id && la(3) == Token::Equals;
-    if (!isShort || !withNode_) return false;
-    Lexer::Retreat retreat(*lexer_);
+inline bool KvtParser::readAssignmentAtAGlance(AssignInfo& info) {
+    if (!beginsShort(Token::Equals)) return false;
+    Lexer::Glance glance(*lexer_);
     Lexer::SeenScalar seen;
-    if (!lexer_->passScalar(info.token0, seen) || !readAheadAtAGlance() ||
-        !readScalar(seen, info)) {
+    if (!glance.readScalar(info.token0, seen) || !readEnd(glance) || !readScalar(seen, info)) {
         info.clear();
         return false;
     }
-    retreat.stay();
-    head_ = (head_ + lookahead + 1) % ringSize;
+    take(glance, lookahead + 1);
     return true;
+}
+
+// short reference = "." Id "|" "=" Id "." Id ";", likewise
+inline bool KvtParser::readReferenceAtAGlance(AssignInfo& info) {
+    if (!beginsShort(Token::Pipe)) return false;
+    Lexer::Glance glance(*lexer_);
+    info.path.setSize(2);
+    info.refPath.setSize(3);
+    Token* const output = info.refPath.data();
+    if (!glance.readOutput(output[0], output[1], output[2]) || !readEnd(glance)) {
+        info.clear();
+        return false;
+    }
+    info.path[0] = peek(1);
+    info.path[1] = peek(2);
+    info.token0 = output[0];
+    info.gotReference = true;
+    take(glance, lookahead + 1);
+    return true;
+}
+
+bool KvtParser::beginsShort(Token::Type sign) const {
+    return la(1) == Token::Dot && la(2) == Token::Id && la(3) == sign && withNode_;
 }
 
 namespace {
@@ -1476,7 +1568,7 @@ bool readGroup(const SeenGroup& group, AttrType type, AttrData& data) {
 
 }  // namespace
 
-bool KvtParser::readScalar(const Lexer::SeenScalar& seen, AssignInfo& info) {
+inline bool KvtParser::readScalar(const Lexer::SeenScalar& seen, AssignInfo& info) {
     info.gotScalar = true;
     const Token& token = info.token0;
     AttrData& data = info.data;
@@ -1496,7 +1588,7 @@ bool KvtParser::readScalar(const Lexer::SeenScalar& seen, AssignInfo& info) {
 }
 
 // Its tokens have been taken, and stand in the ring still.
-void KvtParser::assignShort(AssignInfo& info) {
+inline void KvtParser::assignShort(AssignInfo& info) {
     const Token& name = peek(-2);
     Node& node = *withNode_;
     const FoundInput found =
@@ -1728,10 +1820,10 @@ void KvtParser::postpone(PendingMap& pending, const Walk& walk, const AssignInfo
     }
     if (!pendingPaths_) pendingPaths_ = std::make_unique<Pool>();
     pending.emplace(target, info, *pendingPaths_);
-    held_.push_back(RefersTo<IInput>(target));
+    held_.push_back(Held(target));
 }
 
-void KvtParser::storeValue(Input& target, Input* parent, AssignInfo& info) {
+inline void KvtParser::storeValue(Input& target, Input* parent, AssignInfo& info) {
     if (!fit(info, target)) return;
     declareSiblings(parent, info.data);
     target.assign(info.data);
@@ -1740,7 +1832,7 @@ void KvtParser::storeValue(Input& target, Input* parent, AssignInfo& info) {
 }
 
 // Makes the value one that the target takes, or says why it takes none.
-bool KvtParser::fit(AssignInfo& info, Input& target) {
+inline bool KvtParser::fit(AssignInfo& info, Input& target) {
     AttrData& data = info.data;
     if (target.isArray() || target.isObject()) {
         wrongTypeWarning(info.valueString(), &target);

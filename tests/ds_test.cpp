@@ -191,6 +191,46 @@ TEST(VectorTest, ElementsMayBeMovableOnly) {
         EXPECT_EQ(*taker[i], int(i));
 }
 
+TEST(VectorTest, AssignmentUsesTheArrayThatIsThere) {
+    Vector<int> vector = vectorOf({1, 2, 3});
+    const int* const array = vector.data();
+    const Vector<int> four = vectorOf({4, 5, 6, 7});
+    const Vector<int> one = vectorOf({8});
+    vector = four;
+    EXPECT_EQ(vector.data(), array);
+    EXPECT_EQ(listOf(vector), (std::vector<int>{4, 5, 6, 7}));
+    vector = one;
+    EXPECT_EQ(vector.data(), array);
+    EXPECT_EQ(listOf(vector), (std::vector<int>{8}));
+    EXPECT_EQ(listOf(four), (std::vector<int>{4, 5, 6, 7}));
+}
+
+TEST(VectorTest, SetSizeAddsDefaultElementsBehindItsOwn) {
+    for (unsigned long before = 0; before < 5; ++before) {
+        for (unsigned long size = before; size < 20; ++size) {
+            Vector<String> vector;
+            for (unsigned long i = 0; i < before; ++i)
+                vector.push_back(String(i));
+            vector.setSize(size);
+            ASSERT_EQ(vector.size(), size);
+            ASSERT_LE(size, vector.capacity());
+            for (unsigned long i = 0; i < size; ++i)
+                ASSERT_EQ(vector[i], i < before ? String(i) : String()) << before << " of " << size;
+        }
+    }
+}
+
+TEST(VectorTest, SetSizeBringsBackWhatWasForgotten) {
+    Vector<int> vector;
+    vector.push_back(1);
+    vector.push_back(2);
+    const int* const data = vector.data();
+    vector.clear();
+    vector.setSize(2);
+    EXPECT_EQ(vector[1], 2);
+    EXPECT_EQ(vector.data(), data);
+}
+
 TEST(VectorTest, PopBackTakesTheLastElementOff) {
     Vector<int> vector = vectorOf({1, 2, 3});
     vector.pop_back();

@@ -52,6 +52,8 @@ class Watched {
             seen_ << error.what() << '\n';
             show(parser, lexer);
         }
+        parser.pendingConnections.forEach([this](const auto& entry) { show(entry.value); });
+        parser.pendingIdentifiers.forEach([this](const auto& entry) { show(entry.value); });
         parser.resolveConnections();
         parser.resolveIdentifiers();
         showMessages();
@@ -60,7 +62,8 @@ class Watched {
 
   private:
     static bool readStatement(KvtParser& parser) {
-        return parser.parseComment() || parser.parseDeclare() || parser.parseAssign();
+        return parser.parseComment() || parser.parseRemove() || parser.parseDefine() ||
+               parser.parseDeclare() || parser.parseWith() || parser.parseAssign();
     }
 
     // What comes at once comes at the end of a document, in no fixed order.
@@ -75,6 +78,20 @@ class Watched {
         seen_ << kvt::test::stateOf(lexer) << '\n' << parser.lastToken() << '\n';
         for (int i = 1; i <= 3; ++i)
             seen_ << parser.lt(i) << '\n';
+    }
+
+    // Of the maps, whose order is that of addresses, a line each.
+    void show(const KvtParser::AssignInfo& info) {
+        std::ostringstream line;
+        for (const Token& t : info.path)
+            line << t << ' ';
+        for (const Token& t : info.refPath)
+            line << t << ' ';
+        for (const Token* const t :
+             {&info.token0, &info.token1, &info.token2, &info.token3, &info.token4})
+            line << *t << ' ';
+        line << info.gotScalar << info.gotBuffer << info.gotReference << info.gotIdentifier;
+        messages_.insert(line.str());
     }
 
     Scene scene_;
@@ -187,6 +204,36 @@ constexpr const char* scalars[] = {
     "",
 };
 
+constexpr const char* references[] = {
+    "null",
+    "Null",
+    "other.out",
+    "n.out",
+    "n.a",
+    "n . out",
+    "n.\nout",
+    " n.out",
+    "\n  n.out",
+    "n .out",
+    "n",
+    "n.",
+    ".out",
+    "n.out.x",
+    "n.out[1]",
+    "n.true",
+    "n.null",
+    "true.out",
+    "null.out",
+    "Nulls.falsely",
+    "fourteen_of_14.fourteen_of_14",
+    "fifteen_of_15__.out",
+    "n.fifteen_of_15__",
+    "n,out",
+    "1.out",
+    "n.1",
+    "",
+};
+
 constexpr const char* groups[] = {
     "(1 2 3)",
     "(1, 2, 3)",
@@ -248,7 +295,7 @@ std::string anyAssignment(Random& random) {
     const auto space = [&random] { return random.oneIn(4) ? anyOf(random, gaps) : " "; };
     std::string text = anyOf(random, targets) + space();
     if (random.oneIn(8)) {
-        text += "|=" + space() + (random.oneIn(4) ? "null" : "other.out");
+        text += (random.oneIn(6) ? "|\n=" : "|=") + space() + anyOf(random, references);
     } else {
         text += "=" + space() + anyValue(random);
     }
@@ -285,9 +332,35 @@ TEST(ShortAssignments, OfEachValueAreReadAlikeBeforeAnyOther) {
     };
     for (const char* const scalar : scalars)
         ASSERT_NO_FATAL_FAILURE(expectSame(scalar));
+    for (const char* const reference : references) {
+        for (const char* const target : {".a", ".a.b", ".true", "n.a"}) {
+            for (const char* const sign : {"|=", " |=", "|= ", " |= ", " | = ", " |\n= "}) {
+                const std::string text = std::string(target) + sign + reference;
+                for (const char* const next : {";\n .b = 1;", ";t m:\n.c|=n.a;", ",", ""})
+                    ASSERT_NO_FATAL_FAILURE(expectSameReading("t n:\n " + text + next));
+            }
+        }
+    }
     for (const char* const type : groupTypes)
         for (const char* const group : groups)
             ASSERT_NO_FATAL_FAILURE(expectSame(std::string(type) + group));
+}
+
+TEST(ShortAssignments, ThatReferAgainReplaceTheReference) {
+    expectSameReading("t n:\n .a |= n.x;\n .a |= n.y;\n .b |= n.x;\n .a = 1;\n .a |= n.z;");
+}
+
+TEST(ShortAssignments, BehindEachBeginningOfABlockAreReadAlike) {
+    for (const char* const head : {"t n:", "t n :", "t  n:\n", "t\nn:", "define t;", "with t:",
+                                   "with n:", "remove n;", "t true:", "t n;", "null n:", "t 1:"}) {
+        for (const char* const next :
+             {".a = 1;", "\n    .a |= n.out;", " .true = 1;", "t m:\n .b = 2;", "\n\n\n\n .a=1;",
+              "                 .a = 1;", ". a = 1;", ".a . b = 1;", "# said\n .a = 1;", "$", ""}) {
+            const std::string text = std::string(head) + next;
+            ASSERT_NO_FATAL_FAILURE(expectSameReading(text));
+            ASSERT_NO_FATAL_FAILURE(expectSameReading("t n:\n.b = 2;\n" + text));
+        }
+    }
 }
 
 // The documents are shorter than a glance; behind each follows what makes up for that.

@@ -28,8 +28,15 @@ class Vector {
         : data_(std::move(other.data_)),
           size_(std::exchange(other.size_, 0)),
           capacity_(std::exchange(other.capacity_, 0)) {}
-    // Not one for both, which would promise for copies too that they do not throw.
-    Vector& operator=(const Vector& other) { return *this = Vector(other); }
+    // Into the array that is there, if it is large enough and no element can refuse. Not one for
+    // copies and moves, which would promise for both that they do not throw.
+    Vector& operator=(const Vector& other) {
+        const bool fits = std::is_nothrow_copy_assignable_v<T> && other.size_ <= capacity_;
+        if (!fits) return *this = Vector(other);
+        std::copy_n(other.data(), other.size_, data());
+        size_ = other.size_;
+        return *this;
+    }
     Vector& operator=(Vector&& other) noexcept {
         data_ = std::move(other.data_);
         size_ = std::exchange(other.size_, 0);
@@ -51,6 +58,11 @@ class Vector {
     void pop_back() { data_[--size_] = T(); }
     // Forgets the elements; they live on until others take their places.
     void clear() noexcept { size_ = 0; }
+    // So many elements; what is added is what lives there.
+    void setSize(unsigned long size) {
+        if (size > capacity_) makeRoomFor(size);
+        size_ = size;
+    }
 
     unsigned long size() const noexcept { return size_; }
     unsigned long capacity() const noexcept { return capacity_; }
@@ -84,11 +96,22 @@ class Vector {
         const unsigned long capacity = capacity_ ? 2 * size_ : 2;
         std::unique_ptr<T[]> grown(new T[capacity]);
         grown[size_] = std::forward<U>(value);  // first: `value` may be one of our own elements
-        for (unsigned long i = 0; i < size_; ++i)
-            grown[i] = std::move(data_[i]);
-        data_ = std::move(grown);
-        capacity_ = capacity;
+        moveTo(std::move(grown), capacity);
         ++size_;
+    }
+
+    void makeRoomFor(unsigned long size) {
+        unsigned long capacity = capacity_ ? 2 * capacity_ : 2;
+        while (capacity < size)
+            capacity *= 2;
+        moveTo(std::unique_ptr<T[]>(new T[capacity]), capacity);
+    }
+
+    void moveTo(std::unique_ptr<T[]> larger, unsigned long capacity) {
+        for (unsigned long i = 0; i < size_; ++i)
+            larger[i] = std::move(data_[i]);
+        data_ = std::move(larger);
+        capacity_ = capacity;
     }
 
     std::unique_ptr<T[]> data_;
@@ -101,6 +124,12 @@ class Vector {
 // a fraction.
 void* allocateBlock(std::size_t bytes);
 void freeBlock(void* block) noexcept;
+
+// What stands in such a block when many of it make an array.
+struct InBlock {
+    static void* operator new[](std::size_t bytes) { return allocateBlock(bytes); }
+    static void operator delete[](void* array) noexcept { freeBlock(array); }
+};
 
 // Spreads what tells hashes apart over the word: maps take their place from its lowest or highest
 // bits, and hashes in a row should not get places in a row. One to one.
@@ -269,11 +298,8 @@ class HashMap {
     };
 
     // A place of the index, in open addressing.
-    struct Slot {
+    struct Slot : InBlock {
         Node* node = nullptr;
-
-        static void* operator new[](std::size_t bytes) { return allocateBlock(bytes); }
-        static void operator delete[](void* array) noexcept { freeBlock(array); }
     };
 
     static unsigned long hashOf(const K& key) {

@@ -131,21 +131,12 @@ class Lexer {
 
     // As `nextToken`, in the place of another one.
     inline void read(Token& t);
-    inline bool canGlance() const;
-    bool readAtAGlance(Token& t);
-    bool readTextAtAGlance(Token::Type type, Token& t);
+    class Glance;
     struct SeenScalar;
-    bool passScalar(Token& t, SeenScalar& seen);
-    bool readToNextAssignment(Token& end, Token& dot, Token& id, Token& sign);
-    class Retreat;
-    inline bool passBlanks();
-    inline void takeInLine(unsigned count);
-    inline void passTo(const char* next);
+    inline bool canCountOn() const;
     void readAny(Token& t);
     void readSign(Token::Type type, Token& t);
     void readId(Token& t);
-    static inline void recogniseWord(Token& t);
-    static void becomeIf(std::string_view word, Token::Type type, Token& t);
     void readNumber(Token& t);
     inline void finish(Token::Type type, Token& t) const;
     Token comment();
@@ -158,7 +149,7 @@ class Lexer {
 
     const char* next_ = nullptr;  // behind the lookahead; null for a source without runs
     const char* end_ = nullptr;   // of the run that it stands in
-    // Before this, much of the run is left.
+    // Where the lookahead stands before this, much of the run is left; null when it is short.
     const char* glanceEnd_ = nullptr;
 };
 
@@ -302,10 +293,14 @@ class KvtParser {
     inline bool skip(Token::Type type);
     inline void take(ds::Vector<Token>& tokens, int count);
     [[noreturn]] void refuse(Token& next);
-    bool readAheadAtAGlance();
+    [[gnu::always_inline]] inline bool readEnd(Lexer::Glance& glance);
+    [[gnu::always_inline]] inline bool readAhead(Lexer::Glance& glance, unsigned skipped);
+    inline void take(const Lexer::Glance& glance, unsigned count);
     bool statement();
     bool isNamed(const char* keyword, Token::Type end) const;
     String takeName();
+    void takeHead();
+    bool takeHeadAtAGlance();
 
     // Values.
     void identifier(AssignInfo& info);
@@ -317,11 +312,14 @@ class KvtParser {
     String framed(const char* kind, const String& detail) const;
 
     // An assignment in two steps: its statement is read, then carried out.
-    bool readAssignmentAtAGlance(AssignInfo& info);
-    static bool readScalar(const Lexer::SeenScalar& seen, AssignInfo& info);
-    void assignShort(AssignInfo& info);
+    bool beginsShort(Token::Type sign) const;
+    inline bool readAssignmentAtAGlance(AssignInfo& info);
+    inline bool readReferenceAtAGlance(AssignInfo& info);
+    static inline bool readScalar(const Lexer::SeenScalar& seen, AssignInfo& info);
+    inline void assignShort(AssignInfo& info);
     void assign(AssignInfo& info);
     void expectNext(const Node* node) const;
+    void expectMember(const ds::Vector<Token>& path) const;
     [[noreturn]] void inputNotFound(const AssignInfo& info, const Node& node);
     Node& assignedNode(const AssignInfo& info);
     Input* reachTarget(Walk& walk);
@@ -330,8 +328,8 @@ class KvtParser {
     Input* takeIndexStep(Input& array, const String& name, const Token& token, AttrType expected);
     void checkIntermediate(Input& input, const Expected& expected);
     void postpone(PendingMap& pending, const Walk& walk, const AssignInfo& info);
-    void storeValue(Input& target, Input* parent, AssignInfo& info);
-    bool fit(AssignInfo& info, Input& target);
+    inline void storeValue(Input& target, Input* parent, AssignInfo& info);
+    inline bool fit(AssignInfo& info, Input& target);
     void checkEnumeration(const Input& target);
     using Batch = ds::Vector<const PendingMap::Node*>;
     bool connectWhatIsThere(const Batch& batch);
@@ -356,8 +354,11 @@ class KvtParser {
     AssignInfo assignment_;
     // Memory for the paths in the pending maps.
     std::unique_ptr<Pool> pendingPaths_;
-    // Keeps the inputs of the pending maps alive, one reference each.
-    ds::Vector<RefersTo<interfaces::IInput>> held_;
+    // Keep the inputs of the pending maps alive, one reference each.
+    struct Held : RefersTo<interfaces::IInput>, ds::InBlock {
+        using RefersTo::RefersTo;
+    };
+    ds::Vector<Held> held_;
 
   public:
     // Assignments that wait for the end of the document, by target: to be connected to an output,

@@ -120,6 +120,9 @@ struct AttrData {
     AttrData clone() const;
 
   private:
+    friend class Input;
+    // The components of a new vector or matrix; zeros for other types, at least four.
+    static const double* defaultComponents(AttrType type);
     std::uint32_t elementCode() const { return static_cast<std::uint32_t>(value[3]); }
 };
 
@@ -200,16 +203,12 @@ class NameIndex {
     unsigned long size() const { return size_; }
 
   private:
-    struct InBlock {
-        static void* operator new[](std::size_t bytes) { return ds::allocateBlock(bytes); }
-        static void operator delete[](void* array) noexcept { ds::freeBlock(array); }
-    };
     // Of a hash its highest bits, since the lowest choose the slot; 0 where nothing stands.
-    struct Mark : InBlock {
+    struct Mark : ds::InBlock {
         unsigned char bits = 0;
     };
     // Not initialised where there is no mark.
-    struct Slot : InBlock {
+    struct Slot : ds::InBlock {
         T* item;
         unsigned long hash;
     };
@@ -414,6 +413,9 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
     Input* input(const String& name) override;
     const Input* input(const String& name) const;
     // As Node's.
+    void expectInput(const String& name) const {
+        if (isObject() && value_.children) value_.children->expect(name);
+    }
     FoundInput findOrCreate(const String& name, AttrType type, AttrType elementType);
     // The child or element at `i`; null past the end, and for an element that nothing has touched:
     // it has `untouchedType(i)` and that type's default.
@@ -515,12 +517,12 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
 
     // A new input at the end of `list`, in the memory of the node's scene, with one reference, its
     // holder's. Throws std::bad_alloc.
-    static Input* addTo(NamedList<Input>& list, Node* node, Input* parent, const String& name,
-                        AttrType type, std::uint32_t elementType);
-    static Input* make(Node* node, Input* parent, unsigned long position, const String& name,
-                       AttrType type, std::uint32_t elementType);
-    Input(Node* node, Input* parent, unsigned long position, const String& name, AttrType type,
-          std::uint32_t elementType);
+    static inline Input* addTo(NamedList<Input>& list, Node* node, Input* parent,
+                               const String& name, AttrType type, std::uint32_t elementType);
+    static inline Input* make(Node* node, Input* parent, unsigned long position, const String& name,
+                              AttrType type, std::uint32_t elementType);
+    inline Input(Node* node, Input* parent, unsigned long position, const String& name,
+                 AttrType type, std::uint32_t elementType);
     ~Input();
 
     Input* addChild(const String& name, AttrType type, std::uint32_t elementType);

@@ -102,15 +102,21 @@ AttrData AttrData::declareBuffer(DataType elementType) {
     return data;
 }
 
-AttrData AttrData::defaultOf(AttrType type) {
-    AttrData data;
+const double* AttrData::defaultComponents(AttrType type) {
+    static constexpr double zeros[4] = {};
     switch (type) {
-        case AttrType::Quat: return ofComponents(type, math::QuatT<double>::identity.c);
-        case AttrType::Rgba: return ofComponents(type, math::RgbaT<double>::black.c);
-        case AttrType::Mat3: return ofComponents(type, math::MatT<3, double>::identity.c);
-        case AttrType::Mat4: return ofComponents(type, math::MatT<4, double>::identity.c);
-        default: data.type = type; return data;  // zeros
+        case AttrType::Quat: return math::QuatT<double>::identity.c;
+        case AttrType::Rgba: return math::RgbaT<double>::black.c;
+        case AttrType::Mat3: return math::MatT<3, double>::identity.c;
+        case AttrType::Mat4: return math::MatT<4, double>::identity.c;
+        default: return zeros;
     }
+}
+
+AttrData AttrData::defaultOf(AttrType type) {
+    AttrData data = ofComponents(type, defaultComponents(type));
+    data.type = type;
+    return data;
 }
 
 const char* AttrData::text() const { return payload() ? static_cast<const char*>(payload()) : ""; }

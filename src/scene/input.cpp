@@ -30,6 +30,18 @@ constexpr std::uint16_t keptElementType(std::uint32_t code) {
 
 bool isMatrix(AttrType type) { return type == AttrType::Mat3 || type == AttrType::Mat4; }
 
+// Of vectors, whatever the type uses of them.
+constexpr unsigned long vectorSize = 4 * sizeof(double);
+
+// Of the words that stand behind an input, which are those of a vector as a rule.
+void copyWords(void* to, const void* from, unsigned long bytes) {
+    if (bytes == vectorSize) {
+        std::memcpy(to, from, vectorSize);
+    } else if (bytes > 0) {
+        std::memcpy(to, from, bytes);
+    }
+}
+
 // Places that can be told apart.
 constexpr unsigned long mostInputs = std::numeric_limits<std::uint32_t>::max();
 
@@ -90,7 +102,7 @@ unsigned long Input::sizeBehind(AttrType type) {
         case AttrType::Pos2:
         case AttrType::Pos3:
         case AttrType::Quat:
-        case AttrType::Rgba: return 4 * sizeof(double);  // whatever the type uses of them
+        case AttrType::Rgba: return vectorSize;
         case AttrType::Mat3: return 9 * sizeof(double);
         case AttrType::Mat4: return 16 * sizeof(double);
         case AttrType::String: return sizeof(TextSize);
@@ -99,15 +111,27 @@ unsigned long Input::sizeBehind(AttrType type) {
     }
 }
 
-Input* Input::make(Node* node, Input* parent, unsigned long position, const String& name,
-                   AttrType type, std::uint32_t elementType) {
+inline Input::Input(Node* node, Input* parent, unsigned long position, const String& name,
+                    AttrType type, std::uint32_t elementType)
+    : position_(static_cast<std::uint32_t>(position)),
+      type_(keptType(type)),
+      elementType_(keptElementType(elementType)),
+      name_(name),
+      node_(node),
+      parent_(parent),
+      value_{} {
+    copyWords(behind<char>(), AttrData::defaultComponents(type), sizeBehind(type));
+}
+
+inline Input* Input::make(Node* node, Input* parent, unsigned long position, const String& name,
+                          AttrType type, std::uint32_t elementType) {
     Pool& pool = *node->scene().pool_;
     return pool.makeLonger<Input>(sizeBehind(type), node, parent, position, name, type,
                                   elementType);
 }
 
-Input* Input::addTo(NamedList<Input>& list, Node* node, Input* parent, const String& name,
-                    AttrType type, std::uint32_t elementType) {
+inline Input* Input::addTo(NamedList<Input>& list, Node* node, Input* parent, const String& name,
+                           AttrType type, std::uint32_t elementType) {
     if (list.size() == mostInputs) throw std::bad_alloc();
     Input* const input = make(node, parent, list.size(), name, type, elementType);
     try {
@@ -117,21 +141,6 @@ Input* Input::addTo(NamedList<Input>& list, Node* node, Input* parent, const Str
         throw;
     }
     return input;
-}
-
-Input::Input(Node* node, Input* parent, unsigned long position, const String& name, AttrType type,
-             std::uint32_t elementType)
-    : position_(static_cast<std::uint32_t>(position)),
-      type_(keptType(type)),
-      elementType_(keptElementType(elementType)),
-      name_(name),
-      node_(node),
-      parent_(parent),
-      value_{} {
-    if (const unsigned long size = sizeBehind(type)) std::memset(behind<char>(), 0, size);
-    const bool startsWithZeros =
-        !isMatrix(type) && type != AttrType::Quat && type != AttrType::Rgba;
-    if (!startsWithZeros) assign(AttrData::defaultOf(type));
 }
 
 Input::~Input() {
@@ -191,6 +200,18 @@ Input* Input::createInput(const String& name, AttrType type) {
 
 Input* Input::createArray(const String& name, AttrType elementType) {
     return input(name) ? nullptr : addChild(name, AttrType::Array, codeOf(elementType));
+}
+
+// In one piece with how an input is made, which is much of what small statements take.
+FoundInput Node::findOrCreate(const String& name, AttrType type, AttrType elementType) {
+    if (Input* const found = input(name)) return {found, false};
+    const bool isArray = type == AttrType::Array;
+    return {add(name, type, isArray ? static_cast<std::uint32_t>(elementType) : 0), true};
+}
+
+Input* Node::add(const String& name, AttrType type, std::uint32_t elementType) {
+    if (name.isEmpty() || name[0] == '[') return nullptr;
+    return Input::addTo(inputs_, this, nullptr, name, type, elementType);
 }
 
 FoundInput Input::findOrCreate(const String& name, AttrType type, AttrType elementType) {
@@ -348,7 +369,7 @@ bool Input::assign(const AttrData& data) noexcept {
         case AttrType::Node:
         case AttrType::Array:
         case AttrType::Object: return true;  // their values carry nothing
-        default: std::memcpy(behind<double>(), data.value, sizeBehind(type_)); return true;
+        default: copyWords(behind<char>(), data.value, sizeBehind(type_)); return true;
     }
 }
 

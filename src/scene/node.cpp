@@ -36,17 +36,6 @@ Input* Node::createArray(const String& name, AttrType elementType) {
     return input(name) ? nullptr : add(name, AttrType::Array, code);
 }
 
-FoundInput Node::findOrCreate(const String& name, AttrType type, AttrType elementType) {
-    if (Input* const found = input(name)) return {found, false};
-    const bool isArray = type == AttrType::Array;
-    return {add(name, type, isArray ? static_cast<std::uint32_t>(elementType) : 0), true};
-}
-
-Input* Node::add(const String& name, AttrType type, std::uint32_t elementType) {
-    if (name.isEmpty() || name[0] == '[') return nullptr;
-    return Input::addTo(inputs_, this, nullptr, name, type, elementType);
-}
-
 Output* Node::output(const String& name) {
     if (Output* const known = outputs_.find(name)) return known;
     return nodeType_ || name.isEmpty() ? nullptr : addOutput(name);
