@@ -145,7 +145,6 @@ inline Input* Input::addTo(NamedList<Input>& list, Node* node, Input* parent, co
 
 Input::~Input() {
     cut();
-    if (links_) Pool::destroy(links_);
     freeValue();
 }
 
@@ -544,8 +543,10 @@ Input* Input::nextConnected() const { return links_ ? links_->connection.next : 
 Input* Input::nextReferring() const { return links_ ? links_->reference.next : nullptr; }
 
 void Input::cut() noexcept {
+    if (!links_) return;
     detach(&Links::connection);
     detach(&Links::reference);
+    Pool::destroy(std::exchange(links_, nullptr));
 }
 
 // --- The end ------------------------------------------------------------------------------------
