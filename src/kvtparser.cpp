@@ -56,9 +56,9 @@ void add(std::int32_t& counter, unsigned long count) noexcept {
 
 // How far behind the lookahead a run must go on for a token to be read at a glance: 15 blanks, an
 // identifier, a group of 66 characters and what is read in one piece with it.
-constexpr int glance = 128;
+constexpr int longestGlance = 128;
 // How much the counters must have left for what is read between two statements.
-constexpr int farthest = 8 * glance;
+constexpr int farthest = 8 * longestGlance;
 
 }  // namespace
 
@@ -70,7 +70,7 @@ void Lexer::start(std::string_view run) {
 
 void Lexer::enterRun(const char* end) {
     end_ = end;
-    glanceEnd_ = end - next_ > glance ? end - glance - 1 : nullptr;
+    glanceEnd_ = end - next_ > longestGlance ? end - longestGlance - 1 : nullptr;
 }
 
 inline void Lexer::fetch() {
@@ -450,7 +450,7 @@ bool forEachNumber(const SeenGroup& group, Visit visit) {
 
 // As the text of a token.
 bool collapseParens(const SeenGroup& group, String& text) {
-    char collapsed[glance];
+    char collapsed[longestGlance];
     char* to = collapsed;
     *to++ = '(';
     const auto copy = [&to](const char* number, unsigned length) {
