@@ -1480,12 +1480,13 @@ bool KvtParser::parseAssign() {
     AssignInfo& info = assignment_;
     info.clear();
     const PayloadGuard guard(scene(), info.data);
-    if (readAssignmentAtAGlance(info)) {
+    const Token::Type sign = signOfShort();
+    if (sign == Token::Equals && readAssignmentAtAGlance(info)) {
         expectNext(withNode_);
         assignShort(info);
         return true;
     }
-    if (!readReferenceAtAGlance(info)) {
+    if (sign != Token::Pipe || !readReferenceAtAGlance(info)) {
         if (!path(info.path)) return false;
         expectMember(info.path);
         if (!connect(info) && !value(info)) return false;
@@ -1497,10 +1498,12 @@ bool KvtParser::parseAssign() {
 
 // Has memory fetch what the next statement looks up first, while this one is carried out: a node,
 // or an input of `node`, which may be null.
-void KvtParser::expectNext(const Node* node) const {
-    if (la(2) != Token::Id) return;
-    if (la(1) == Token::Id) scene().expectNode(peek(2).text);
-    if (la(1) == Token::Dot && node) node->expectInput(peek(2).text);
+inline void KvtParser::expectNext(const Node* node) const {
+    if (la(1) == Token::Dot) {
+        if (node && la(2) == Token::Id) node->expectInput(peek(2).text);
+    } else if (la(1) == Token::Id && la(2) == Token::Id) {
+        scene().expectNode(peek(2).text);
+    }
 }
 
 // The same for the member of an object, while its value is read: "." Id "." Id
@@ -1511,12 +1514,17 @@ void KvtParser::expectMember(const ds::Vector<Token>& path) const {
     if (const Input* const object = node.input(path[1].text)) object->expectInput(path[3].text);
 }
 
+// The sign of a statement that may be a short one, which begins with "." Id and the sign; else Eof.
+inline Token::Type KvtParser::signOfShort() const {
+    const bool mayBeShort = la(1) == Token::Dot && la(2) == Token::Id && withNode_;
+    return mayBeShort ? la(3) : Token::Eof;
+}
+
 // short assign = "." Id "=" scalar ";", which most of a document is made of
 //
 // Where all of it and the tokens to look ahead at can be seen, the value need not go through the
 // ring. What is not seen, or refused, is left to the rules: false, and nothing is taken.
 inline bool KvtParser::readAssignmentAtAGlance(AssignInfo& info) {
-    if (!beginsShort(Token::Equals)) return false;
     Lexer::Glance glance(*lexer_);
     Lexer::SeenScalar seen;
     if (!glance.readScalar(info.token0, seen) || !readEnd(glance) || !readScalar(seen, info)) {
@@ -1529,7 +1537,6 @@ inline bool KvtParser::readAssignmentAtAGlance(AssignInfo& info) {
 
 // short reference = "." Id "|" "=" Id "." Id ";", likewise
 inline bool KvtParser::readReferenceAtAGlance(AssignInfo& info) {
-    if (!beginsShort(Token::Pipe)) return false;
     Lexer::Glance glance(*lexer_);
     info.path.setSize(2);
     info.refPath.setSize(3);
@@ -1544,10 +1551,6 @@ inline bool KvtParser::readReferenceAtAGlance(AssignInfo& info) {
     info.gotReference = true;
     take(glance, lookahead + 1);
     return true;
-}
-
-bool KvtParser::beginsShort(Token::Type sign) const {
-    return la(1) == Token::Dot && la(2) == Token::Id && la(3) == sign && withNode_;
 }
 
 namespace {
@@ -1809,6 +1812,12 @@ void declareSiblings(Input* parent, const AttrData& data) {
     parent->declareElements(declaration);
 }
 
+// Whether there is nothing to be said about a value of that type.
+bool takesAsIs(const Input& target, const AttrData& data) {
+    const bool isPlain = !target.isArray() && !target.isObject() && !target.isBuffer();
+    return isPlain && target.type() == data.type;
+}
+
 }  // namespace
 
 // The last assignment to an input wins.
@@ -1824,15 +1833,15 @@ void KvtParser::postpone(PendingMap& pending, const Walk& walk, const AssignInfo
 }
 
 inline void KvtParser::storeValue(Input& target, Input* parent, AssignInfo& info) {
-    if (!fit(info, target)) return;
+    if (!takesAsIs(target, info.data) && !fit(info, target)) return;
     declareSiblings(parent, info.data);
     target.assign(info.data);
     if (info.data.hasPayload()) info.data.clear();  // the payload is the target's now
     checkEnumeration(target);
 }
 
-// Makes the value one that the target takes, or says why it takes none.
-inline bool KvtParser::fit(AssignInfo& info, Input& target) {
+// Makes the value one that the target takes, which it is not as it is, or says why it takes none.
+bool KvtParser::fit(AssignInfo& info, Input& target) {
     AttrData& data = info.data;
     if (target.isArray() || target.isObject()) {
         wrongTypeWarning(info.valueString(), &target);
@@ -1844,7 +1853,6 @@ inline bool KvtParser::fit(AssignInfo& info, Input& target) {
         wrongTypeWarning(dataTypeName(data.bufferType()), &target);
         return false;
     }
-    if (target.type() == data.type) return true;
     bool narrowing = false;
     AttrData converted;
     if (!canConvert(data.type, target.type(), &narrowing) ||

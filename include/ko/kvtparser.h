@@ -312,13 +312,13 @@ class KvtParser {
     String framed(const char* kind, const String& detail) const;
 
     // An assignment in two steps: its statement is read, then carried out.
-    bool beginsShort(Token::Type sign) const;
+    inline Token::Type signOfShort() const;
     inline bool readAssignmentAtAGlance(AssignInfo& info);
     inline bool readReferenceAtAGlance(AssignInfo& info);
     static inline bool readScalar(const Lexer::SeenScalar& seen, AssignInfo& info);
     inline void assignShort(AssignInfo& info);
     void assign(AssignInfo& info);
-    void expectNext(const Node* node) const;
+    inline void expectNext(const Node* node) const;
     void expectMember(const ds::Vector<Token>& path) const;
     [[noreturn]] void inputNotFound(const AssignInfo& info, const Node& node);
     Node& assignedNode(const AssignInfo& info);
@@ -329,7 +329,7 @@ class KvtParser {
     void checkIntermediate(Input& input, const Expected& expected);
     void postpone(PendingMap& pending, const Walk& walk, const AssignInfo& info);
     inline void storeValue(Input& target, Input* parent, AssignInfo& info);
-    inline bool fit(AssignInfo& info, Input& target);
+    bool fit(AssignInfo& info, Input& target);
     void checkEnumeration(const Input& target);
     using Batch = ds::Vector<const PendingMap::Node*>;
     bool connectWhatIsThere(const Batch& batch);
