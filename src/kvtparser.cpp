@@ -1820,10 +1820,12 @@ bool takesAsIs(const Input& target, const AttrData& data) {
 
 }  // namespace
 
-// The last assignment to an input wins.
+// The last assignment to an input wins. What is assigned again is mostly assigned in the same
+// order.
 void KvtParser::postpone(PendingMap& pending, const Walk& walk, const AssignInfo& info) {
     Input* const target = walk.input;
     if (auto* const earlier = walk.isNew ? nullptr : pending.findNode(target)) {
+        if (!walk.parent) pending.expect(walk.node.inputAt(target->position() + 1));
         earlier->value = info;
         return;
     }
