@@ -55,7 +55,7 @@ void add(std::int32_t& counter, unsigned long count) noexcept {
 }
 
 // How far behind the lookahead a run must go on for a token to be read at a glance: 15 blanks, an
-// identifier, a group of 66 characters and what is read in one piece with it.
+// identifier, a group of 65 characters and what is read in one piece with it.
 constexpr int longestGlance = 128;
 // How much the counters must have left for what is read between two statements.
 constexpr int farthest = 8 * longestGlance;
@@ -70,7 +70,7 @@ void Lexer::start(std::string_view run) {
 
 void Lexer::enterRun(const char* end) {
     end_ = end;
-    glanceEnd_ = end - next_ > longestGlance ? end - longestGlance - 1 : nullptr;
+    glanceEnd_ = end - std::min<long>(end - next_, longestGlance);
 }
 
 inline void Lexer::fetch() {
@@ -393,7 +393,7 @@ inline Seen seeString(const char* at) {
     return {Token::StringLiteral, length};
 }
 
-// A short identifier that is no word; it still has to be given its place.
+// A short identifier that is no reserved word; it still has to be given its place.
 inline bool seeName(const char* at, Token& t) {
     if (typeBegunBy(*at) != Token::Id) return false;
     const Seen seen = seeId(at);
@@ -475,18 +475,19 @@ class Lexer::Glance {
   public:
     explicit Glance(const Lexer& lexer)
         : at_(lexer.next_ ? lexer.next_ - 1 : nullptr),
-          end_(lexer.canCountOn() ? lexer.glanceEnd_ : at_),
+          end_(lexer.canGlance() ? lexer.glanceEnd_ - 1 : at_),
           before_(lexer.c),
           line_(lexer.line),
           column_(lexer.column) {}
 
-    // Each reads tokens that follow each other, and returns false where it cannot.
+    // Each reads tokens that follow each other, or returns false: then it may have changed them and
+    // passed some, but `readTarget` has passed blanks at most.
     [[gnu::always_inline]] inline bool read(Token& t);
     [[gnu::always_inline]] inline bool readScalar(Token& t, SeenScalar& seen);
     [[gnu::always_inline]] inline bool readOutput(Token& node, Token& dot, Token& output);
     [[gnu::always_inline]] inline bool readTarget(Token& dot, Token& id, Token& sign);
 
-    // As `read`, which need not be fast.
+    // As `read`, for what comes less often.
     [[gnu::noinline]] bool readOther(Token& t) { return read(t); }
 
     // Brings the lexer behind what was read.
@@ -516,6 +517,10 @@ class Lexer::Glance {
         t.line = line_;
         t.column = column_;
     }
+    [[gnu::always_inline]] void placeSign(Token::Type type, Token& t) const {
+        t.text.assign(*at_);
+        place(type, t);
+    }
 
     const char* at_;
     const char* end_;  // before this, much of the run is left
@@ -526,14 +531,15 @@ class Lexer::Glance {
 };
 
 // The bits of several counters together are no less than any of them.
-inline bool Lexer::canCountOn() const { return (pos | line | column) <= largestCounter - farthest; }
+inline bool Lexer::canGlance() const {
+    return next_ < glanceEnd_ && (pos | line | column) <= largestCounter - farthest;
+}
 
 inline bool Lexer::Glance::read(Token& t) {
     if (!reachToken()) return false;
     const Token::Type type = typeBegunBy(*at_);
     if (type < firstSign) return readText(type, t);
-    t.text.assign(*at_);
-    place(type, t);
+    placeSign(type, t);
     pass(1);
     return true;
 }
@@ -555,8 +561,8 @@ inline bool Lexer::Glance::readText(Token::Type type, Token& t) {
     return true;
 }
 
-// Where a scalar stands in the run: its token and, if that is an identifier, the group right
-// behind.
+// Where a scalar stands in the run: its token, unless that is a group, and, if it is an identifier,
+// the group right behind.
 struct Lexer::SeenScalar {
     const char* at = nullptr;
     SeenGroup group;
@@ -581,8 +587,7 @@ inline bool Lexer::Glance::readOutput(Token& node, Token& dot, Token& output) {
     if (!seeName(outputName, output)) return false;
     pass(gap + static_cast<unsigned>(node.text.len()));
     place(Token::Id, node);
-    place(Token::Dot, dot);
-    dot.text.assign('.');
+    placeSign(Token::Dot, dot);
     pass(1 + static_cast<unsigned>(output.text.len()));
     place(Token::Id, output);
     return true;
@@ -593,15 +598,12 @@ inline bool Lexer::Glance::readTarget(Token& dot, Token& id, Token& sign) {
     if (!reachToken() || *at_ != '.' || !seeName(at_ + 1, id)) return false;
     const char* const behind = at_ + 1 + id.text.len();
     const unsigned gap = *behind == ' ' ? 1 : 0;
-    const char signChar = behind[gap];
-    if (signChar != '=' && signChar != '|') return false;
-    place(Token::Dot, dot);
-    dot.text.assign('.');
+    if (behind[gap] != '=' && behind[gap] != '|') return false;
+    placeSign(Token::Dot, dot);
     pass(1 + static_cast<unsigned>(id.text.len()));
     place(Token::Id, id);
     pass(gap);
-    place(typeBegunBy(signChar), sign);
-    sign.text.assign(signChar);
+    placeSign(typeBegunBy(*at_), sign);
     pass(1);
     return true;
 }
@@ -1065,12 +1067,12 @@ void KvtParser::takeHead() {
 bool KvtParser::takeHeadAtAGlance() {
     Lexer::Glance glance(*lexer_);
     if (!readAhead(glance, 0)) return false;
-    take(glance, lookahead);
+    takeRead(glance, lookahead);
     return true;
 }
 
 // Takes so many tokens, behind which the glance has read as many as the parser looks ahead.
-void KvtParser::take(const Lexer::Glance& glance, unsigned count) {
+void KvtParser::takeRead(const Lexer::Glance& glance, unsigned count) {
     glance.take(*lexer_);
     head_ = (head_ + count) % ringSize;
 }
@@ -1531,7 +1533,7 @@ inline bool KvtParser::readAssignmentAtAGlance(AssignInfo& info) {
         info.clear();
         return false;
     }
-    take(glance, lookahead + 1);
+    takeRead(glance, lookahead + 1);
     return true;
 }
 
@@ -1549,7 +1551,7 @@ inline bool KvtParser::readReferenceAtAGlance(AssignInfo& info) {
     info.path[1] = peek(2);
     info.token0 = output[0];
     info.gotReference = true;
-    take(glance, lookahead + 1);
+    takeRead(glance, lookahead + 1);
     return true;
 }
 
@@ -1812,7 +1814,8 @@ void declareSiblings(Input* parent, const AttrData& data) {
     parent->declareElements(declaration);
 }
 
-// Whether there is nothing to be said about a value of that type.
+// True for most values that need not be fitted: those of their input's own type, which is no
+// buffer.
 bool takesAsIs(const Input& target, const AttrData& data) {
     const bool isPlain = !target.isArray() && !target.isObject() && !target.isBuffer();
     return isPlain && target.type() == data.type;
@@ -1830,8 +1833,8 @@ void KvtParser::postpone(PendingMap& pending, const Walk& walk, const AssignInfo
         return;
     }
     if (!pendingPaths_) pendingPaths_ = std::make_unique<Pool>();
+    held_.push_back(Held(target));  // first, so that nothing waits without it
     pending.emplace(target, info, *pendingPaths_);
-    held_.push_back(Held(target));
 }
 
 inline void KvtParser::storeValue(Input& target, Input* parent, AssignInfo& info) {
@@ -1842,7 +1845,7 @@ inline void KvtParser::storeValue(Input& target, Input* parent, AssignInfo& info
     checkEnumeration(target);
 }
 
-// Makes the value one that the target takes, which it is not as it is, or says why it takes none.
+// Makes the value one that the target takes, or says why it takes none.
 bool KvtParser::fit(AssignInfo& info, Input& target) {
     AttrData& data = info.data;
     if (target.isArray() || target.isObject()) {

@@ -222,6 +222,30 @@ TEST(SingleOperations, TakeNothingOfAShortAssignmentWhoseTextCannotBeHad) {
     EXPECT_EQ(7, scene.findNode("n")->input("i")->asInt());
 }
 
+// Whichever allocation fails, what is in the map keeps its input beyond the node.
+TEST(SingleOperations, HoldTheInputsOfWhatIsPending) {
+    const std::string text = "t n: .a |= x.y; .b = 1;" + std::string(200, ' ');
+    bool hasFailed = true;
+    for (unsigned long allocation = 0; hasFailed; ++allocation) {
+        Scene scene;
+        StringLexer lexer{String(std::string_view(text))};
+        KvtParser parser;
+        parser.prime(&scene, &lexer);
+        ASSERT_TRUE(parser.parseDeclare());
+        hasFailed = false;
+        try {
+            const FailingMemory memory(allocation, Failing::Once);
+            parser.parseAssign();
+        } catch (const std::bad_alloc&) {
+            hasFailed = true;
+        }
+        scene.removeNode("n");
+        scene.purgeRemoved();
+        for (ko::mirel_sdk::interfaces::IInput* const input : parser.pendingConnections.keys())
+            EXPECT_EQ(".a", input->fullName().view()) << allocation;
+    }
+}
+
 TEST(SingleOperations, NeedNoMemoryToRefuseATakenName) {
     Scene scene;
     scene.createNode("t", "n", "");

@@ -28,12 +28,13 @@ class Vector {
         : data_(std::move(other.data_)),
           size_(std::exchange(other.size_, 0)),
           capacity_(std::exchange(other.capacity_, 0)) {}
-    // Into the array that is there, if it is large enough and no element can refuse. Not one for
-    // copies and moves, which would promise for both that they do not throw.
+    // Into the array that is there, if it is large enough and no element can refuse; what lives in
+    // it beyond the new ones stays. Not one for copies and moves, which would promise for both that
+    // they do not throw.
     Vector& operator=(const Vector& other) {
         const bool fits = std::is_nothrow_copy_assignable_v<T> && other.size_ <= capacity_;
         if (!fits) return *this = Vector(other);
-        std::copy_n(other.data(), other.size_, data());
+        if (this != &other) std::copy_n(other.data(), other.size_, data());
         size_ = other.size_;
         return *this;
     }
@@ -60,7 +61,7 @@ class Vector {
     void clear() noexcept { size_ = 0; }
     // So many elements; what is added is what lives there.
     void setSize(unsigned long size) {
-        if (size > capacity_) makeRoomFor(size);
+        if (size > capacity_) moveTo(std::unique_ptr<T[]>(new T[size]), size);
         size_ = size;
     }
 
@@ -98,13 +99,6 @@ class Vector {
         grown[size_] = std::forward<U>(value);  // first: `value` may be one of our own elements
         moveTo(std::move(grown), capacity);
         ++size_;
-    }
-
-    void makeRoomFor(unsigned long size) {
-        unsigned long capacity = capacity_ ? 2 * capacity_ : 2;
-        while (capacity < size)
-            capacity *= 2;
-        moveTo(std::unique_ptr<T[]>(new T[capacity]), capacity);
     }
 
     void moveTo(std::unique_ptr<T[]> larger, unsigned long capacity) {

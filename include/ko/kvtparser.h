@@ -133,7 +133,7 @@ class Lexer {
     inline void read(Token& t);
     class Glance;
     struct SeenScalar;
-    inline bool canCountOn() const;
+    inline bool canGlance() const;
     void readAny(Token& t);
     void readSign(Token::Type type, Token& t);
     void readId(Token& t);
@@ -149,7 +149,7 @@ class Lexer {
 
     const char* next_ = nullptr;  // behind the lookahead; null for a source without runs
     const char* end_ = nullptr;   // of the run that it stands in
-    // Where the lookahead stands before this, much of the run is left; null when it is short.
+    // Before this, much of the run is left.
     const char* glanceEnd_ = nullptr;
 };
 
@@ -295,7 +295,7 @@ class KvtParser {
     [[noreturn]] void refuse(Token& next);
     [[gnu::always_inline]] inline bool readEnd(Lexer::Glance& glance);
     [[gnu::always_inline]] inline bool readAhead(Lexer::Glance& glance, unsigned skipped);
-    inline void take(const Lexer::Glance& glance, unsigned count);
+    inline void takeRead(const Lexer::Glance& glance, unsigned count);
     bool statement();
     bool isNamed(const char* keyword, Token::Type end) const;
     String takeName();

@@ -113,11 +113,7 @@ const double* AttrData::defaultComponents(AttrType type) {
     }
 }
 
-AttrData AttrData::defaultOf(AttrType type) {
-    AttrData data = ofComponents(type, defaultComponents(type));
-    data.type = type;
-    return data;
-}
+AttrData AttrData::defaultOf(AttrType type) { return ofComponents(type, defaultComponents(type)); }
 
 const char* AttrData::text() const { return payload() ? static_cast<const char*>(payload()) : ""; }
 

@@ -33,8 +33,9 @@ bool isMatrix(AttrType type) { return type == AttrType::Mat3 || type == AttrType
 // Of vectors, whatever the type uses of them.
 constexpr unsigned long vectorSize = 4 * sizeof(double);
 
-// Of the words that stand behind an input, which are those of a vector as a rule.
-void copyWords(void* to, const void* from, unsigned long bytes) {
+// What stands behind an input is a vector as a rule: of that size a copy is a few moves and no
+// call.
+void copyBehind(void* to, const void* from, unsigned long bytes) {
     if (bytes == vectorSize) {
         std::memcpy(to, from, vectorSize);
     } else if (bytes > 0) {
@@ -120,7 +121,7 @@ inline Input::Input(Node* node, Input* parent, unsigned long position, const Str
       node_(node),
       parent_(parent),
       value_{} {
-    copyWords(behind<char>(), AttrData::defaultComponents(type), sizeBehind(type));
+    copyBehind(behind<char>(), AttrData::defaultComponents(type), sizeBehind(type));
 }
 
 inline Input* Input::make(Node* node, Input* parent, unsigned long position, const String& name,
@@ -204,8 +205,7 @@ Input* Input::createArray(const String& name, AttrType elementType) {
 // In one piece with how an input is made, which is much of what small statements take.
 FoundInput Node::findOrCreate(const String& name, AttrType type, AttrType elementType) {
     if (Input* const found = input(name)) return {found, false};
-    const bool isArray = type == AttrType::Array;
-    return {add(name, type, isArray ? static_cast<std::uint32_t>(elementType) : 0), true};
+    return {add(name, type, type == AttrType::Array ? codeOf(elementType) : 0), true};
 }
 
 Input* Node::add(const String& name, AttrType type, std::uint32_t elementType) {
@@ -368,7 +368,7 @@ bool Input::assign(const AttrData& data) noexcept {
         case AttrType::Node:
         case AttrType::Array:
         case AttrType::Object: return true;  // their values carry nothing
-        default: copyWords(behind<char>(), data.value, sizeBehind(type_)); return true;
+        default: copyBehind(behind<char>(), data.value, sizeBehind(type_)); return true;
     }
 }
 
