@@ -483,6 +483,8 @@ class Lexer::Glance {
     // Each reads tokens that follow each other, or returns false: then it may have changed them and
     // passed some, but `readTarget` has passed blanks at most.
     [[gnu::always_inline]] inline bool read(Token& t);
+    // Right behind what was read.
+    [[gnu::always_inline]] inline bool readSemicolon(Token& t);
     [[gnu::always_inline]] inline bool readScalar(Token& t, SeenScalar& seen);
     [[gnu::always_inline]] inline bool readOutput(Token& node, Token& dot, Token& output);
     [[gnu::always_inline]] inline bool readTarget(Token& dot, Token& id, Token& sign);
@@ -501,12 +503,14 @@ class Lexer::Glance {
     }
 
   private:
-    [[gnu::always_inline]] inline bool readText(Token::Type type, Token& t);
+    inline bool readParens(Token& t);
+    [[gnu::always_inline]] inline bool readShort(Token::Type begun, Token& t);
     [[gnu::always_inline]] bool reachToken() {
         return at_ < end_ && (!chars::is(*at_, chars::Blank) || passBlanks());
     }
     [[gnu::always_inline]] inline bool passBlanks();
     [[gnu::always_inline]] inline void pass(unsigned count);
+    [[gnu::always_inline]] inline void passInLine(unsigned count);
     [[gnu::always_inline]] void passTo(const char* at) {
         at_ = at;
         before_ = static_cast<signed char>(at[-1]);
@@ -538,42 +542,52 @@ inline bool Lexer::canGlance() const {
 inline bool Lexer::Glance::read(Token& t) {
     if (!reachToken()) return false;
     const Token::Type type = typeBegunBy(*at_);
-    if (type < firstSign) return readText(type, t);
+    if (type == Token::Parens) return readParens(t);
+    if (type < firstSign) return readShort(type, t);
     placeSign(type, t);
     pass(1);
     return true;
 }
 
-inline bool Lexer::Glance::readText(Token::Type type, Token& t) {
-    if (type == Token::Parens) {
-        SeenGroup group;
-        if (!seeParens(at_, group) || !collapseParens(group, t.text)) return false;
-        pass(group.lengthWithParens());
-        place(Token::Parens, t);
-        return true;
-    }
-    const Seen seen = seeShort(type, at_);
+inline bool Lexer::Glance::readSemicolon(Token& t) {
+    if (at_ >= end_ || *at_ != ';') return false;
+    placeSign(Token::Semicolon, t);
+    passInLine(1);
+    return true;
+}
+
+inline bool Lexer::Glance::readParens(Token& t) {
+    SeenGroup group;
+    if (!seeParens(at_, group) || !collapseParens(group, t.text)) return false;
+    pass(group.lengthWithParens());
+    place(Token::Parens, t);
+    return true;
+}
+
+inline bool Lexer::Glance::readShort(Token::Type begun, Token& t) {
+    const Seen seen = seeShort(begun, at_);
     if (seen.length == 0) return false;
     t.text.assignShort(at_, seen.length);
     pass(seen.length);
     place(seen.type, t);
-    if (type == Token::Id) recogniseWord(t);
+    if (begun == Token::Id) recogniseWord(t);
     return true;
 }
 
-// Where a scalar stands in the run: its token, unless that is a group, and, if it is an identifier,
-// the group right behind.
+// Where a scalar stands in the run: its token and, if that is an identifier, the group right
+// behind.
 struct Lexer::SeenScalar {
     const char* at = nullptr;
     SeenGroup group;
 };
 
 inline bool Lexer::Glance::readScalar(Token& t, SeenScalar& seen) {
-    if (!read(t)) return false;
-    seen.at = at_ - t.text.len();
+    if (!reachToken()) return false;
+    seen.at = at_;
+    if (!readShort(typeBegunBy(*at_), t)) return false;
     if (t.type != Token::Id) return true;
     if (*at_ != '(' || !seeParens(at_, seen.group)) return false;
-    pass(seen.group.lengthWithParens());
+    passInLine(seen.group.lengthWithParens());
     return true;
 }
 
@@ -585,10 +599,10 @@ inline bool Lexer::Glance::readOutput(Token& node, Token& dot, Token& output) {
     if (!seeName(nodeName, node) || nodeName[node.text.len()] != '.') return false;
     const char* const outputName = nodeName + node.text.len() + 1;
     if (!seeName(outputName, output)) return false;
-    pass(gap + static_cast<unsigned>(node.text.len()));
+    passInLine(gap + static_cast<unsigned>(node.text.len()));
     place(Token::Id, node);
     placeSign(Token::Dot, dot);
-    pass(1 + static_cast<unsigned>(output.text.len()));
+    passInLine(1 + static_cast<unsigned>(output.text.len()));
     place(Token::Id, output);
     return true;
 }
@@ -602,9 +616,9 @@ inline bool Lexer::Glance::readTarget(Token& dot, Token& id, Token& sign) {
     placeSign(Token::Dot, dot);
     pass(1 + static_cast<unsigned>(id.text.len()));
     place(Token::Id, id);
-    pass(gap);
+    passInLine(gap);
     placeSign(typeBegunBy(*at_), sign);
-    pass(1);
+    passInLine(1);
     return true;
 }
 
@@ -619,7 +633,7 @@ inline bool Lexer::Glance::passBlanks() {
     if (length == chars::sixteen) return false;
     // A break moves the line for what stands behind it; that may be the token.
     const unsigned belongs = (1U << length) - 1;
-    unsigned breaks = (ahead.breaks() << 1U | (before_ == '\n' ? 1U : 0U)) & belongs;
+    unsigned breaks = (ahead.breaks() << 1U | unsigned(before_ == '\n')) & belongs;
     unsigned lineBegin = 0;
     for (; breaks != 0; breaks &= breaks - 1) {
         lineBegin = static_cast<unsigned>(__builtin_ctz(breaks));
@@ -637,6 +651,11 @@ inline void Lexer::Glance::pass(unsigned count) {
         ++line_;
         column_ = 0;
     }
+    passInLine(count);
+}
+
+// The same behind a character that is no line break.
+inline void Lexer::Glance::passInLine(unsigned count) {
     column_ += static_cast<int>(count);
     passTo(at_ + count);
 }
@@ -976,7 +995,7 @@ bool KvtParser::match(Token& t, Token::Type type) {
 // statement is taken that the ";" ends.
 inline bool KvtParser::readEnd(Lexer::Glance& glance) {
     Token& end = ring_[(head_ + lookahead) % ringSize];
-    return glance.read(end) && end.type == Token::Semicolon && readAhead(glance, 1);
+    return glance.readSemicolon(end) && readAhead(glance, 1);
 }
 
 // Reads as many tokens as the parser looks ahead, `skipped` places behind the unread ones.

@@ -350,6 +350,22 @@ TEST(ShortAssignments, ThatReferAgainReplaceTheReference) {
     expectSameReading("t n:\n .a |= n.x;\n .a |= n.y;\n .b |= n.x;\n .a = 1;\n .a |= n.z;");
 }
 
+// In the same order and in another one, of so many that they are found through an index.
+TEST(ShortAssignments, ThatReferAgainToMuchReplaceTheReferences) {
+    std::string text = "t n:";
+    const auto refer = [&text](int input, const std::string& output) {
+        text += ".i" + std::to_string(input) + " |= n." + output + ";";
+    };
+    constexpr int count = 600;
+    for (int i = 0; i < count; ++i)
+        refer(i, "a");
+    for (int i = 0; i < count; ++i)
+        refer(i, "b" + std::to_string(i));
+    for (int i = count; i-- > 0;)
+        refer(i, "c" + std::to_string(i));
+    expectSameReading(text);
+}
+
 TEST(ShortAssignments, BehindEachBeginningOfABlockAreReadAlike) {
     for (const char* const head : {"t n:", "t n :", "t  n:\n", "t\nn:", "define t;", "with t:",
                                    "with n:", "remove n;", "t true:", "t n;", "null n:", "t 1:"}) {

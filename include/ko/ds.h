@@ -61,7 +61,7 @@ class Vector {
     void clear() noexcept { size_ = 0; }
     // So many elements; what is added is what lives there.
     void setSize(unsigned long size) {
-        if (size > capacity_) moveTo(std::unique_ptr<T[]>(new T[size]), size);
+        if (size > capacity_) moveTo(arrayOf(size), size);
         size_ = size;
     }
 
@@ -95,10 +95,14 @@ class Vector {
     template <class U>
     void emplaceInLarger(U&& value) {
         const unsigned long capacity = capacity_ ? 2 * size_ : 2;
-        std::unique_ptr<T[]> grown(new T[capacity]);
+        std::unique_ptr<T[]> grown = arrayOf(capacity);
         grown[size_] = std::forward<U>(value);  // first: `value` may be one of our own elements
         moveTo(std::move(grown), capacity);
         ++size_;
+    }
+
+    static std::unique_ptr<T[]> arrayOf(unsigned long capacity) {
+        return std::unique_ptr<T[]>(new T[capacity]);
     }
 
     void moveTo(std::unique_ptr<T[]> larger, unsigned long capacity) {
