@@ -177,7 +177,7 @@ bool readPlain(const char* begin, const char* end, Plain& number) {
 }
 
 // As `addUp`, of at most 8 characters.
-bool addUpFew(words::Word word, unsigned long length, Plain& number) {
+[[gnu::always_inline]] inline bool addUpFew(words::Word word, unsigned long length, Plain& number) {
     const words::Word point = words::equal(word, '.' ^ '0');
     if (point) {
         if (length == 1) return false;
@@ -190,7 +190,8 @@ bool addUpFew(words::Word word, unsigned long length, Plain& number) {
 }
 
 // Of so few characters that they and their sign stand in 16 that begin with them.
-bool readPlainAhead(const char* at, unsigned long length, Plain& number) {
+[[gnu::always_inline]] inline bool readPlainAhead(const char* at, unsigned long length,
+                                                  Plain& number) {
     number.isNegative = *at == '-';
     if (number.isNegative) {
         ++at;

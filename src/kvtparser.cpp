@@ -28,7 +28,6 @@
 #include "charclass.h"
 #include "charruns.h"
 #include "memory.h"
-#include "scene/pool.h"
 #include "textbuilder.h"
 #include "words.h"
 
@@ -171,46 +170,6 @@ StringLexer& StringLexer::operator=(const StringLexer& other) {
 }
 
 // === Tokens =====================================================================================
-
-namespace {
-
-// In front of an array of tokens.
-class ArrayHead {
-  public:
-    explicit ArrayHead(unsigned long bytes) : bytes_(static_cast<std::uint32_t>(bytes)) {}
-    bool isInPool() const { return poolOffset_ != 0; }
-    unsigned long bytes() const { return bytes_; }
-
-  private:
-    friend class impl::Pool;
-    std::uint32_t bytes_;  // of the array, in a pool
-    std::uint32_t poolOffset_ = 0;
-};
-
-}  // namespace
-
-void* Token::operator new[](std::size_t bytes) {
-    auto* const head = new (::operator new(sizeof(ArrayHead) + bytes)) ArrayHead(0);
-    return head + 1;
-}
-
-void* Token::operator new[](std::size_t bytes, Pool& pool) {
-    constexpr unsigned long longestInPool = 1024;
-    if (bytes > longestInPool) return operator new[](bytes);
-    return pool.makeLonger<ArrayHead>(bytes, bytes) + 1;
-}
-
-void Token::operator delete[](void* array) noexcept {
-    if (!array) return;
-    ArrayHead* const head = static_cast<ArrayHead*>(array) - 1;
-    if (head->isInPool()) {
-        Pool::destroy(head, head->bytes());
-    } else {
-        ::operator delete(head);
-    }
-}
-
-void Token::operator delete[](void* array, Pool& /*pool*/) noexcept { operator delete[](array); }
 
 Token Lexer::token(Token::Type type) {
     Token t{type, String(static_cast<char>(la)), line, column};
@@ -521,8 +480,9 @@ class Lexer::Glance {
         t.line = line_;
         t.column = column_;
     }
+    // The same place in the ring mostly takes the same sign again.
     [[gnu::always_inline]] void placeSign(Token::Type type, Token& t) const {
-        t.text.assign(*at_);
+        if (t.type != type) t.text.assign(*at_);
         place(type, t);
     }
 
@@ -944,6 +904,7 @@ void KvtParser::wrongTypeWarning(const String& value, IInput* input) {
 }
 
 KvtParser::KvtParser() = default;
+KvtParser::KvtParser(Pending pending) : pending_(pending) {}
 KvtParser::~KvtParser() = default;
 
 // === Lookahead ==================================================================================
@@ -1027,10 +988,16 @@ bool KvtParser::parse(IScene* scene, Lexer* lexer) {
         return true;
     } catch (const std::runtime_error& error) {
         logError("%s", error.what());
-        pendingConnections = PendingMap();
-        pendingIdentifiers = PendingMap();
+        dropPending();
         return false;
     }
+}
+
+void KvtParser::dropPending() {
+    pendingConnections = {};
+    pendingIdentifiers = {};
+    outputsToConnect_ = {};
+    nodesToSet_ = {};
 }
 
 // statement = comment | remove | define | declare | with | assign
@@ -1436,31 +1403,14 @@ String shownPath(const ds::Vector<Token>& path, const Node* node) {
 
 }  // namespace
 
-KvtParser::AssignInfo::AssignInfo(const AssignInfo& other, Pool& pool)
-    : path(ds::Vector<Token>::copyAt(pool, other.path)),
-      refPath(ds::Vector<Token>::copyAt(pool, other.refPath)),
-      token0(other.token0),
-      token1(other.token1),
-      token2(other.token2),
-      token3(other.token3),
-      token4(other.token4),
-      gotScalar(other.gotScalar),
-      gotBuffer(other.gotBuffer),
-      gotReference(other.gotReference),
-      gotIdentifier(other.gotIdentifier),
-      data(other.data) {}
-
 void KvtParser::AssignInfo::clear() {
     path.clear();
     refPath.clear();
-    const auto reset = [](Token& t) {
-        if (t.type != Token::Eof) t = Token();  // what holds a value's token is no end of input
-    };
-    reset(token0);
-    reset(token1);
-    reset(token2);
-    reset(token3);
-    reset(token4);
+    token0 = Token();
+    // No end of input is kept here, and the four seldom hold anything.
+    if ((token1.type | token2.type | token3.type | token4.type) != Token::Eof) {
+        token1 = token2 = token3 = token4 = Token();
+    }
     gotScalar = gotBuffer = gotReference = gotIdentifier = false;
     data.clear();
 }
@@ -1502,16 +1452,15 @@ bool KvtParser::parseAssign() {
     info.clear();
     const PayloadGuard guard(scene(), info.data);
     const Token::Type sign = signOfShort();
-    if (sign == Token::Equals && readAssignmentAtAGlance(info)) {
+    if ((sign == Token::Equals && readAssignmentAtAGlance(info)) ||
+        (sign == Token::Pipe && readReferenceAtAGlance(info))) {
         expectNext(withNode_);
         assignShort(info);
         return true;
     }
-    if (sign != Token::Pipe || !readReferenceAtAGlance(info)) {
-        if (!path(info.path)) return false;
-        expectMember(info.path);
-        if (!connect(info) && !value(info)) return false;
-    }
+    if (!path(info.path)) return false;
+    expectMember(info.path);
+    if (!connect(info) && !value(info)) return false;
     expectNext(info.path[0].type == Token::Dot ? withNode_ : nullptr);
     assign(info);
     return true;
@@ -1559,15 +1508,12 @@ inline bool KvtParser::readAssignmentAtAGlance(AssignInfo& info) {
 // short reference = "." Id "|" "=" Id "." Id ";", likewise
 inline bool KvtParser::readReferenceAtAGlance(AssignInfo& info) {
     Lexer::Glance glance(*lexer_);
-    info.path.setSize(2);
     info.refPath.setSize(3);
     Token* const output = info.refPath.data();
     if (!glance.readOutput(output[0], output[1], output[2]) || !readEnd(glance)) {
         info.clear();
         return false;
     }
-    info.path[0] = peek(1);
-    info.path[1] = peek(2);
     info.token0 = output[0];
     info.gotReference = true;
     takeRead(glance, lookahead + 1);
@@ -1611,30 +1557,38 @@ inline bool KvtParser::readScalar(const Lexer::SeenScalar& seen, AssignInfo& inf
     }
 }
 
-// Its tokens have been taken, and stand in the ring still.
+// Its tokens have been taken, and the first stand in the ring still.
 inline void KvtParser::assignShort(AssignInfo& info) {
     const Token& name = peek(-2);
-    Node& node = *withNode_;
-    const FoundInput found =
-        node.findOrCreate(updateInputName(node.type(), name.text), info.data.type, AttrType::Null);
-    if (!found.input) {
+    Walk walk{*withNode_, info};
+    const FoundInput found = walk.node.findOrCreate(updateInputName(walk.node.type(), name.text),
+                                                    info.data.type, AttrType::Null);
+    const bool isKept = info.gotReference && pending_ == Pending::Records;
+    if (!found.input || isKept) {
         info.path.push_back(peek(-3));
         info.path.push_back(name);
-        inputNotFound(info, node);
     }
-    storeValue(*found.input, nullptr, info);
+    if (!found.input) inputNotFound(info, walk.node);
+    walk.input = found.input;
+    walk.isNew = found.isNew;
+    carryOut(walk, info);
 }
 
 void KvtParser::assign(AssignInfo& info) {
     Walk walk{assignedNode(info), info};
-    Input* const target = reachTarget(walk);
-    if (!target) inputNotFound(info, walk.node);
+    if (!reachTarget(walk)) inputNotFound(info, walk.node);
+    carryOut(walk, info);
+}
+
+inline void KvtParser::carryOut(const Walk& walk, AssignInfo& info) {
     if (info.gotReference) {
-        postpone(pendingConnections, walk, info);
+        if (pending_ == Pending::Records) return postpone(pendingConnections, walk, info);
+        postpone(outputsToConnect_, walk, info.refPath);
     } else if (info.gotIdentifier) {
-        postpone(pendingIdentifiers, walk, info);
+        if (pending_ == Pending::Records) return postpone(pendingIdentifiers, walk, info);
+        postpone(nodesToSet_, walk, info.token4);
     } else {
-        storeValue(*target, walk.parent, info);
+        storeValue(*walk.input, walk.parent, info);
     }
 }
 
@@ -1842,18 +1796,34 @@ bool takesAsIs(const Input& target, const AttrData& data) {
 
 }  // namespace
 
-// The last assignment to an input wins. What is assigned again is mostly assigned in the same
-// order.
-void KvtParser::postpone(PendingMap& pending, const Walk& walk, const AssignInfo& info) {
-    Input* const target = walk.input;
-    if (auto* const earlier = walk.isNew ? nullptr : pending.findNode(target)) {
-        if (!walk.parent) pending.expect(walk.node.inputAt(target->position() + 1));
-        earlier->value = info;
+// What waits for the target already: the last assignment to an input wins. What is assigned again
+// is mostly assigned in the same order.
+template <class Value>
+Value* KvtParser::earlier(PendingMap<Value>& pending, const Walk& walk) {
+    auto* const entry = walk.isNew ? nullptr : pending.findNode(walk.input);
+    if (!entry) return nullptr;
+    if (!walk.parent) pending.expect(walk.node.inputAt(walk.input->position() + 1));
+    return &entry->value;
+}
+
+void KvtParser::postpone(PendingMap<AssignInfo>& pending, const Walk& walk,
+                         const AssignInfo& info) {
+    if (AssignInfo* const waiting = earlier(pending, walk)) {
+        *waiting = info;
         return;
     }
-    if (!pendingPaths_) pendingPaths_ = std::make_unique<Pool>();
-    held_.push_back(Held(target));  // first, so that nothing waits without it
-    pending.emplace(target, info, *pendingPaths_);
+    held_.push_back(RefersTo<IInput>(walk.input));  // first, so that nothing waits without it
+    pending.emplace(walk.input, info);
+}
+
+template <class Name, class Written>
+void KvtParser::postpone(PendingMap<Waiting<Name>>& pending, const Walk& walk,
+                         const Written& name) {
+    if (Waiting<Name>* const waiting = earlier(pending, walk)) {
+        waiting->name = name;
+    } else {
+        pending.emplace(walk.input, walk.input, name);
+    }
 }
 
 inline void KvtParser::storeValue(Input& target, Input* parent, AssignInfo& info) {
@@ -1920,54 +1890,62 @@ void forEachBatch(const Map& pending, Visit visit) {
     if (!batch.isEmpty()) visit(batch);
 }
 
-// Asks memory for the nodes that a batch is about to look up by the names that `nameOf` gives, null
-// for none.
+// Asks memory for the nodes that a batch is about to look up by the names that `nameOf` gives.
 template <class Batch, class NameOf>
 void expectNodes(const Scene& scene, const Batch& batch, NameOf nameOf) {
     for (const auto* const entry : batch) {
         __builtin_prefetch(entry->key, 1);
-        if (const String* const name = nameOf(entry->value)) scene.expectNode(*name);
+        scene.expectNode(nameOf(entry->value.name));
     }
     for (const auto* const entry : batch)
-        if (const String* const name = nameOf(entry->value)) scene.expectFoundNode(*name);
-}
-
-// output = node "." name, the only shape of a path that names one
-bool namesOutput(const ds::Vector<Token>& path) {
-    return path.size() == 3 && path[0].type == Token::Id;
+        scene.expectFoundNode(nameOf(entry->value.name));
 }
 
 }  // namespace
 
-// Whatever is there is connected first; the rest, and its warnings, follow in the order of the map.
+// output = node "." name, the only shape of a path that names one
+KvtParser::OutputName& KvtParser::OutputName::operator=(const ds::Vector<Token>& path) {
+    const bool isShape =
+        path.size() == 3 && path[0].type == Token::Id && path[1].type == Token::Dot;
+    node = isShape ? path[0].text : collapse(path);
+    output = isShape ? path[2].text : String();
+    return *this;
+}
+
+// What was kept whole, which only parsers that are driven by hand do, is resolved by its names too.
 void KvtParser::resolveConnections() {
+    OutputNames names;
+    pendingConnections.forEachInserted(
+        [&names](const auto& entry) { names.emplace(entry.key, entry.key, entry.value.refPath); });
+    connectAll(names);
+    connectAll(outputsToConnect_);
+}
+
+// Whatever is there is connected first; the rest, and its warnings, follow in the order of the map.
+void KvtParser::connectAll(const OutputNames& pending) {
     bool allConnected = true;
-    forEachBatch(pendingConnections, [&](const Batch& batch) {
+    forEachBatch(pending, [&](const auto& batch) {
         allConnected = connectWhatIsThere(batch) && allConnected;
     });
     if (allConnected) return;
-    pendingConnections.forEach([this](const auto& entry) {
-        const ds::Vector<Token>& path = entry.value.refPath;
-        Node* const node = namesOutput(path) ? scene().findNode(path[0].text) : nullptr;
-        if (!node || !outputOf(*node, path[2].text)) connectTo(*entry.key, path);
+    pending.forEach([this](const auto& entry) {
+        const OutputName& name = entry.value.name;
+        Node* const node = nodeOf(name);
+        if (!node || !outputOf(*node, name.output)) connectTo(*entry.key, name);
     });
 }
 
 // True when all of it was there. Each round touches what the one before it asked memory for.
-bool KvtParser::connectWhatIsThere(const Batch& batch) {
-    expectNodes(scene(), batch, [](const AssignInfo& info) {
-        return namesOutput(info.refPath) ? &info.refPath[0].text : nullptr;
-    });
+bool KvtParser::connectWhatIsThere(const Batch<OutputName>& batch) {
+    expectNodes(scene(), batch, [](const OutputName& name) -> const String& { return name.node; });
     Node* nodes[batchSize];
     for (unsigned long i = 0; i < batch.size(); ++i) {
-        const ds::Vector<Token>& path = batch[i]->value.refPath;
-        nodes[i] = namesOutput(path) ? scene().findNode(path[0].text) : nullptr;
+        nodes[i] = nodeOf(batch[i]->value.name);
         if (nodes[i]) nodes[i]->expectOutput();
     }
     Output* outputs[batchSize];
     for (unsigned long i = 0; i < batch.size(); ++i) {
-        const ds::Vector<Token>& path = batch[i]->value.refPath;
-        outputs[i] = nodes[i] ? outputOf(*nodes[i], path[2].text) : nullptr;
+        outputs[i] = nodes[i] ? outputOf(*nodes[i], batch[i]->value.name.output) : nullptr;
         if (outputs[i]) outputs[i]->expectConnection();
     }
     bool allConnected = true;
@@ -1978,13 +1956,17 @@ bool KvtParser::connectWhatIsThere(const Batch& batch) {
     return allConnected;
 }
 
+Node* KvtParser::nodeOf(const OutputName& name) const {
+    return name.output.isEmpty() ? nullptr : scene().findNode(name.node);
+}
+
 Output* KvtParser::outputOf(Node& node, const String& name) {
     return node.output(updateOutputName(node.type(), name));
 }
 
-// Any path, with a warning where it leads nowhere.
-void KvtParser::connectTo(IInput& input, const ds::Vector<Token>& path) {
-    const String text = collapse(path);
+// To whatever was written, with a warning where that leads nowhere.
+void KvtParser::connectTo(IInput& input, const OutputName& name) {
+    const String text = name.output.isEmpty() ? name.node : name.node + "." + name.output;
     if (text.toLower(true).trim(true, true) == "null") {
         input.disconnect();
         return;
@@ -2011,42 +1993,50 @@ void KvtParser::connectTo(IInput& input, const ds::Vector<Token>& path) {
 
 // Likewise.
 void KvtParser::resolveIdentifiers() {
+    NodeNames names;
+    pendingIdentifiers.forEachInserted(
+        [&names](const auto& entry) { names.emplace(entry.key, entry.key, entry.value.token4); });
+    setAll(names);
+    setAll(nodesToSet_);
+}
+
+void KvtParser::setAll(const NodeNames& pending) {
     bool allSet = true;
-    forEachBatch(pendingIdentifiers,
-                 [&](const Batch& batch) { allSet = setWhatIsThere(batch) && allSet; });
+    forEachBatch(pending, [&](const auto& batch) { allSet = setWhatIsThere(batch) && allSet; });
     if (allSet) return;
-    pendingIdentifiers.forEach([this](const auto& entry) {
-        const Token& reference = entry.value.token4;
-        if (reference.type == Token::Null || referredNode(entry.value)) return;
+    pending.forEach([this](const auto& entry) {
+        const Token& reference = entry.value.name;
+        if (reference.type == Token::Null || referredNode(reference)) return;
         logWarning("Cannot assign nonexistent node %s to %s.", reference.text.buf(),
                    entry.key->fullName().buf());
     });
 }
 
-bool KvtParser::setWhatIsThere(const Batch& batch) {
-    expectNodes(scene(), batch, [](const AssignInfo& info) { return &info.token4.text; });
+bool KvtParser::setWhatIsThere(const Batch<Token>& batch) {
+    expectNodes(scene(), batch,
+                [](const Token& reference) -> const String& { return reference.text; });
     Node* nodes[batchSize];
     for (unsigned long i = 0; i < batch.size(); ++i) {
-        nodes[i] = referredNode(batch[i]->value);
+        nodes[i] = referredNode(batch[i]->value.name);
         if (nodes[i]) nodes[i]->expectReference();
     }
     bool allSet = true;
     for (unsigned long i = 0; i < batch.size(); ++i) {
-        const bool isKnown = nodes[i] || batch[i]->value.token4.type == Token::Null;
+        const bool isKnown = nodes[i] || batch[i]->value.name.type == Token::Null;
         if (isKnown) batch[i]->key->setNode(nodes[i]);
         allSet = allSet && isKnown;
     }
     return allSet;
 }
 
-Node* KvtParser::referredNode(const AssignInfo& info) const {
-    return info.token4.type == Token::Null ? nullptr : scene().findNode(info.token4.text);
+Node* KvtParser::referredNode(const Token& reference) const {
+    return reference.type == Token::Null ? nullptr : scene().findNode(reference.text);
 }
 
 // === Entry points ===============================================================================
 
 bool parseString(IScene* scene, String text) {
-    KvtParser parser;
+    KvtParser parser(KvtParser::Pending::Names);
     StringLexer lexer(std::move(text));
     return parser.parse(scene, &lexer);
 }
@@ -2057,7 +2047,7 @@ bool parseKvt(IScene* scene, File file, bool keepHeader) {
         scene->setFileVersion(KVX_FILE_VERSION_1);
         scene->setFileTime("");
     }
-    KvtParser parser;
+    KvtParser parser(KvtParser::Pending::Names);
     FileLexer lexer(std::move(file));
     return parser.parse(scene, &lexer);
 }

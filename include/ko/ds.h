@@ -18,11 +18,11 @@ template <class T>
 class Vector {
   public:
     Vector() noexcept = default;
-    Vector(const Vector& other) : Vector(other, other.size_ ? new T[other.size_] : nullptr) {}
-    // A copy whose array stands where T's own `operator new[](bytes, place)` puts it.
-    template <class Place>
-    static Vector copyAt(Place& place, const Vector& other) {
-        return Vector(other, other.size_ ? new (place) T[other.size_] : nullptr);
+    Vector(const Vector& other)
+        : data_(other.size_ ? new T[other.size_] : nullptr),
+          size_(other.size_),
+          capacity_(other.size_) {
+        std::copy_n(other.data(), size_, data());
     }
     Vector(Vector&& other) noexcept
         : data_(std::move(other.data_)),
@@ -79,12 +79,6 @@ class Vector {
     const T* end() const noexcept { return data() + size_; }
 
   private:
-    Vector(const Vector& other, T* array)
-        : data_(array), size_(other.size_), capacity_(other.size_) {
-        for (unsigned long i = 0; i < size_; ++i)
-            data_[i] = other.data_[i];
-    }
-
     template <class U>
     void emplace(U&& value) {
         if (size_ == capacity_) return emplaceInLarger(std::forward<U>(value));

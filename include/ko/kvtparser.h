@@ -4,7 +4,6 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string_view>
 
 #include <ko/ds.h>
@@ -48,13 +47,6 @@ struct Token {
         False = 36,
         Null = 37,
     };
-
-    // An array of tokens on its own; a short one in memory of a pool, beside others that go with
-    // it.
-    static void* operator new[](std::size_t bytes);
-    static void* operator new[](std::size_t bytes, Pool& pool);
-    static void operator delete[](void* array) noexcept;
-    static void operator delete[](void* array, Pool& pool) noexcept;
 
     Type type = Eof;
     // As it stood in the input, the canonical spelling of a keyword, the normalised text of a
@@ -200,10 +192,6 @@ class KvtParser {
         bool gotIdentifier = false;
         AttrData data;
 
-        AssignInfo() = default;
-        // A copy whose paths stand in memory of that pool.
-        AssignInfo(const AssignInfo& other, Pool& pool);
-
         // As just made, but with the memory that its paths have.
         void clear();
         // The value for messages: at most so many characters and "...", "[]" behind a buffer's
@@ -280,7 +268,38 @@ class KvtParser {
   private:
     struct Walk;
     struct Expected;
-    using PendingMap = ds::HashMap<interfaces::IInput*, AssignInfo>;
+    template <class Value>
+    using PendingMap = ds::HashMap<interfaces::IInput*, Value>;
+
+    // What is kept of an assignment until it is resolved: its record, or only the names in it,
+    // which is enough where nobody can look at the maps, and a tenth of the memory.
+    enum class Pending { Records, Names };
+    explicit KvtParser(Pending pending);
+    friend bool parseString(interfaces::IScene* scene, String text);
+    friend bool parseKvt(interfaces::IScene* scene, File file, bool keepHeader);
+
+    // A reference to an output. One of any other shape stands in `node` as it was written.
+    struct OutputName {
+        OutputName() = default;
+        explicit OutputName(const ds::Vector<Token>& path) { *this = path; }
+        OutputName& operator=(const ds::Vector<Token>& path);
+
+        String node;
+        String output;
+    };
+    // Keeps its input alive.
+    template <class Name>
+    struct Waiting {
+        Waiting() = default;
+        template <class Written>
+        Waiting(interfaces::IInput* itsInput, const Written& written)
+            : input(itsInput), name(written) {}
+
+        RefersTo<interfaces::IInput> input;
+        Name name;
+    };
+    using OutputNames = PendingMap<Waiting<OutputName>>;
+    using NodeNames = PendingMap<Waiting<Token>>;
 
     Scene& scene() const { return static_cast<Scene&>(*scene_); }
 
@@ -318,6 +337,7 @@ class KvtParser {
     static inline bool readScalar(const Lexer::SeenScalar& seen, AssignInfo& info);
     inline void assignShort(AssignInfo& info);
     void assign(AssignInfo& info);
+    inline void carryOut(const Walk& walk, AssignInfo& info);
     inline void expectNext(const Node* node) const;
     void expectMember(const ds::Vector<Token>& path) const;
     [[noreturn]] void inputNotFound(const AssignInfo& info, const Node& node);
@@ -327,16 +347,25 @@ class KvtParser {
     Input* takeStep(Walk& walk, unsigned long i);
     Input* takeIndexStep(Input& array, const String& name, const Token& token, AttrType expected);
     void checkIntermediate(Input& input, const Expected& expected);
-    void postpone(PendingMap& pending, const Walk& walk, const AssignInfo& info);
+    template <class Value>
+    static Value* earlier(PendingMap<Value>& pending, const Walk& walk);
+    void postpone(PendingMap<AssignInfo>& pending, const Walk& walk, const AssignInfo& info);
+    template <class Name, class Written>
+    static void postpone(PendingMap<Waiting<Name>>& pending, const Walk& walk, const Written& name);
     inline void storeValue(Input& target, Input* parent, AssignInfo& info);
     bool fit(AssignInfo& info, Input& target);
     void checkEnumeration(const Input& target);
-    using Batch = ds::Vector<const PendingMap::Node*>;
-    bool connectWhatIsThere(const Batch& batch);
-    bool setWhatIsThere(const Batch& batch);
-    void connectTo(interfaces::IInput& input, const ds::Vector<Token>& path);
+    template <class Name>
+    using Batch = ds::Vector<const typename PendingMap<Waiting<Name>>::Node*>;
+    void connectAll(const OutputNames& pending);
+    bool connectWhatIsThere(const Batch<OutputName>& batch);
+    void connectTo(interfaces::IInput& input, const OutputName& name);
+    Node* nodeOf(const OutputName& name) const;
     static Output* outputOf(Node& node, const String& name);
-    Node* referredNode(const AssignInfo& info) const;
+    void setAll(const NodeNames& pending);
+    bool setWhatIsThere(const Batch<Token>& batch);
+    Node* referredNode(const Token& reference) const;
+    void dropPending();
 
     Lexer* lexer_ = nullptr;
     static constexpr unsigned lookahead = 3;
@@ -352,13 +381,11 @@ class KvtParser {
 
     // What an assignment is read into, one after the other.
     AssignInfo assignment_;
-    // Memory for the paths in the pending maps.
-    std::unique_ptr<Pool> pendingPaths_;
-    // Keep the inputs of the pending maps alive, one reference each.
-    struct Held : RefersTo<interfaces::IInput>, ds::InBlock {
-        using RefersTo::RefersTo;
-    };
-    ds::Vector<Held> held_;
+    const Pending pending_ = Pending::Records;
+    OutputNames outputsToConnect_;
+    NodeNames nodesToSet_;
+    // Keep the inputs of the records alive, one reference each.
+    ds::Vector<RefersTo<interfaces::IInput>> held_;
 
   public:
     // Assignments that wait for the end of the document, by target: to be connected to an output,

@@ -104,7 +104,8 @@ struct AttrData {
     void clear() {
         constexpr unsigned long few = 5;
         const bool isMatrix = type == AttrType::Mat3 || type == AttrType::Mat4;
-        std::fill_n(value, isMatrix ? std::size(value) : few, 0);
+        std::fill_n(value, few, 0);
+        if (isMatrix) std::fill_n(value, std::size(value), 0);
         type = AttrType::Null;
     }
     void setComponent(int i, double number) { std::memcpy(&value[i], &number, sizeof number); }
@@ -238,7 +239,7 @@ template <class T, unsigned long longestScan = 8>
 class NamedList {
   public:
     T* find(const String& name) const;
-    void add(T* item);  // throws std::bad_alloc and is then unchanged
+    inline void add(T* item);  // throws std::bad_alloc and is then unchanged
     unsigned long size() const { return size_; }
     T* operator[](unsigned long i) const { return many_ ? many_->items[i] : few_[i]; }
     // Has memory fetch what `find` looks at first, where that may be far away.
@@ -262,6 +263,8 @@ class NamedList {
     };
 
     static_assert(longestScan <= sizeof(std::uint64_t));
+
+    void addToMany(T* item);
 
     unsigned long size_ = 0;
     std::uint64_t marks_ = 0;  // of the few, the first lowest
@@ -517,8 +520,9 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
 
     // A new input at the end of `list`, in the memory of the node's scene, with one reference, its
     // holder's. Throws std::bad_alloc.
-    static inline Input* addTo(NamedList<Input>& list, Node* node, Input* parent,
-                               const String& name, AttrType type, std::uint32_t elementType);
+    [[gnu::always_inline]] static inline Input* addTo(NamedList<Input>& list, Node* node,
+                                                      Input* parent, const String& name,
+                                                      AttrType type, std::uint32_t elementType);
     static inline Input* make(Node* node, Input* parent, unsigned long position, const String& name,
                               AttrType type, std::uint32_t elementType);
     inline Input(Node* node, Input* parent, unsigned long position, const String& name,
@@ -947,19 +951,21 @@ T* NamedList<T, longestScan>::find(const String& name) const {
 
 template <class T, unsigned long longestScan>
 void NamedList<T, longestScan>::add(T* item) {
-    if (size_ == longestScan && !many_) {
+    if (size_ >= longestScan) return addToMany(item);
+    few_[size_] = item;
+    marks_ |= std::uint64_t(item->name().mark()) << 8 * size_;
+    ++size_;
+}
+
+template <class T, unsigned long longestScan>
+void NamedList<T, longestScan>::addToMany(T* item) {
+    if (!many_) {
         auto many = std::make_unique<Many>();
         for (T* const each : few_)
             many->add(each);
         many_ = std::move(many);
     }
-    if (many_) {
-        many_->add(item);
-    } else {
-        few_[size_] = item;
-        marks_ &= ~(std::uint64_t(0xFF) << 8 * size_);
-        marks_ |= std::uint64_t(item->name().mark()) << 8 * size_;
-    }
+    many_->add(item);
     ++size_;
 }
 
