@@ -988,16 +988,10 @@ bool KvtParser::parse(IScene* scene, Lexer* lexer) {
         return true;
     } catch (const std::runtime_error& error) {
         logError("%s", error.what());
-        dropPending();
+        pendingConnections = {};
+        pendingIdentifiers = {};
         return false;
     }
-}
-
-void KvtParser::dropPending() {
-    pendingConnections = {};
-    pendingIdentifiers = {};
-    outputsToConnect_ = {};
-    nodesToSet_ = {};
 }
 
 // statement = comment | remove | define | declare | with | assign
@@ -1817,12 +1811,11 @@ void KvtParser::postpone(PendingMap<AssignInfo>& pending, const Walk& walk,
 }
 
 template <class Name, class Written>
-void KvtParser::postpone(PendingMap<Waiting<Name>>& pending, const Walk& walk,
-                         const Written& name) {
-    if (Waiting<Name>* const waiting = earlier(pending, walk)) {
-        waiting->name = name;
+void KvtParser::postpone(PendingMap<Name>& pending, const Walk& walk, const Written& written) {
+    if (Name* const waiting = earlier(pending, walk)) {
+        *waiting = written;
     } else {
-        pending.emplace(walk.input, walk.input, name);
+        pending.emplace(walk.input, written);
     }
 }
 
@@ -1895,18 +1888,17 @@ template <class Batch, class NameOf>
 void expectNodes(const Scene& scene, const Batch& batch, NameOf nameOf) {
     for (const auto* const entry : batch) {
         __builtin_prefetch(entry->key, 1);
-        scene.expectNode(nameOf(entry->value.name));
+        scene.expectNode(nameOf(entry->value));
     }
     for (const auto* const entry : batch)
-        scene.expectFoundNode(nameOf(entry->value.name));
+        scene.expectFoundNode(nameOf(entry->value));
 }
 
 }  // namespace
 
 // output = node "." name, the only shape of a path that names one
 KvtParser::OutputName& KvtParser::OutputName::operator=(const ds::Vector<Token>& path) {
-    const bool isShape =
-        path.size() == 3 && path[0].type == Token::Id && path[1].type == Token::Dot;
+    const bool isShape = path.size() == 3 && path[0].type == Token::Id;
     node = isShape ? path[0].text : collapse(path);
     output = isShape ? path[2].text : String();
     return *this;
@@ -1916,7 +1908,7 @@ KvtParser::OutputName& KvtParser::OutputName::operator=(const ds::Vector<Token>&
 void KvtParser::resolveConnections() {
     OutputNames names;
     pendingConnections.forEachInserted(
-        [&names](const auto& entry) { names.emplace(entry.key, entry.key, entry.value.refPath); });
+        [&names](const auto& entry) { names.emplace(entry.key, entry.value.refPath); });
     connectAll(names);
     connectAll(outputsToConnect_);
 }
@@ -1929,7 +1921,7 @@ void KvtParser::connectAll(const OutputNames& pending) {
     });
     if (allConnected) return;
     pending.forEach([this](const auto& entry) {
-        const OutputName& name = entry.value.name;
+        const OutputName& name = entry.value;
         Node* const node = nodeOf(name);
         if (!node || !outputOf(*node, name.output)) connectTo(*entry.key, name);
     });
@@ -1940,12 +1932,12 @@ bool KvtParser::connectWhatIsThere(const Batch<OutputName>& batch) {
     expectNodes(scene(), batch, [](const OutputName& name) -> const String& { return name.node; });
     Node* nodes[batchSize];
     for (unsigned long i = 0; i < batch.size(); ++i) {
-        nodes[i] = nodeOf(batch[i]->value.name);
+        nodes[i] = nodeOf(batch[i]->value);
         if (nodes[i]) nodes[i]->expectOutput();
     }
     Output* outputs[batchSize];
     for (unsigned long i = 0; i < batch.size(); ++i) {
-        outputs[i] = nodes[i] ? outputOf(*nodes[i], batch[i]->value.name.output) : nullptr;
+        outputs[i] = nodes[i] ? outputOf(*nodes[i], batch[i]->value.output) : nullptr;
         if (outputs[i]) outputs[i]->expectConnection();
     }
     bool allConnected = true;
@@ -1995,7 +1987,7 @@ void KvtParser::connectTo(IInput& input, const OutputName& name) {
 void KvtParser::resolveIdentifiers() {
     NodeNames names;
     pendingIdentifiers.forEachInserted(
-        [&names](const auto& entry) { names.emplace(entry.key, entry.key, entry.value.token4); });
+        [&names](const auto& entry) { names.emplace(entry.key, entry.value.token4); });
     setAll(names);
     setAll(nodesToSet_);
 }
@@ -2005,7 +1997,7 @@ void KvtParser::setAll(const NodeNames& pending) {
     forEachBatch(pending, [&](const auto& batch) { allSet = setWhatIsThere(batch) && allSet; });
     if (allSet) return;
     pending.forEach([this](const auto& entry) {
-        const Token& reference = entry.value.name;
+        const Token& reference = entry.value;
         if (reference.type == Token::Null || referredNode(reference)) return;
         logWarning("Cannot assign nonexistent node %s to %s.", reference.text.buf(),
                    entry.key->fullName().buf());
@@ -2017,12 +2009,12 @@ bool KvtParser::setWhatIsThere(const Batch<Token>& batch) {
                 [](const Token& reference) -> const String& { return reference.text; });
     Node* nodes[batchSize];
     for (unsigned long i = 0; i < batch.size(); ++i) {
-        nodes[i] = referredNode(batch[i]->value.name);
+        nodes[i] = referredNode(batch[i]->value);
         if (nodes[i]) nodes[i]->expectReference();
     }
     bool allSet = true;
     for (unsigned long i = 0; i < batch.size(); ++i) {
-        const bool isKnown = nodes[i] || batch[i]->value.name.type == Token::Null;
+        const bool isKnown = nodes[i] || batch[i]->value.type == Token::Null;
         if (isKnown) batch[i]->key->setNode(nodes[i]);
         allSet = allSet && isKnown;
     }

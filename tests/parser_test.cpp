@@ -1068,10 +1068,16 @@ TEST(Assignments, OfReferencesWait) {
 }
 
 TEST(Assignments, ThatWaitHoldNothingOfFormerValues) {
-    Parsing p("n.m = mat4(1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16); n.x = foo; n.y |= n.o;");
+    Parsing p(
+        "n.b = float[2] {1 2}; n.m = mat4(1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16);"
+        "n.x = foo; n.y |= n.o;");
     Node* const node = p.scene.createNode("t", "n", "");
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 4; ++i)
         EXPECT_TRUE(p.parser.parseAssign());
+    const KvtParser::AssignInfo& connection = p.parser.pendingConnections.find(node->input("y"));
+    for (const Token* const t :
+         {&connection.token1, &connection.token2, &connection.token3, &connection.token4})
+        EXPECT_EQ(Token(), *t);
     for (const std::uint64_t word : p.parser.pendingIdentifiers.find(node->input("x")).data.value)
         EXPECT_EQ(0U, word);
     for (const std::uint64_t word : p.parser.pendingConnections.find(node->input("y")).data.value)

@@ -287,19 +287,8 @@ class KvtParser {
         String node;
         String output;
     };
-    // Keeps its input alive.
-    template <class Name>
-    struct Waiting {
-        Waiting() = default;
-        template <class Written>
-        Waiting(interfaces::IInput* itsInput, const Written& written)
-            : input(itsInput), name(written) {}
-
-        RefersTo<interfaces::IInput> input;
-        Name name;
-    };
-    using OutputNames = PendingMap<Waiting<OutputName>>;
-    using NodeNames = PendingMap<Waiting<Token>>;
+    using OutputNames = PendingMap<OutputName>;
+    using NodeNames = PendingMap<Token>;
 
     Scene& scene() const { return static_cast<Scene&>(*scene_); }
 
@@ -351,12 +340,12 @@ class KvtParser {
     static Value* earlier(PendingMap<Value>& pending, const Walk& walk);
     void postpone(PendingMap<AssignInfo>& pending, const Walk& walk, const AssignInfo& info);
     template <class Name, class Written>
-    static void postpone(PendingMap<Waiting<Name>>& pending, const Walk& walk, const Written& name);
+    static void postpone(PendingMap<Name>& pending, const Walk& walk, const Written& written);
     inline void storeValue(Input& target, Input* parent, AssignInfo& info);
     bool fit(AssignInfo& info, Input& target);
     void checkEnumeration(const Input& target);
     template <class Name>
-    using Batch = ds::Vector<const typename PendingMap<Waiting<Name>>::Node*>;
+    using Batch = ds::Vector<const typename PendingMap<Name>::Node*>;
     void connectAll(const OutputNames& pending);
     bool connectWhatIsThere(const Batch<OutputName>& batch);
     void connectTo(interfaces::IInput& input, const OutputName& name);
@@ -365,7 +354,6 @@ class KvtParser {
     void setAll(const NodeNames& pending);
     bool setWhatIsThere(const Batch<Token>& batch);
     Node* referredNode(const Token& reference) const;
-    void dropPending();
 
     Lexer* lexer_ = nullptr;
     static constexpr unsigned lookahead = 3;
@@ -384,7 +372,8 @@ class KvtParser {
     const Pending pending_ = Pending::Records;
     OutputNames outputsToConnect_;
     NodeNames nodesToSet_;
-    // Keep the inputs of the records alive, one reference each.
+    // Keep the inputs of the records alive, one reference each: whoever drives the parser may
+    // remove nodes meanwhile. What a document does destroys no input.
     ds::Vector<RefersTo<interfaces::IInput>> held_;
 
   public:
