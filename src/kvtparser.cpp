@@ -312,11 +312,15 @@ constexpr struct {
 
 // In any letter case; the token has one.
 inline void recogniseWord(Token& t) {
+    constexpr unsigned caseless = 31;  // of a letter
+    constexpr unsigned firstLetters =
+        1U << ('t' & caseless) | 1U << ('f' & caseless) | 1U << ('n' & caseless);
+    const char first = t.text.buf()[0];
+    if ((firstLetters >> (static_cast<unsigned char>(first) & caseless) & 1U) == 0) return;
     const bool mayBeReserved = t.text.len() == 4 || t.text.len() == 5;
     if (!mayBeReserved) return;
-    const char first = ascii::lower(t.text.buf()[0]);
     for (const auto& word : reserved) {
-        if (first != word.spelling[0]) continue;
+        if (ascii::lower(first) != word.spelling[0]) continue;
         if (words::lowered(words::load(t.text.buf())) != words::load(word.spelling)) return;
         t.type = word.type;
         t.text.assign({word.spelling, t.text.len()});
@@ -997,7 +1001,7 @@ bool KvtParser::parse(IScene* scene, Lexer* lexer) {
 // statement = comment | remove | define | declare | with | assign
 //
 // A `with` looks like a declaration and is taken as one, of type `with` if the node is not there.
-bool KvtParser::statement() {
+inline bool KvtParser::statement() {
     if (la(1) == Token::Dot)
         return parseAssign();  // begins nothing else, and is most of a document
     return parseComment() || parseRemove() || parseDefine() || parseDeclare() || parseWith() ||

@@ -304,7 +304,7 @@ class KvtParser {
     [[gnu::always_inline]] inline bool readEnd(Lexer::Glance& glance);
     [[gnu::always_inline]] inline bool readAhead(Lexer::Glance& glance, unsigned skipped);
     inline void takeRead(const Lexer::Glance& glance, unsigned count);
-    bool statement();
+    inline bool statement();
     bool isNamed(const char* keyword, Token::Type end) const;
     String takeName();
     void takeHead();
