@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "bytes.h"
 #include "reading.h"
 
 namespace {
@@ -137,6 +138,30 @@ TEST_F(RemovalTest, OfManyNodesLeavesTheRest) {
     }
     scene.purgeRemoved();
     EXPECT_EQ(scene.nodeCount(), count / 2);
+}
+
+// A name is found from its node's creation to its removal, and no other is, while the index grows,
+// closes gaps and takes names in again.
+TEST_F(RemovalTest, AmongCreationsLeavesEveryNameFoundOrNot) {
+    constexpr unsigned long names = 300;
+    kvt::test::Random random(1);
+    Scene scene;
+    std::vector<Node*> expected(names, nullptr);
+    for (int step = 0; step < 20'000; ++step) {
+        const unsigned long i = random.below(step < 2'000 ? 40 : names);
+        const String name(i);
+        if (expected[i]) {
+            scene.removeNode(name);
+            expected[i] = nullptr;
+        } else {
+            expected[i] = scene.createNode("t", name, "");
+            ASSERT_NE(nullptr, expected[i]);
+        }
+        ASSERT_EQ(expected[i], scene.findNode(name)) << step;
+        const unsigned long other = random.below(names);
+        ASSERT_EQ(expected[other], scene.findNode(String(other))) << step;
+        ASSERT_EQ(nullptr, expected[other] ? scene.createNode("t", String(other), "") : nullptr);
+    }
 }
 
 // --- what it cuts

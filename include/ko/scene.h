@@ -208,7 +208,7 @@ class NameIndex {
     struct Mark : ds::InBlock {
         unsigned char bits = 0;
     };
-    // Not initialised where there is no mark.
+    // Not initialised where there is no mark, nor where the newest item goes.
     struct Slot : ds::InBlock {
         T* item;
         unsigned long hash;
@@ -224,12 +224,21 @@ class NameIndex {
     unsigned long next(unsigned long at) const { return home(at + 1); }
     // Where the item of that hash and name stands, or would stand.
     unsigned long place(unsigned long hash, const String& name) const;
-    void put(unsigned long at, T* item, unsigned long hash);
+    void put(unsigned long at, const Slot& slot);
+    bool isNewest(unsigned long at) const { return at == newestAt_; }
+    const Slot& slotAt(unsigned long at) const { return isNewest(at) ? newest_ : slots_[at]; }
+    void settle() noexcept;
     void grow();
+
+    static constexpr unsigned long nowhere = ~0UL;
 
     ds::Vector<Mark> marks_;  // none, or a power of two of them
     std::unique_ptr<Slot[]> slots_;
     unsigned long size_ = 0;
+    // What was inserted last gets into its slot when the next item comes: the slot is far away as a
+    // rule, and a processor that waits to write there soon has no room for other writes.
+    Slot newest_{};
+    unsigned long newestAt_ = nowhere;
 };
 
 // Things with unique names in the order in which they were added; does not own them. A few stand in
@@ -839,8 +848,9 @@ template <class T>
 unsigned long NameIndex<T>::place(unsigned long hash, const String& name) const {
     unsigned long at = home(hash);
     const auto isOther = [&] {
-        return marks_[at].bits != markOf(hash) || slots_[at].hash != hash ||
-               slots_[at].item->name() != name;
+        if (marks_[at].bits != markOf(hash)) return true;
+        const Slot& slot = slotAt(at);
+        return slot.hash != hash || slot.item->name() != name;
     };
     while (isTaken(at) && isOther())
         at = next(at);
@@ -851,7 +861,7 @@ template <class T>
 T* NameIndex<T>::find(const String& name) const {
     if (size_ == 0) return nullptr;
     const unsigned long at = place(name.hash(), name);
-    return isTaken(at) ? slots_[at].item : nullptr;
+    return isTaken(at) ? slotAt(at).item : nullptr;
 }
 
 template <class T>
@@ -865,10 +875,14 @@ void NameIndex<T>::expect(const String& name) const {
 template <class T>
 void NameIndex<T>::expectItem(const String& name) const {
     if (size_ == 0) return;
-    const unsigned long at = home(name.hash());
+    const unsigned long hash = name.hash();
+    unsigned long at = home(hash);
+    while (isTaken(at) && marks_[at].bits != markOf(hash))
+        at = next(at);
     if (!isTaken(at)) return;
-    __builtin_prefetch(slots_[at].item);
-    __builtin_prefetch(reinterpret_cast<const char*>(slots_[at].item) + 64);
+    const T* const item = slotAt(at).item;
+    __builtin_prefetch(item);
+    __builtin_prefetch(reinterpret_cast<const char*>(item) + 64);
 }
 
 template <class T>
@@ -891,27 +905,39 @@ std::optional<typename NameIndex<T>::Place> NameIndex<T>::freePlace(const String
 
 template <class T>
 void NameIndex<T>::insertAt(Place place, T* item) noexcept {
-    put(place.at, item, place.hash);
+    settle();
+    marks_[place.at].bits = markOf(place.hash);
+    newest_.item = item;
+    newest_.hash = place.hash;
+    newestAt_ = place.at;
+    __builtin_prefetch(&slots_[place.at], 1);
     ++size_;
 }
 
 template <class T>
-void NameIndex<T>::put(unsigned long at, T* item, unsigned long hash) {
-    marks_[at].bits = markOf(hash);
-    slots_[at].item = item;
-    slots_[at].hash = hash;
+void NameIndex<T>::put(unsigned long at, const Slot& slot) {
+    marks_[at].bits = markOf(slot.hash);
+    slots_[at] = slot;
+}
+
+template <class T>
+void NameIndex<T>::settle() noexcept {
+    if (newestAt_ == nowhere) return;
+    slots_[newestAt_] = newest_;
+    newestAt_ = nowhere;
 }
 
 template <class T>
 void NameIndex<T>::grow() {
     constexpr unsigned long smallest = 16;
+    settle();
     NameIndex grown(marks_.isEmpty() ? smallest : 2 * marks_.size());
     for (unsigned long i = 0; i < marks_.size(); ++i) {
         if (!isTaken(i)) continue;
         unsigned long at = grown.home(slots_[i].hash);
         while (grown.isTaken(at))
             at = grown.next(at);
-        grown.put(at, slots_[i].item, slots_[i].hash);
+        grown.put(at, slots_[i]);
     }
     marks_ = std::move(grown.marks_);
     slots_ = std::move(grown.slots_);
@@ -921,6 +947,7 @@ void NameIndex<T>::grow() {
 template <class T>
 void NameIndex<T>::erase(const String& name) noexcept {
     if (size_ == 0) return;
+    settle();
     unsigned long gap = place(name.hash(), name);
     if (!isTaken(gap)) return;
     --size_;
@@ -928,7 +955,7 @@ void NameIndex<T>::erase(const String& name) noexcept {
         const unsigned long mask = marks_.size() - 1;
         const unsigned long stepsFromHome = (at - slots_[at].hash) & mask;
         if (stepsFromHome < ((at - gap) & mask)) continue;
-        put(gap, slots_[at].item, slots_[at].hash);
+        put(gap, slots_[at]);
         gap = at;
     }
     marks_[gap] = Mark();
