@@ -310,13 +310,23 @@ constexpr struct {
     Token::Type type;
 } reserved[] = {{"true", Token::True}, {"false", Token::False}, {"null", Token::Null}};
 
+// The bit of a letter of either case.
+constexpr unsigned letterBit(char letter) {
+    return 1U << (static_cast<unsigned char>(letter) & 31U);
+}
+
+// Most identifiers begin with a letter that no reserved word begins with.
+constexpr unsigned reservedFirstLetters = [] {
+    unsigned letters = 0;
+    for (const auto& word : reserved)
+        letters |= letterBit(word.spelling[0]);
+    return letters;
+}();
+
 // In any letter case; the token has one.
 inline void recogniseWord(Token& t) {
-    constexpr unsigned caseless = 31;  // of a letter
-    constexpr unsigned firstLetters =
-        1U << ('t' & caseless) | 1U << ('f' & caseless) | 1U << ('n' & caseless);
     const char first = t.text.buf()[0];
-    if ((firstLetters >> (static_cast<unsigned char>(first) & caseless) & 1U) == 0) return;
+    if ((reservedFirstLetters & letterBit(first)) == 0) return;
     const bool mayBeReserved = t.text.len() == 4 || t.text.len() == 5;
     if (!mayBeReserved) return;
     for (const auto& word : reserved) {
