@@ -1002,10 +1002,16 @@ bool KvtParser::parse(IScene* scene, Lexer* lexer) {
         return true;
     } catch (const std::runtime_error& error) {
         logError("%s", error.what());
-        pendingConnections = {};
-        pendingIdentifiers = {};
+        dropPending();
         return false;
     }
+}
+
+void KvtParser::dropPending() {
+    pendingConnections = {};
+    pendingIdentifiers = {};
+    outputsToConnect_ = {};
+    nodesToSet_ = {};
 }
 
 // statement = comment | remove | define | declare | with | assign
@@ -1910,13 +1916,17 @@ void expectNodes(const Scene& scene, const Batch& batch, NameOf nameOf) {
 
 }  // namespace
 
-// output = node "." name, the only shape of a path that names one
+// output = node "." name
 KvtParser::OutputName& KvtParser::OutputName::operator=(const ds::Vector<Token>& path) {
-    const bool isShape = path.size() == 3 && path[0].type == Token::Id;
+    const bool isShape = path.size() == 3 && path[0].type == Token::Id &&
+                         path[1].type == Token::Dot && path[2].type == Token::Id;
     node = isShape ? path[0].text : collapse(path);
     output = isShape ? path[2].text : String();
     return *this;
 }
+
+// Two parts name a node and an output too, as in ".node.output" or "node.output[0]".
+StringVector KvtParser::OutputName::parts() const { return node.split('.', true, false); }
 
 // What was kept whole, which only parsers that are driven by hand do, is resolved by its names too.
 void KvtParser::resolveConnections() {
@@ -1927,7 +1937,8 @@ void KvtParser::resolveConnections() {
     connectAll(outputsToConnect_);
 }
 
-// Whatever is there is connected first; the rest, and its warnings, follow in the order of the map.
+// Whatever is there is connected first, in the order of the document; the rest is told of in the
+// order of the map.
 void KvtParser::connectAll(const OutputNames& pending) {
     bool allConnected = true;
     forEachBatch(pending, [&](const auto& batch) {
@@ -1937,7 +1948,7 @@ void KvtParser::connectAll(const OutputNames& pending) {
     pending.forEach([this](const auto& entry) {
         const OutputName& name = entry.value;
         Node* const node = nodeOf(name);
-        if (!node || !outputOf(*node, name.output)) connectTo(*entry.key, name);
+        if (!node || !outputOf(*node, name)) leaveUnconnected(*entry.key, name);
     });
 }
 
@@ -1951,7 +1962,7 @@ bool KvtParser::connectWhatIsThere(const Batch<OutputName>& batch) {
     }
     Output* outputs[batchSize];
     for (unsigned long i = 0; i < batch.size(); ++i) {
-        outputs[i] = nodes[i] ? outputOf(*nodes[i], batch[i]->value.output) : nullptr;
+        outputs[i] = nodes[i] ? outputOf(*nodes[i], batch[i]->value) : nullptr;
         if (outputs[i]) outputs[i]->expectConnection();
     }
     bool allConnected = true;
@@ -1963,15 +1974,21 @@ bool KvtParser::connectWhatIsThere(const Batch<OutputName>& batch) {
 }
 
 Node* KvtParser::nodeOf(const OutputName& name) const {
-    return name.output.isEmpty() ? nullptr : scene().findNode(name.node);
+    if (!name.output.isEmpty()) return scene().findNode(name.node);
+    const StringVector parts = name.parts();
+    return parts.size() == 2 ? scene().findNode(parts[0]) : nullptr;
 }
 
-Output* KvtParser::outputOf(Node& node, const String& name) {
-    return node.output(updateOutputName(node.type(), name));
+// Of the node that the reference names.
+Output* KvtParser::outputOf(Node& node, const OutputName& name) {
+    const auto found = [&node](const String& written) {
+        return node.output(updateOutputName(node.type(), written));
+    };
+    return name.output.isEmpty() ? found(name.parts()[1]) : found(name.output);
 }
 
-// To whatever was written, with a warning where that leads nowhere.
-void KvtParser::connectTo(IInput& input, const OutputName& name) {
+// Disconnects the input where "null" was written; warns of what leads nowhere.
+void KvtParser::leaveUnconnected(IInput& input, const OutputName& name) {
     const String text = name.output.isEmpty() ? name.node : name.node + "." + name.output;
     if (text.toLower(true).trim(true, true) == "null") {
         input.disconnect();
@@ -1980,21 +1997,13 @@ void KvtParser::connectTo(IInput& input, const OutputName& name) {
     const StringVector parts = text.split('.', true, false);
     if (parts.size() != 2) {
         logWarning("Invalid output: %s.", text.buf());
-        return;
-    }
-    Node* const node = scene().findNode(parts[0]);
-    if (!node) {
+    } else if (!nodeOf(name)) {
         logWarning("Cannot connect nonexistent node %s to %s.", parts[0].buf(),
                    input.fullName().buf());
-        return;
-    }
-    Output* const output = outputOf(*node, parts[1]);
-    if (!output) {
+    } else {
         logWarning("Cannot connect nonexistent output %s to %s.", text.buf(),
                    input.fullName().buf());
-        return;
     }
-    input.connect(output);
 }
 
 // Likewise.

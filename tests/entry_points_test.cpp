@@ -48,6 +48,29 @@ std::multiset<std::string> linesOf(const std::string& log) {
     return lines;
 }
 
+std::vector<std::string> inputsAt(const Node& node, const char* output) {
+    std::vector<std::string> names;
+    for (const Input* const input : node.findOutput(output)->connected())
+        names.emplace_back(input->name().view());
+    return names;
+}
+
+TEST(EntryPoints, ConnectInTheOrderOfTheDocument) {
+    std::string document = "t n:";
+    std::vector<std::string> plain;
+    std::vector<std::string> indexed;
+    for (int i = 0; i < 300; ++i) {
+        plain.push_back("x" + std::to_string(i));
+        indexed.push_back("y" + std::to_string(i));
+        document += "." + plain.back() + (i % 3 == 0 ? "|= n.out;" : "|= .n.out;");
+        document += "." + indexed.back() + "|= n.out[0];";
+    }
+    Scene scene;
+    EXPECT_TRUE(readText(&scene, document).ok);
+    EXPECT_EQ(plain, inputsAt(*scene.findNode("n"), "out"));
+    EXPECT_EQ(indexed, inputsAt(*scene.findNode("n"), "out[0]"));
+}
+
 // The entry points keep only the names of what waits for the end of a document, and a parser of
 // one's own whole records: nobody can tell from the scene and the messages.
 TEST(EntryPoints, ReadAsAParserOfOnesOwnDoes) {

@@ -1142,6 +1142,21 @@ TEST(Assignments, ThatWaitWithoutAPathAreWarnedOf) {
     EXPECT_EQ("Invalid output: .", log.records()[0].text.view());
 }
 
+TEST(Assignments, ThatWaitForOtherThanTwoNamesAreWarnedOf) {
+    Parsing p("");
+    Node* const node = p.scene.createNode("t", "n", "");
+    KvtParser::AssignInfo info;
+    for (const Token& t : {token(Token::Id, "n", 1, 1), token(Token::Slash, "/", 1, 2),
+                           token(Token::Id, "out", 1, 3)})
+        info.refPath.push_back(t);
+    p.parser.pendingConnections.insert(node->createInput("x", AttrType::Null), info);
+    const LogCapture log;
+    p.parser.resolveConnections();
+    ASSERT_EQ(1U, log.records().size());
+    EXPECT_EQ("Invalid output: n/out.", log.records()[0].text.view());
+    EXPECT_EQ(nullptr, node->findOutput("out"));
+}
+
 TEST(Assignments, KeepTheirInputsWhileTheyWait) {
     Parsing p("n.list[1].x |= m.out; n.list[0].y = m;");
     p.scene.createNode("t", "n", "");

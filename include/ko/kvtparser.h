@@ -272,17 +272,18 @@ class KvtParser {
     using PendingMap = ds::HashMap<interfaces::IInput*, Value>;
 
     // What is kept of an assignment until it is resolved: its record, or only the names in it,
-    // which is enough where nobody can look at the maps, and a tenth of the memory.
+    // which is enough where nobody can look at the maps, and takes far less memory.
     enum class Pending { Records, Names };
     explicit KvtParser(Pending pending);
     friend bool parseString(interfaces::IScene* scene, String text);
     friend bool parseKvt(interfaces::IScene* scene, File file, bool keepHeader);
 
-    // A reference to an output. One of any other shape stands in `node` as it was written.
+    // A reference to an output. One that is not of two names stands in `node` as it was written.
     struct OutputName {
         OutputName() = default;
         explicit OutputName(const ds::Vector<Token>& path) { *this = path; }
         OutputName& operator=(const ds::Vector<Token>& path);
+        StringVector parts() const;
 
         String node;
         String output;
@@ -305,6 +306,7 @@ class KvtParser {
     [[gnu::always_inline]] inline bool readAhead(Lexer::Glance& glance, unsigned skipped);
     inline void takeRead(const Lexer::Glance& glance, unsigned count);
     inline bool statement();
+    void dropPending();
     bool isNamed(const char* keyword, Token::Type end) const;
     String takeName();
     void takeHead();
@@ -348,9 +350,9 @@ class KvtParser {
     using Batch = ds::Vector<const typename PendingMap<Name>::Node*>;
     void connectAll(const OutputNames& pending);
     bool connectWhatIsThere(const Batch<OutputName>& batch);
-    void connectTo(interfaces::IInput& input, const OutputName& name);
+    void leaveUnconnected(interfaces::IInput& input, const OutputName& name);
     Node* nodeOf(const OutputName& name) const;
-    static Output* outputOf(Node& node, const String& name);
+    static Output* outputOf(Node& node, const OutputName& name);
     void setAll(const NodeNames& pending);
     bool setWhatIsThere(const Batch<Token>& batch);
     Node* referredNode(const Token& reference) const;
@@ -373,7 +375,7 @@ class KvtParser {
     OutputNames outputsToConnect_;
     NodeNames nodesToSet_;
     // Keep the inputs of the records alive, one reference each: whoever drives the parser may
-    // remove nodes meanwhile. What a document does destroys no input.
+    // purge removed nodes meanwhile. What a document does destroys no input.
     ds::Vector<RefersTo<interfaces::IInput>> held_;
 
   public:
