@@ -1468,25 +1468,26 @@ bool KvtParser::parseAssign() {
     const Token::Type sign = signOfShort();
     if ((sign == Token::Equals && readAssignmentAtAGlance(info)) ||
         (sign == Token::Pipe && readReferenceAtAGlance(info))) {
-        expectNext(withNode_);
+        expectNext(nullptr);
         assignShort(info);
         return true;
     }
     if (!path(info.path)) return false;
     expectMember(info.path);
     if (!connect(info) && !value(info)) return false;
-    expectNext(info.path[0].type == Token::Dot ? withNode_ : nullptr);
     assign(info);
     return true;
 }
 
 // Has memory fetch what the next statement looks up first, while this one is carried out: a node,
-// or an input of `node`, which may be null.
-inline void KvtParser::expectNext(const Node* node) const {
+// or an input of one. Where it names its node, that may be the one named now, unless null.
+inline void KvtParser::expectNext(const Node* named) const {
     if (la(1) == Token::Dot) {
-        if (node && la(2) == Token::Id) node->expectInput(peek(2).text);
+        if (withNode_ && la(2) == Token::Id) withNode_->expectInput(peek(2).text);
     } else if (la(1) == Token::Id && la(2) == Token::Id) {
         scene().expectNode(peek(2).text);
+    } else if (named && la(1) == Token::Id && la(3) == Token::Id) {
+        if (named->name() == peek(1).text) named->expectInput(peek(3).text);
     }
 }
 
@@ -1590,6 +1591,7 @@ inline void KvtParser::assignShort(AssignInfo& info) {
 
 void KvtParser::assign(AssignInfo& info) {
     Walk walk{assignedNode(info), info};
+    expectNext(&walk.node);
     if (!reachTarget(walk)) inputNotFound(info, walk.node);
     carryOut(walk, info);
 }
@@ -1810,14 +1812,14 @@ bool takesAsIs(const Input& target, const AttrData& data) {
 
 }  // namespace
 
-// What waits for the target already: the last assignment to an input wins. What is assigned again
-// is mostly assigned in the same order.
+// What waits for the target already: the last assignment to an input wins. Inputs that were there
+// before are mostly assigned in their order, and memory takes longer than one statement.
 template <class Value>
 Value* KvtParser::earlier(PendingMap<Value>& pending, const Walk& walk) {
-    auto* const entry = walk.isNew ? nullptr : pending.findNode(walk.input);
-    if (!entry) return nullptr;
-    if (!walk.parent) pending.expect(walk.node.inputAt(walk.input->position() + 1));
-    return &entry->value;
+    if (walk.isNew) return nullptr;
+    if (!walk.parent) pending.expect(walk.node.inputAt(walk.input->position() + 2));
+    auto* const entry = pending.findNode(walk.input);
+    return entry ? &entry->value : nullptr;
 }
 
 void KvtParser::postpone(PendingMap<AssignInfo>& pending, const Walk& walk,
