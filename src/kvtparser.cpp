@@ -1468,7 +1468,7 @@ bool KvtParser::parseAssign() {
     const Token::Type sign = signOfShort();
     if ((sign == Token::Equals && readAssignmentAtAGlance(info)) ||
         (sign == Token::Pipe && readReferenceAtAGlance(info))) {
-        expectNext(nullptr);
+        expectNext(withNode_);
         assignShort(info);
         return true;
     }
@@ -1480,14 +1480,14 @@ bool KvtParser::parseAssign() {
 }
 
 // Has memory fetch what the next statement looks up first, while this one is carried out: a node,
-// or an input of one. Where it names its node, that may be the one named now, unless null.
-inline void KvtParser::expectNext(const Node* named) const {
+// or an input of `node`, the one that this one assigns to, or null.
+inline void KvtParser::expectNext(const Node* node) const {
     if (la(1) == Token::Dot) {
-        if (withNode_ && la(2) == Token::Id) withNode_->expectInput(peek(2).text);
+        if (node && la(2) == Token::Id) node->expectInput(peek(2).text);
     } else if (la(1) == Token::Id && la(2) == Token::Id) {
         scene().expectNode(peek(2).text);
-    } else if (named && la(1) == Token::Id && la(3) == Token::Id) {
-        if (named->name() == peek(1).text) named->expectInput(peek(3).text);
+    } else if (node && la(1) == Token::Id && la(3) == Token::Id) {
+        if (node->name() == peek(1).text) node->expectInput(peek(3).text);
     }
 }
 

@@ -329,7 +329,7 @@ class KvtParser {
     inline void assignShort(AssignInfo& info);
     void assign(AssignInfo& info);
     inline void carryOut(const Walk& walk, AssignInfo& info);
-    inline void expectNext(const Node* named) const;
+    inline void expectNext(const Node* node) const;
     void expectMember(const ds::Vector<Token>& path) const;
     [[noreturn]] void inputNotFound(const AssignInfo& info, const Node& node);
     Node& assignedNode(const AssignInfo& info);
