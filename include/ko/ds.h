@@ -300,9 +300,11 @@ class HashMap {
         unsigned long capacity_ = 0;
     };
 
-    // A place of the index, in open addressing.
+    // A place of the index, in open addressing. The hash stands here too: to tell that a place is
+    // another's takes no look at the node, which is far away.
     struct Slot : InBlock {
         Node* node = nullptr;
+        unsigned long hash = 0;
     };
 
     static unsigned long hashOf(const K& key) {
@@ -340,7 +342,7 @@ class HashMap {
     unsigned long place(unsigned long hash) const noexcept {
         const unsigned long mask = slots_.size() - 1;
         unsigned long at = home(hash);
-        while (slots_[at].node && slots_[at].node->hash != hash)
+        while (slots_[at].node && slots_[at].hash != hash)
             at = (at + 1) & mask;
         return at;
     }
@@ -365,7 +367,9 @@ class HashMap {
     // Of equal hashes the first stays.
     void index(Node& node) noexcept {
         Slot& slot = slots_[place(node.hash)];
-        if (!slot.node) slot.node = &node;
+        if (slot.node) return;
+        slot.node = &node;
+        slot.hash = node.hash;
     }
 
     Bucket buckets_[bucketCount];

@@ -187,8 +187,8 @@ class NameIndex {
   public:
     NameIndex() = default;
     T* find(const String& name) const;
-    // Has memory fetch what `find` looks at first, the place of the name; then the item that stands
-    // there.
+    // Has memory fetch what `find` looks at first, the place of the name and those behind it; then
+    // the item that stands there.
     void expect(const String& name) const;
     void expectItem(const String& name) const;
     void insert(T* item);  // throws std::bad_alloc and is then unchanged
@@ -869,7 +869,10 @@ void NameIndex<T>::expect(const String& name) const {
     if (size_ == 0) return;
     const unsigned long at = home(name.hash());
     __builtin_prefetch(&marks_[at]);
+    // Some items had to step aside, few of them further than that.
+    constexpr unsigned long farthest = 3;
     __builtin_prefetch(&slots_[at], 1);
+    __builtin_prefetch(&slots_[(at + farthest) & (marks_.size() - 1)], 1);
 }
 
 template <class T>
