@@ -83,6 +83,17 @@ unsigned long multiplyModPrime(unsigned long a, unsigned long b) noexcept {
     return sum >= hashPrime ? sum - hashPrime : sum;
 }
 
+#ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION
+
+// The same in every process: what a fuzzer keeps does next time what it did when it was found.
+unsigned long randomBits() noexcept {
+    static unsigned long s_draw = 0;
+    s_draw = ds::spreadBits(s_draw + 1);
+    return s_draw;
+}
+
+#else
+
 // Never throws: a machine without a source of randomness still has a clock.
 unsigned long randomBits() noexcept {
     try {
@@ -93,6 +104,8 @@ unsigned long randomBits() noexcept {
         return ds::spreadBits(static_cast<unsigned long>(now));
     }
 }
+
+#endif
 
 bool equal(std::string_view a, std::string_view b, bool ignoreCase) noexcept {
     return ignoreCase ? ascii::equalNoCase(a, b) : a == b;
