@@ -399,6 +399,7 @@ int run(int argc, char** argv) {
     std::vector<std::string> arguments = {argv[0], "--benchmark_enable_random_interleaving=true"};
     arguments.insert(arguments.end(), options.others.begin(), options.others.end());
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size());
     for (std::string& argument : arguments)
         pointers.push_back(argument.data());
     int count = static_cast<int>(pointers.size());
