@@ -1457,7 +1457,7 @@ struct KvtParser::Walk {
 // What a step should lead to.
 struct KvtParser::Expected {
     AttrType type;
-    AttrType elementType;
+    AttrType elementType = AttrType::Null;
 };
 
 // assign = path ( reference | value )
@@ -1576,8 +1576,8 @@ inline bool KvtParser::readScalar(const Lexer::SeenScalar& seen, AssignInfo& inf
 inline void KvtParser::assignShort(AssignInfo& info) {
     const Token& name = peek(-2);
     Walk walk{*withNode_, info};
-    const FoundInput found = walk.node.findOrCreate(updateInputName(walk.node.type(), name.text),
-                                                    info.data.type, AttrType::Null);
+    const FoundInput found =
+        findOrCreate(walk.node, updateInputName(walk.node.type(), name.text), {info.data.type});
     const bool isKept = info.gotReference && pending_ == Pending::Records;
     if (!found.input || isKept) {
         info.path.push_back(peek(-3));
@@ -1624,6 +1624,18 @@ Node& KvtParser::assignedNode(const AssignInfo& info) {
 
 // --- The walk to the target ---------------------------------------------------------------------
 
+// Inputs that were there before are mostly assigned in their order: the one behind the input of the
+// statement before is looked at first, and the index of a node with many is far away.
+inline FoundInput KvtParser::findOrCreate(Node& node, const String& name,
+                                          const Expected& expected) {
+    Input* const next = node.inputAt(nextPosition_);
+    const FoundInput found = next && next->name() == name
+                                 ? FoundInput{next, false}
+                                 : node.findOrCreate(name, expected.type, expected.elementType);
+    if (found.input) nextPosition_ = found.input->position() + 1;
+    return found;
+}
+
 Input* KvtParser::reachTarget(Walk& walk) {
     for (unsigned long i = walk.stepBehind(0); !walk.isEnd(i); i = walk.stepBehind(i)) {
         Input* const next = takeStep(walk, i);
@@ -1656,7 +1668,7 @@ Input* KvtParser::takeStep(Walk& walk, unsigned long i) {
     }
     const FoundInput step =
         walk.input ? walk.input->findOrCreate(name, expected.type, expected.elementType)
-                   : walk.node.findOrCreate(name, expected.type, expected.elementType);
+                   : findOrCreate(walk.node, name, expected);
     walk.isNew = step.isNew;
     const bool isLast = walk.isEnd(walk.stepBehind(i));
     if (step.input && !step.isNew && !isLast) checkIntermediate(*step.input, expected);
@@ -1813,11 +1825,12 @@ bool takesAsIs(const Input& target, const AttrData& data) {
 }  // namespace
 
 // What waits for the target already: the last assignment to an input wins. Inputs that were there
-// before are mostly assigned in their order, and memory takes longer than one statement.
+// before are mostly assigned in their order, and memory takes as long as a few statements.
 template <class Value>
 Value* KvtParser::earlier(PendingMap<Value>& pending, const Walk& walk) {
     if (walk.isNew) return nullptr;
-    if (!walk.parent) pending.expect(walk.node.inputAt(walk.input->position() + 2));
+    constexpr unsigned long ahead = 8;
+    if (!walk.parent) pending.expect(walk.node.inputAt(walk.input->position() + ahead));
     auto* const entry = pending.findNode(walk.input);
     return entry ? &entry->value : nullptr;
 }

@@ -333,6 +333,7 @@ class KvtParser {
     void expectMember(const ds::Vector<Token>& path) const;
     [[noreturn]] void inputNotFound(const AssignInfo& info, const Node& node);
     Node& assignedNode(const AssignInfo& info);
+    inline FoundInput findOrCreate(Node& node, const String& name, const Expected& expected);
     Input* reachTarget(Walk& walk);
     static Expected expectedAt(const Walk& walk, unsigned long i);
     Input* takeStep(Walk& walk, unsigned long i);
@@ -367,6 +368,7 @@ class KvtParser {
     unsigned head_ = 0;
     interfaces::IScene* scene_ = nullptr;
     Node* withNode_ = nullptr;
+    unsigned long nextPosition_ = 0;  // behind the input that was assigned last
     ds::Vector<Node*> definedNodes_;
 
     // What an assignment is read into, one after the other.
