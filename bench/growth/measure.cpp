@@ -108,9 +108,13 @@ Reading readInKeptMemory(const Document& document, Source source) {
     return bench::inChild([&] {
         bench::keepMemory();
         const auto again = [&] { return measure(document, source, bench::Memory::Kept); };
-        again();
-        const Reading reading = again();
-        return least(reading, again());
+        // The first few leave memory in other pieces than the next one asks for, which then has to
+        // get more from the system.
+        constexpr int readings = 5;
+        Reading reading = again();
+        for (int i = 1; i < readings; ++i)
+            reading = least(reading, again());
+        return reading;
     });
 }
 
