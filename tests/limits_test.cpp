@@ -11,6 +11,7 @@
 
 namespace {
 
+using ko::mirel_sdk::AttrType;
 using ko::mirel_sdk::impl::Scene;
 using kvt::test::readBytes;
 using kvt::test::readText;
@@ -210,6 +211,66 @@ TEST(Names, MayHaveAnyLength) {
         EXPECT_EQ(name + "." + name, input->connection()->fullName().view());
         EXPECT_EQ(name + "." + name, input->fullName().view());
         EXPECT_EQ(1, node.input(ko::String(name + "y"))->asInt());
+    }
+}
+
+std::string characters(unsigned long count, char first) {
+    std::string text;
+    for (unsigned long i = 0; i < count; ++i)
+        text += static_cast<char>(first + i % 26);
+    return text;
+}
+
+TEST(FullNames, AreShownWholeUpTo500Bytes) {
+    Scene scene;
+    auto* const node = scene.createNode("t", "n", "");
+    const std::string name = characters(498, 'a');
+    EXPECT_EQ("n." + name, node->createInput(ko::String(name), AttrType::Int)->fullName().view());
+    EXPECT_EQ("n." + name, node->output(ko::String(name))->fullName().view());
+}
+
+// Wherever the parts of the name begin and end.
+TEST(FullNames, OfMoreBytesAreCutInTheMiddle) {
+    for (unsigned long ofNode = 1; ofNode <= 900; ofNode += 7) {
+        for (const unsigned long ofInput : {1UL, 197UL, 499UL, 1000UL}) {
+            const std::string nodeName = characters(ofNode, 'A');
+            const std::string inputName = characters(ofInput, 'a');
+            const std::string whole = nodeName + "." + inputName;
+            if (whole.size() <= 500) continue;
+            Scene scene;
+            auto* const node = scene.createNode("t", ko::String(nodeName), "");
+            auto* const input = node->createInput(ko::String(inputName), AttrType::Int);
+            auto* const output = node->output(ko::String(inputName));
+            const std::string shown =
+                whole.substr(0, 300) + "..." + whole.substr(whole.size() - 197);
+            EXPECT_EQ(shown, input->fullName().view());
+            EXPECT_EQ(shown, output->fullName().view());
+        }
+    }
+}
+
+// The bytes of all messages about a document that names a node once, for many inputs of it.
+unsigned long logOf(unsigned long size, const std::string& head, const std::string& statement) {
+    std::string document = "t " + std::string(size, 'n') + ":" + head;
+    for (unsigned long i = 0; i < size / statement.size(); ++i)
+        document += statement;
+    Scene scene;
+    return readText(&scene, document).log.size();
+}
+
+TEST(Messages, GrowWithTheDocument) {
+    const struct {
+        const char* head;
+        const char* statement;
+    } rows[] = {
+        {".x=1;", ".x=\"\";"}, {".x=1;", ".x=2.5;"}, {".x[0]=1;", ".x[0]=2.5;"},
+        {"", ".x[*]|=a.b;"},   {"", ".x[*]|=a;"},    {"", ".x[*]=a;"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.statement);
+        const unsigned long small = logOf(16 * 1024, row.head, row.statement);
+        EXPECT_GT(2.3 * static_cast<double>(small),
+                  static_cast<double>(logOf(32 * 1024, row.head, row.statement)));
     }
 }
 

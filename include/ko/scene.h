@@ -326,7 +326,8 @@ class IInput {
     virtual AttrType type() const = 0;
     // The name of `type()`, for arrays and buffers too.
     virtual String typeName() const = 0;
-    // The path from the node on: "m.list[3].x".
+    // The path from the node on: "m.list[3].x". Of more than 500 bytes the first 300, "..." and the
+    // last 197.
     virtual String fullName() const = 0;
     // The flag of this and the other questions is reserved; it has no effect.
     virtual bool isBuffer(bool reserved = false) const = 0;
@@ -597,7 +598,7 @@ class Output {
 
     const String& name() const { return name_; }
     Node* node() const { return node_; }
-    // "node.output".
+    // "node.output", cut like the full name of an input.
     String fullName() const;
     // Says that an input is about to be connected.
     void expectConnection() const { attached_.expectNext(); }

@@ -10,6 +10,7 @@
 #include <ko/scene.h>
 
 #include "pool.h"
+#include "shownname.h"
 
 namespace ko::mirel_sdk::impl {
 
@@ -169,16 +170,17 @@ String Input::fullName() const {
     std::vector<const Input*> steps;
     for (const Input* at = this; at; at = at->parent_)
         steps.push_back(at);
-    std::string path(node_ ? node_->name().view() : std::string_view());
+    ShownName path;
+    if (node_) path.append(node_->name().view());
     std::for_each(steps.rbegin(), steps.rend(), [&path](const Input* step) {
         if (step->parent_ && step->parent_->isArray()) {
-            path += '[' + std::to_string(step->position_) + ']';
+            path.append('[' + std::to_string(step->position_) + ']');
         } else {
-            path += '.';
-            path += step->name_.view();
+            path.append(".");
+            path.append(step->name_.view());
         }
     });
-    return String(path);
+    return path.text();
 }
 
 const Enumeration* Input::enumeration() const {

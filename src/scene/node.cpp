@@ -1,11 +1,14 @@
 #include <algorithm>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include <ko/scene.h>
 
 #include "pool.h"
+#include "shownname.h"
 
 namespace ko::mirel_sdk::impl {
 
@@ -78,7 +81,12 @@ void Node::cut() noexcept {
         referring->setNode(nullptr);
 }
 
-String Output::fullName() const { return node_->name() + "." + name_; }
+String Output::fullName() const {
+    ShownName name;
+    for (const std::string_view part : {node_->name().view(), std::string_view("."), name_.view()})
+        name.append(part);
+    return name.text();
+}
 
 // --- Node types ---------------------------------------------------------------------------------
 
