@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -308,6 +309,154 @@ TEST_F(RemovalTest, IsUndoneNeitherByNamesakesNorByTheirRemoval) {
     EXPECT_TRUE(successor->isRemoved());
     scene_.purgeRemoved();
     EXPECT_EQ(namesOf(scene_), (Names{"stays", "other"}));
+}
+
+// --- while nodes and inputs are walked
+
+// The nodes that a walk visits while `change(node)` is done at each.
+template <class Change>
+Names visitedWhile(Scene& scene, Change change) {
+    Names visited;
+    for (const Node* const node : scene.nodes()) {
+        visited.push_back(str(node->name()));
+        change(visited.back());
+    }
+    return visited;
+}
+
+class NodeWalkTest : public testing::Test {
+  protected:
+    NodeWalkTest() {
+        for (const char* const name : {"a", "b", "c", "d", "e"})
+            scene_.createNode("t", name, "");
+    }
+    void removeAll(const Names& names) {
+        for (const std::string& name : names)
+            scene_.removeNode(name.c_str());
+    }
+    // What is visited when these nodes are removed at "b".
+    Names visitedRemoving(const Names& names) {
+        return visitedWhile(scene_, [&](const std::string& at) {
+            if (at == "b") removeAll(names);
+        });
+    }
+
+    Scene scene_;
+};
+
+TEST_F(NodeWalkTest, GoesOnWhenTheNodeAtHandIsRemoved) {
+    EXPECT_EQ(visitedRemoving({"b"}), (Names{"a", "b", "c", "d", "e"}));
+}
+
+TEST_F(NodeWalkTest, GoesOnBehindTheNextNodeWhenThatIsRemoved) {
+    EXPECT_EQ(visitedRemoving({"c"}), (Names{"a", "b", "d", "e"}));
+}
+
+TEST_F(NodeWalkTest, GoesOnBehindSeveralNodesRemovedInAnyOrder) {
+    Names removed = {"a", "b", "c", "d"};
+    do {
+        Scene scene;
+        for (const char* const name : {"a", "b", "c", "d", "e"})
+            scene.createNode("t", name, "");
+        const Names visited = visitedWhile(scene, [&](const std::string& at) {
+            if (at != "b") return;
+            for (const std::string& name : removed)
+                scene.removeNode(name.c_str());
+        });
+        EXPECT_EQ(visited, (Names{"a", "b", "e"}));
+        EXPECT_EQ(namesOf(scene), Names{"e"});
+    } while (std::next_permutation(removed.begin(), removed.end()));
+}
+
+TEST_F(NodeWalkTest, EndsWhenAllFurtherNodesAreRemoved) {
+    EXPECT_EQ(visitedRemoving({"e", "c", "d"}), (Names{"a", "b"}));
+}
+
+TEST_F(NodeWalkTest, VisitsNodesMadeAfterTheNextWasRemoved) {
+    const Names visited = visitedWhile(scene_, [&](const std::string& at) {
+        if (at != "d") return;
+        scene_.removeNode("e");
+        scene_.createNode("t", "new", "");
+    });
+    EXPECT_EQ(visited, (Names{"a", "b", "c", "d", "new"}));
+}
+
+TEST_F(NodeWalkTest, MayRemoveAndPurgeEachNode) {
+    const Names visited = visitedWhile(scene_, [&](const std::string& at) {
+        scene_.removeNode(at.c_str());
+        scene_.purgeRemoved();
+    });
+    EXPECT_EQ(visited, (Names{"a", "b", "c", "d", "e"}));
+    EXPECT_EQ(scene_.nodeCount(), 0U);
+}
+
+// Four inputs of one node that are connected to one output and refer to one node.
+class LinkWalkTest : public RemovalTest {
+  protected:
+    LinkWalkTest() {
+        for (const char* const name : {"a", "b", "c", "d"}) {
+            Input& made = input(gone_, name, AttrType::Node);
+            made.connect(output_);
+            made.setNode(&other_);
+        }
+    }
+    void disconnect(const Names& names) {
+        for (const std::string& name : names)
+            gone_.input(name.c_str())->disconnect();
+    }
+    // What is visited when these inputs are disconnected at "b".
+    Names visitedDisconnecting(const Names& names) {
+        Names visited;
+        for (const Input* const at : output_->connected()) {
+            visited.push_back(str(at->name()));
+            if (visited.back() == "b") disconnect(names);
+        }
+        return visited;
+    }
+
+    Output* const output_ = stays_.output("out");
+};
+
+TEST_F(LinkWalkTest, GoesOnWhenTheInputAtHandIsDisconnected) {
+    EXPECT_EQ(visitedDisconnecting({"b"}), (Names{"a", "b", "c", "d"}));
+}
+
+TEST_F(LinkWalkTest, GoesOnBehindTheNextInputWhenThatIsDisconnected) {
+    EXPECT_EQ(visitedDisconnecting({"c"}), (Names{"a", "b", "d"}));
+}
+
+TEST_F(LinkWalkTest, DoesNotFollowTheNextInputToAnotherOutput) {
+    Output* const elsewhere = stays_.output("elsewhere");
+    Names visited;
+    for (const Input* const at : output_->connected()) {
+        visited.push_back(str(at->name()));
+        if (visited.back() == "b") gone_.input("c")->connect(elsewhere);
+    }
+    EXPECT_EQ(visited, (Names{"a", "b", "d"}));
+}
+
+TEST_F(LinkWalkTest, MissesNoneWhenTheInputAtHandAndTheNextAreDisconnected) {
+    EXPECT_EQ(visitedDisconnecting({"b", "c"}), (Names{"a", "b", "a", "d"}));
+    EXPECT_EQ(visitedDisconnecting({"a"}), (Names{"a", "d"}));
+}
+
+TEST_F(LinkWalkTest, VisitsOtherNodesWhenTheNodeOfTheInputIsRemoved) {
+    input(other_, "e").connect(output_);
+    Names visited;
+    for (const Input* const at : output_->connected()) {
+        visited.push_back(str(at->fullName()));
+        scene_.removeNode(at->owner()->name());
+    }
+    EXPECT_EQ(visited, (Names{"gone.a", "other.e"}));
+}
+
+TEST_F(LinkWalkTest, OfReferencesGoesOnBehindTheNextToo) {
+    Names visited;
+    for (const Input* const at : other_.referring()) {
+        visited.push_back(str(at->name()));
+        if (visited.back() == "a") gone_.input("b")->setNode(&stays_);
+    }
+    EXPECT_EQ(visited, (Names{"a", "c", "d"}));
 }
 
 // --- purging

@@ -130,9 +130,10 @@ struct AttrData {
 // Frees the payload of a value that nothing has taken over.
 void freePayload(const AttrData& data) noexcept;
 
-// Objects that are linked by `Next`, to be walked; the object at hand may leave the chain
-// meanwhile.
-template <class T, T* (T::*Next)() const>
+// Objects in a chain, to be walked while any of them may leave it: the walk goes on with the next
+// one that is left. `Links` says which is the first, which comes after one in the chain, and where
+// to go on from one whose next one was `next`, when either may have left.
+template <class T, class Links>
 class Chain {
   public:
     class Iterator {
@@ -143,11 +144,11 @@ class Chain {
         using pointer = T* const*;
         using reference = T*;
 
-        explicit Iterator(T* at = nullptr) : at_(at), next_(after(at)) {}
+        Iterator() = default;
+        Iterator(Links links, T* at) : links_(links) { moveTo(at); }
         T* operator*() const { return at_; }
         Iterator& operator++() {
-            at_ = next_;
-            next_ = after(at_);
+            moveTo(next_ ? links_.goOn(at_, next_) : nullptr);
             return *this;
         }
         Iterator operator++(int) {
@@ -155,23 +156,27 @@ class Chain {
             ++*this;
             return before;
         }
-        bool operator==(Iterator other) const { return at_ == other.at_; }
-        bool operator!=(Iterator other) const { return at_ != other.at_; }
+        bool operator==(const Iterator& other) const { return at_ == other.at_; }
+        bool operator!=(const Iterator& other) const { return at_ != other.at_; }
 
       private:
-        static T* after(T* at) { return at ? (at->*Next)() : nullptr; }
+        void moveTo(T* at) {
+            at_ = at;
+            next_ = at ? links_.after(at) : nullptr;
+        }
 
-        T* at_;
-        T* next_;
+        Links links_;
+        T* at_ = nullptr;
+        T* next_ = nullptr;
     };
 
-    explicit Chain(T* first) : first_(first) {}
-    Iterator begin() const { return Iterator(first_); }
+    explicit Chain(Links links) : links_(links) {}
+    Iterator begin() const { return Iterator(links_, links_.first()); }
     Iterator end() const { return Iterator(); }
-    bool isEmpty() const { return !first_; }
+    bool isEmpty() const { return !links_.first(); }
 
   private:
-    T* first_;
+    Links links_;
 };
 
 struct NameHash {
@@ -590,6 +595,22 @@ struct InputChain {
     void expectNext() const { __builtin_prefetch(end, 1); }
 };
 
+// How to walk the inputs that are attached to one output or node. Where the input at hand and the
+// next one both left, it begins anew with those that did not.
+template <class Target, Target* (Input::*TargetOf)() const, Input* (Input::*Next)() const>
+struct AttachedInputs {
+    const Target* target = nullptr;
+    const InputChain* chain = nullptr;
+
+    bool holds(const Input* input) const { return (input->*TargetOf)() == target; }
+    Input* first() const { return chain->first; }
+    Input* after(const Input* at) const { return (at->*Next)(); }
+    Input* goOn(const Input* at, Input* next) const {
+        if (holds(next)) return next;
+        return holds(at) ? after(at) : first();
+    }
+};
+
 // A value that a node computes, by name.
 class Output {
   public:
@@ -602,9 +623,11 @@ class Output {
     String fullName() const;
     // Says that an input is about to be connected.
     void expectConnection() const { attached_.expectNext(); }
-    // The inputs that take their value from here, in the order in which they were connected.
-    Chain<Input, &Input::nextConnected> connected() const {
-        return Chain<Input, &Input::nextConnected>(attached_.first);
+    // The inputs that take their value from here, in the order in which they were connected. They
+    // may be disconnected while they are walked.
+    using ConnectedInputs = AttachedInputs<Output, &Input::connection, &Input::nextConnected>;
+    Chain<Input, ConnectedInputs> connected() const {
+        return Chain<Input, ConnectedInputs>({this, &attached_});
     }
 
   private:
@@ -635,7 +658,7 @@ class Node {
     // What was registered for this node's type when the node was made, or null.
     const NodeType* nodeType() const { return nodeType_; }
     // The next node in order of creation; null from `Scene::removeNode` on.
-    Node* next() const { return next_; }
+    Node* next() const { return isRemoved_ ? nullptr : next_; }
 
     // As the operations of interfaces::IInputContainer.
     bool hasInput(const String& name, AttrType type) const;
@@ -667,9 +690,11 @@ class Node {
     }
     // Says that an input is about to refer to this node.
     void expectReference() const { attached_.expectNext(); }
-    // The inputs that refer to this node, in the order in which they were given it.
-    Chain<Input, &Input::nextReferring> referring() const {
-        return Chain<Input, &Input::nextReferring>(attached_.first);
+    // The inputs that refer to this node, in the order in which they were given it. They may be
+    // given another while they are walked.
+    using ReferringInputs = AttachedInputs<Node, &Input::nodeReference, &Input::nextReferring>;
+    Chain<Input, ReferringInputs> referring() const {
+        return Chain<Input, ReferringInputs>({this, &attached_});
     }
 
   private:
@@ -697,6 +722,8 @@ class Node {
     String type_;
     String label_;
     NamedList<Input> inputs_;
+    // In order of creation. A removed node keeps the one before it, which leads walks back to where
+    // it stood, and leads to the next of those that are removed.
     Node* previous_ = nullptr;
     Node* next_ = nullptr;
 };
@@ -787,8 +814,16 @@ class Scene : public interfaces::IScene {
     const String& fileTime() const { return fileTime_; }
     const std::vector<String>& comments() const { return comments_; }
 
-    // The nodes in order of creation; removed ones are not among them.
-    Chain<Node, &Node::next> nodes() const { return Chain<Node, &Node::next>(firstNode_); }
+    // The nodes in order of creation; removed ones are not among them. Nodes may be removed while
+    // they are walked.
+    struct NodesInOrder {
+        const Scene* scene = nullptr;
+
+        Node* first() const { return scene->firstNode_; }
+        Node* after(const Node* at) const { return at->next(); }
+        Node* goOn(const Node* /*at*/, Node* next) const { return scene->firstLeftFrom(next); }
+    };
+    Chain<Node, NodesInOrder> nodes() const { return Chain<Node, NodesInOrder>({this}); }
     unsigned long nodeCount() const { return index_.size(); }
     // Destroys the removed nodes, after cutting what was connected to them since. Not while a
     // document is being read.
@@ -815,7 +850,10 @@ class Scene : public interfaces::IScene {
     friend class Input;
     friend class Node;
 
+    void enter(const NodeType* registered);
     void unlink(Node& node) noexcept;
+    // The node, or if it was removed the one that came after it; null when there is none.
+    Node* firstLeftFrom(Node* node) const;
 
     std::unique_ptr<Pool> pool_;
     unsigned long fileVersion_ = KVX_FILE_VERSION_1;

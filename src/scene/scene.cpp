@@ -51,19 +51,27 @@ void Scene::removeNode(const String& name) {
     index_.erase(name);
     unlink(*node);
     node->isRemoved_ = true;
-    node->previous_ = firstRemoved_;
+    node->next_ = firstRemoved_;
     firstRemoved_ = node;
 }
 
 void Scene::unlink(Node& node) noexcept {
     (node.previous_ ? node.previous_->next_ : firstNode_) = node.next_;
     (node.next_ ? node.next_->previous_ : lastNode_) = node.previous_;
-    node.next_ = nullptr;
+}
+
+// The nodes between a removed one and the last one before it that is left are removed as well.
+Node* Scene::firstLeftFrom(Node* node) const {
+    if (!node->isRemoved()) return node;
+    const Node* before = node->previous_;
+    while (before && before->isRemoved())
+        before = before->previous_;
+    return before ? before->next() : firstNode_;
 }
 
 void Scene::purgeRemoved() {
     while (Node* const node = firstRemoved_) {
-        firstRemoved_ = node->previous_;
+        firstRemoved_ = node->next_;
         Pool::destroy(node);
     }
 }
