@@ -331,6 +331,17 @@ TEST(AttrDataTest, CloneOfABufferHasNumbersOfItsOwn) {
     freePayload(copy);
 }
 
+TEST(AttrDataTest, CloneRefusesABufferWhoseSizesContradictEachOther) {
+    for (const unsigned long word : {1, 2, 3}) {
+        SCOPED_TRACE(word);
+        const AttrData data = bufferOf({1, 2, 3});
+        AttrData wrong = data;
+        wrong.value[word] = word == 3 ? 0 : 100'000;
+        EXPECT_THROW(wrong.clone(), std::invalid_argument);
+        freePayload(data);
+    }
+}
+
 TEST(AttrDataTest, CloneOfAValueWithoutPayloadHasNone) {
     EXPECT_EQ(AttrData::defaultOf(AttrType::String).clone().payload(), nullptr);
     const AttrData empty = AttrData::declareBuffer(DataType::Vec2f).clone();

@@ -8,6 +8,7 @@
 #include <array>
 #include <atomic>
 #include <initializer_list>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -183,6 +184,14 @@ TEST(NodeTypeTest, IgnoresASecondInputOfAName) {
         .enumeration("a", {"x"});
     ASSERT_EQ(type.inputCount(), 1U);
     EXPECT_STREQ(type.findInput("a")->defaultValue.text(), "first");
+}
+
+TEST(NodeTypeTest, RefusesADefaultWhoseSizesContradictEachOther) {
+    NodeType type("t");
+    AttrData wrong = AttrData::ofBuffer(DataType::Float, 3);
+    wrong.value[2] = 100'000;
+    EXPECT_THROW(type.input("a", wrong), std::invalid_argument);
+    EXPECT_EQ(type.inputCount(), 0U);
 }
 
 TEST(NodeTypeTest, IgnoresASecondOutputOfAName) {

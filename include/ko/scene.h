@@ -45,6 +45,8 @@ struct BufferView {
     unsigned long bytes = 0;     // count * elementSize(type)
     DataType type = DataType::Null;
 
+    // Whether the bytes are those of the count, and there are numbers unless it is 0.
+    bool isConsistent() const;
     // Numbers in the buffer: elements times the components of each.
     unsigned long components() const { return count * componentCount(type); }
     // The components as an array of T, where T is their type (float for Vec3f); null where it is
@@ -743,8 +745,8 @@ struct InputDeclaration {
     Enumeration enumeration = Enumeration();
 };
 
-// What nodes of one type are made of. Put together call by call, then handed to
-// `Scene::registerType`:
+// What nodes of one type are made of. Put together call by call, of which one that throws
+// std::bad_alloc adds nothing, then handed to `Scene::registerType`:
 //
 //     NodeType type("sphere");
 //     type.input("radius", AttrData::ofReal(1)).output("surface").renameInput("r", "radius");
@@ -755,7 +757,8 @@ class NodeType {
   public:
     explicit NodeType(String name);
     NodeType& input(String name, AttrType type);
-    // With a default, whose payload the node type takes over.
+    // With a default, whose payload the node type takes over whatever happens. Throws
+    // std::invalid_argument for a buffer that is not consistent.
     NodeType& input(String name, const AttrData& defaultValue);
     NodeType& array(String name, AttrType elementType);
     NodeType& buffer(String name, DataType elementType);
@@ -830,7 +833,8 @@ class Scene : public interfaces::IScene {
     void purgeRemoved();
 
     // Nodes of this type made from now on start with what it declares. Its renames enter the
-    // process-wide table. The result lives as long as the scene.
+    // process-wide table. The result lives as long as the scene. Throws std::bad_alloc: the type is
+    // not registered then, though some of its renames may be.
     const NodeType* registerType(NodeType type);
     // What is registered under `name`, or null.
     const NodeType* nodeType(const String& name) const;

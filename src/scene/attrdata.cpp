@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <stdexcept>
 
 #include <ko/math.h>
 #include <ko/scene.h>
@@ -117,11 +118,18 @@ AttrData AttrData::defaultOf(AttrType type) { return ofComponents(type, defaultC
 
 const char* AttrData::text() const { return payload() ? static_cast<const char*>(payload()) : ""; }
 
+bool BufferView::isConsistent() const {
+    const unsigned long size = elementSize(type);
+    if (size == 0 || bytes / size != count || bytes % size != 0) return false;
+    return count == 0 || (data && type != DataType::Null);
+}
+
 BufferView AttrData::buffer() const { return {payload(), value[1], value[2], bufferType()}; }
 
 AttrData AttrData::clone() const {
     if (!hasPayload() || !payload()) return *this;
     if (type == AttrType::String) return ofText(text());
+    if (!buffer().isConsistent()) throw std::invalid_argument("inconsistent buffer");
     AttrData copy = ofBuffer(bufferType(), value[1]);
     if (copy.payload()) std::memcpy(copy.payload(), payload(), copy.value[2]);
     return copy;

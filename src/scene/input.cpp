@@ -383,13 +383,9 @@ void Input::assignText(const AttrData& data) noexcept {
 
 bool Input::assignBuffer(const AttrData& data) noexcept {
     const BufferView buffer = data.buffer();
-    const unsigned long size = elementSize(buffer.type);
     const bool isDeclaredType = elementType_ == 0 || data.bufferType() == bufferType();
-    const bool isConsistent = size != 0 && buffer.bytes / size == buffer.count &&
-                              buffer.bytes % size == 0 &&
-                              (buffer.count == 0 || (buffer.data && buffer.type != DataType::Null));
     const bool isOwn = data.payload() == value_.buffer;
-    if (!isDeclaredType || !isConsistent) {
+    if (!isDeclaredType || !buffer.isConsistent()) {
         if (!isOwn) freePayload(data);
         return false;
     }

@@ -108,9 +108,13 @@ NodeType::NodeType(String name) : name_(std::move(name)) {}
 NodeType& NodeType::add(std::unique_ptr<InputDeclaration> declaration) {
     const String& name = declaration->name;
     if (name.isEmpty() || name[0] == '[' || findInput(name)) return *this;
-    inputs_.push_back(std::move(declaration));
-    const InputDeclaration* const added = inputs_.back().get();
-    inputIndex_.emplace(added->name.view(), added);
+    const auto place = inputIndex_.emplace(name.view(), declaration.get()).first;
+    try {
+        inputs_.push_back(std::move(declaration));
+    } catch (...) {
+        inputIndex_.erase(place);
+        throw;
+    }
     return *this;
 }
 
@@ -121,11 +125,31 @@ NodeType& NodeType::input(String name, AttrType type) {
     return add(std::move(declaration));
 }
 
-NodeType& NodeType::input(String name, const AttrData& defaultValue) {
-    auto declaration = std::make_unique<InputDeclaration>();
-    declaration->name = std::move(name);
+namespace {
+
+// A declaration with a default, which it owns from the start: also when it cannot be made.
+std::unique_ptr<InputDeclaration> declarationOf(const AttrData& defaultValue) {
+    std::unique_ptr<InputDeclaration> declaration;
+    try {
+        declaration = std::make_unique<InputDeclaration>();
+    } catch (...) {
+        freePayload(defaultValue);
+        throw;
+    }
     declaration->type = defaultValue.type;
     declaration->defaultValue = defaultValue;
+    const bool isBuffer = defaultValue.type == AttrType::Buffer && defaultValue.payload();
+    if (isBuffer && !defaultValue.buffer().isConsistent()) {
+        throw std::invalid_argument("inconsistent buffer");
+    }
+    return declaration;
+}
+
+}  // namespace
+
+NodeType& NodeType::input(String name, const AttrData& defaultValue) {
+    std::unique_ptr<InputDeclaration> declaration = declarationOf(defaultValue);
+    declaration->name = std::move(name);
     if (defaultValue.type == AttrType::Array) declaration->arrayType = defaultValue.arrayType();
     if (defaultValue.type == AttrType::Buffer) declaration->bufferType = defaultValue.bufferType();
     return add(std::move(declaration));

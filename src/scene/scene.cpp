@@ -77,15 +77,26 @@ void Scene::purgeRemoved() {
 }
 
 const NodeType* Scene::registerType(NodeType type) {
-    types_.push_back(std::make_unique<const NodeType>(std::move(type)));
-    const NodeType* const registered = types_.back().get();
-    typeIndex_.erase(registered->name());
-    typeIndex_.insert(registered);
+    auto owner = std::make_unique<const NodeType>(std::move(type));
+    const NodeType* const registered = owner.get();
     for (const auto& [old, current] : registered->inputRenames_)
         registerInputRename(registered->name(), old, current);
     for (const auto& [old, current] : registered->outputRenames_)
         registerOutputRename(registered->name(), old, current);
+    types_.push_back(std::move(owner));
+    enter(registered);
     return registered;
+}
+
+// In place of an earlier type of that name, which leaves room, so that only a new name needs any.
+void Scene::enter(const NodeType* registered) {
+    typeIndex_.erase(registered->name());
+    try {
+        typeIndex_.insert(registered);
+    } catch (...) {
+        types_.pop_back();
+        throw;
+    }
 }
 
 const NodeType* Scene::nodeType(const String& name) const { return typeIndex_.find(name); }
