@@ -1,10 +1,11 @@
+#include <stdio.h>  // fileno
+#include <sys/stat.h>
+
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <memory>
-#include <system_error>
 
 #include <ko/foundation.h>
 
@@ -79,23 +80,32 @@ class FileSource {
     int reason_ = 0;  // errno of the error
 };
 
+namespace {
+
+using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+// All zeros when the system does not tell.
+struct stat statusOf(std::FILE* stream) noexcept {
+    struct stat status = {};
+    if (fstat(fileno(stream), &status) != 0) status = {};
+    return status;
+}
+
+}  // namespace
+
+// The status is that of what was opened: by now another file may stand at the path. Programs that
+// this one starts do not inherit the descriptor.
 FileSource* FileSource::open(const char* path) {
-    std::error_code ignored;
-    if (std::filesystem::is_directory(path, ignored)) {
-        return new FileSource(File::IsDirectory, EISDIR);
-    }
-    std::FILE* const stream = std::fopen(path, "rb");
+    Stream stream(std::fopen(path, "rbe"), std::fclose);
     const int reason = errno;
     if (!stream) return new FileSource(File::CannotOpen, reason);
-    try {
-        const bool isRegular = std::filesystem::is_regular_file(path, ignored);
-        const auto size = isRegular ? std::filesystem::file_size(path, ignored) : 0;
-        std::setvbuf(stream, nullptr, _IONBF, 0);  // the block here is the only one
-        return new FileSource(stream, true, ignored ? 0 : size);
-    } catch (...) {
-        std::fclose(stream);
-        throw;
-    }
+    const struct stat status = statusOf(stream.get());
+    if (S_ISDIR(status.st_mode)) return new FileSource(File::IsDirectory, EISDIR);
+    const auto size = S_ISREG(status.st_mode) ? static_cast<unsigned long>(status.st_size) : 0;
+    std::setvbuf(stream.get(), nullptr, _IONBF, 0);  // the block here is the only one
+    auto* const source = new FileSource(stream.get(), true, size);
+    static_cast<void>(stream.release());
+    return source;
 }
 
 // Reads until the block is full, the file ends or an error stops it; signals only interrupt.

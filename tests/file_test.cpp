@@ -624,6 +624,49 @@ TEST_F(PipeTest, InterruptedReadsGoOn) {
     EXPECT_LT(0, interruptions);
 }
 
+// Waits until a thread of this process sleeps, as one does that opens a pipe.
+void waitUntilAsleep(const std::string& thread) {
+    std::string state;
+    while (state != "S") {
+        std::ifstream status("/proc/self/task/" + thread + "/stat");
+        std::string field;
+        status >> field >> field >> state;
+        std::this_thread::yield();
+    }
+}
+
+// A pipe is opened, and while that waits for someone to write, a file takes its place.
+TEST_F(FileTest, SizeIsThatOfTheFileThatWasOpenedNotOfAnotherAtItsPath) {
+    const std::string regular = write(std::string(5'000, 'a'));
+    ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+    std::filesystem::create_hard_link(path("pipe"), path("writer"));
+    std::atomic<bool> isOpening{false};
+    std::thread replacing([&, opener = std::to_string(gettid())] {
+        while (!isOpening)
+            std::this_thread::yield();
+        waitUntilAsleep(opener);
+        std::filesystem::rename(regular, path("pipe"));
+        std::ofstream(path("writer")) << "piped";
+    });
+    isOpening = true;
+    File file = File::open(path("pipe").c_str());
+    replacing.join();
+    EXPECT_EQ(readAll(file), "piped");
+    EXPECT_EQ(file.size(), 0U);
+}
+
+TEST_F(FileTest, DescriptorIsClosedInProgramsThatAreStarted) {
+    const std::string name = write("abc");
+    const File file = File::open(name.c_str());
+    int flags = -1;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code ignored;
+        if (std::filesystem::read_symlink(entry.path(), ignored) != name) continue;
+        flags = fcntl(std::stoi(entry.path().filename()), F_GETFD);
+    }
+    EXPECT_EQ(flags, FD_CLOEXEC);
+}
+
 TEST_F(FileTest, FileThatGrowsWhileItIsReadIsReadToItsNewEnd) {
     const std::string name = write(std::string(100'000, 'a'));
     File file = File::open(name.c_str());
