@@ -75,6 +75,8 @@ std::shared_ptr<const LogSink> currentSink() {
 }
 
 thread_local LogCapture* innermostCapture = nullptr;
+// Whether this thread is inside the process-wide sink.
+thread_local bool isInProcessSink = false;
 
 void reportFormatted(Severity severity, const char* fmt, va_list args) {
     report(LogRecord(severity, String::formatv(fmt, args)));
@@ -99,18 +101,28 @@ LogSink setLogSink(LogSink sink) {
 
 namespace {
 
-// While a capture's sink runs, messages go to the capture around it.
-class InnermostCapture {
+// Holds another value while it lives.
+template <class T>
+class Temporarily {
   public:
-    explicit InnermostCapture(LogCapture* capture)
-        : before_(std::exchange(innermostCapture, capture)) {}
-    InnermostCapture(const InnermostCapture&) = delete;
-    InnermostCapture& operator=(const InnermostCapture&) = delete;
-    ~InnermostCapture() { innermostCapture = before_; }
+    Temporarily(T& variable, T value)
+        : variable_(variable), before_(std::exchange(variable, value)) {}
+    Temporarily(const Temporarily&) = delete;
+    Temporarily& operator=(const Temporarily&) = delete;
+    ~Temporarily() { variable_ = before_; }
 
   private:
-    LogCapture* before_;
+    T& variable_;
+    T before_;
 };
+
+// What the process-wide sink logs itself goes where messages go without one.
+void reportToProcess(const LogRecord& record) {
+    const auto sink = isInProcessSink ? nullptr : currentSink();
+    if (!sink) return writeToStandardError(record);
+    const Temporarily inside(isInProcessSink, true);
+    (*sink)(record);
+}
 
 }  // namespace
 
@@ -124,14 +136,13 @@ LogCapture::~LogCapture() { innermostCapture = outer_; }
 void report(const LogRecord& record) {
     LogCapture* const capture = innermostCapture;
     if (capture && capture->sink_) {
-        const InnermostCapture outer(capture->outer_);
+        // What the capture's sink logs itself goes to the capture around it.
+        const Temporarily outer(innermostCapture, capture->outer_);
         capture->sink_(record);
     } else if (capture) {
         capture->records_.push_back(record);
-    } else if (const auto sink = currentSink()) {
-        (*sink)(record);
     } else {
-        writeToStandardError(record);
+        reportToProcess(record);
     }
 }
 

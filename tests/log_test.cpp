@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <iterator>
@@ -345,6 +346,43 @@ TEST(LogSinkTest, ReceivesRecords) {
     EXPECT_EQ(records[0].column, 2);
     EXPECT_EQ(records[1].severity, Severity::Error);
     EXPECT_FALSE(records[1].hasPosition);
+}
+
+TEST(LogSinkTest, MayLogItself) {
+    int depth = 0;
+    int deepest = 0;
+    const ScopedSink scoped([&](const LogRecord& record) {
+        deepest = std::max(deepest, ++depth);
+        logWarning("about %s", record.text.buf());
+        --depth;
+    });
+    testing::internal::CaptureStderr();
+    logError("this");
+    logError("that");
+    EXPECT_EQ("warning: about this\nwarning: about that\n", testing::internal::GetCapturedStderr());
+    EXPECT_EQ(1, deepest);
+}
+
+TEST(LogSinkTest, MayCaptureWhatItLogsItself) {
+    Texts captured;
+    const ScopedSink scoped([&](const LogRecord& record) {
+        const LogCapture capture;
+        logWarning("about %s", record.text.buf());
+        captured = textsOf(capture.records());
+    });
+    logError("this");
+    EXPECT_EQ(captured, (Texts{"about this"}));
+}
+
+TEST(LogSinkTest, IsCalledAgainAfterItHasThrown) {
+    int calls = 0;
+    const ScopedSink scoped([&](const LogRecord&) {
+        ++calls;
+        throw 1;
+    });
+    EXPECT_THROW(logError("this"), int);
+    EXPECT_THROW(logError("that"), int);
+    EXPECT_EQ(2, calls);
 }
 
 TEST(LogSinkTest, SettingReturnsTheFormer) {

@@ -437,7 +437,7 @@ using LogSink = std::function<void(const LogRecord&)>;
 
 // Sets the process-wide sink and returns the one before. An empty sink stands for the default,
 // which writes "warning: MESSAGE" or "error: MESSAGE" to standard error. Threads call the sink side
-// by side; it must not log itself.
+// by side. What it logs itself goes to standard error. What a sink throws reaches whoever logged.
 LogSink setLogSink(LogSink sink);
 
 // Collects the messages of the thread that made it until it goes out of scope; captures nest, and
