@@ -937,6 +937,7 @@ inline void KvtParser::advance() {
 void KvtParser::prime(IScene* scene, Lexer* lexer) {
     scene_ = scene;
     lexer_ = lexer;
+    bufferBytes_ = 0;
     for (Token& t : ring_)
         t = Token();
     for (unsigned i = 0; i < lookahead; ++i)
@@ -1338,6 +1339,13 @@ bool KvtParser::buffer(AssignInfo& info) {
     return true;
 }
 
+// What the next buffer may take of the scene's limits.
+unsigned long KvtParser::bufferBytesLeft() const {
+    if (!scene_) return noBufferLimit;
+    const unsigned long total = scene().bufferTotalLimit();
+    return std::min(scene().bufferLimit(), total - std::min(total, bufferBytes_));
+}
+
 // Takes zeroed memory for the count that the statement gives; none for a count of 0.
 void KvtParser::allocateBuffer(AssignInfo& info, DataType type) {
     const char* const invalidCount = "invalid buffer element count: %s";
@@ -1350,10 +1358,12 @@ void KvtParser::allocateBuffer(AssignInfo& info, DataType type) {
     info.data.value[1] = elements;
     // No memory is larger, so none is asked for.
     constexpr auto largest = static_cast<unsigned long>(std::numeric_limits<std::ptrdiff_t>::max());
-    const unsigned long limit = scene_ ? std::min(scene().bufferLimit(), largest) : largest;
-    if (elements > limit / elementSize(type)) parseError(invalidCount, written);
+    if (elements > std::min(largest, bufferBytesLeft()) / elementSize(type)) {
+        parseError(invalidCount, written);
+    }
     const unsigned long bytes = elements * elementSize(type);
     info.data.value[2] = bytes;
+    bufferBytes_ += bytes;
     if (bytes == 0) return;
     info.data.setPayload(std::calloc(bytes, 1));
     if (!info.data.payload()) parseError(invalidCount, written);

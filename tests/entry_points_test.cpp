@@ -370,6 +370,42 @@ TEST(BufferLimit, IsExact) {
               r.read("n.c = byte[1] {1};"));
 }
 
+TEST(BufferTotalLimit, BoundsWhatADocumentAsksForInAll) {
+    Reader r;
+    r.scene.setBufferTotalLimit(24);
+    EXPECT_EQ("ok\n", r.read("t n: .a = vec3f[1] {1 2 3}; .c = int32[3] {1 2 3};"));
+    EXPECT_EQ("error: PARSE ERROR (1,63): invalid buffer element count: [1].\nfailed\n",
+              r.read("n.a = vec3f[1] {4 5 6}; n.b = byte[12] {.00}; n.b = byte[1] {1};"));
+    EXPECT_EQ(4, r.input("a")->asBufferOf<float>()[0]);
+    EXPECT_EQ(12U, r.input("b")->asBuffer().count);
+}
+
+TEST(BufferTotalLimit, CountsWhatNoInputTakes) {
+    Reader r;
+    r.scene.setBufferTotalLimit(8);
+    EXPECT_EQ(
+        "error: TYPE ERROR (1,31): expected Int @ n.a but found Buffer.\n"
+        "error: PARSE ERROR (1,49): invalid buffer element count: [5].\nfailed\n",
+        r.read("t n: .a = 1; .a = byte[4] {.01}; .a = byte[5] {7};"));
+}
+
+TEST(BufferTotalLimit, BeginsAnewWithEachDocument) {
+    Reader r;
+    r.scene.setBufferTotalLimit(4);
+    EXPECT_EQ("ok\n", r.read("t n: .a = float[1] {1};"));
+    EXPECT_EQ("ok\n", r.read("n.a = float[1] {2};"));
+}
+
+TEST(BufferTotalLimit, HoldsBesideTheLimitOfOneBuffer) {
+    Reader r;
+    r.scene.setBufferLimit(4);
+    r.scene.setBufferTotalLimit(100);
+    EXPECT_EQ("error: PARSE ERROR (1,21): invalid buffer element count: [5].\nfailed\n",
+              r.read("t n: .a = byte[5] {1};"));
+    r.scene.setBufferTotalLimit(0);
+    EXPECT_EQ("ok\n", r.read("t n: .a = byte[0] {1};"));
+}
+
 struct Count {
     const char* type;
     const char* count;

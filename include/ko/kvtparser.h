@@ -315,6 +315,7 @@ class KvtParser {
     // Values.
     void identifier(AssignInfo& info);
     bool mathValue(AssignInfo& info);
+    unsigned long bufferBytesLeft() const;
     void allocateBuffer(AssignInfo& info, DataType type);
     void readCompactBytes(AssignInfo& info);
     void readComponents(AssignInfo& info);
@@ -369,6 +370,7 @@ class KvtParser {
     interfaces::IScene* scene_ = nullptr;
     Node* withNode_ = nullptr;
     unsigned long nextPosition_ = 0;  // behind the input that was assigned last
+    unsigned long bufferBytes_ = 0;   // that buffers have asked for so far
     ds::Vector<Node*> definedNodes_;
 
     // What an assignment is read into, one after the other.

@@ -33,7 +33,7 @@ class Scene;
 
 // The version of the format that a new scene and a freshly read file start with.
 inline constexpr unsigned long KVX_FILE_VERSION_1 = 1;
-// What `Scene::bufferLimit` is when there is none.
+// What `Scene::bufferLimit` and `Scene::bufferTotalLimit` are when there is none.
 inline constexpr unsigned long noBufferLimit = ~0UL;
 // Array elements that one scene holds at most, unless `Scene::setElementLimit` says otherwise.
 inline constexpr unsigned long defaultElementLimit = 4'194'304;
@@ -846,6 +846,10 @@ class Scene : public interfaces::IScene {
     // Bytes that one buffer of a document may ask for; `noBufferLimit` for no limit.
     unsigned long bufferLimit() const { return bufferLimit_; }
     void setBufferLimit(unsigned long bytes) { bufferLimit_ = bytes; }
+    // Bytes that all buffers of one document may ask for, those that were replaced again included;
+    // `noBufferLimit` for no limit.
+    unsigned long bufferTotalLimit() const { return bufferTotalLimit_; }
+    void setBufferTotalLimit(unsigned long bytes) { bufferTotalLimit_ = bytes; }
 
     // Frees the payload of a value that no input takes.
     void discard(const AttrData& data) noexcept { freePayload(data); }
@@ -872,6 +876,7 @@ class Scene : public interfaces::IScene {
     unsigned long elementCount_ = 0;
     unsigned long elementLimit_ = defaultElementLimit;
     unsigned long bufferLimit_ = noBufferLimit;
+    unsigned long bufferTotalLimit_ = noBufferLimit;
 };
 
 // The current name of an input or output of a node type that older documents may spell differently;
