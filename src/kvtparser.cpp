@@ -855,7 +855,7 @@ Token Lexer::group(const GroupRules& rules) {
         const unsigned long count = group.read(ahead());
         if (count == 0) return invalidListToken(rules.name);
         skip(count);
-        if (group.isClosed) return token(rules.type, group.text.take());
+        if (group.isClosed) return token(rules.type, group.text.takeWithRoom());
     }
 }
 

@@ -21,19 +21,20 @@ namespace ko {
 
 TextBuffer* TextBuffer::create(unsigned long length) { return resize(nullptr, length); }
 
-// Taken from malloc, so that a large text can grow in place. Where a large one shrinks it keeps its
-// room: what was not written takes no memory, and the next large text finds the block as it was.
+// Taken from malloc, so that a large text can grow in place.
 TextBuffer* TextBuffer::resize(TextBuffer* buffer, unsigned long length) {
     constexpr unsigned long large = 1UL << 20;
-    void* memory = buffer;
-    if (!buffer || length > buffer->length_ || length < large) {
-        memory = std::realloc(memory, sizeof(TextBuffer) + length + 1);
-        if (memory && length >= large) memory::adviseLarge(memory, sizeof(TextBuffer) + length);
-    }
+    const bool isLarger = !buffer || length > buffer->length_;
+    void* const memory = std::realloc(buffer, sizeof(TextBuffer) + length + 1);
     if (!memory) throw std::bad_alloc();
-    auto* const resized = new (memory) TextBuffer(length);
-    resized->chars()[length] = '\0';
-    return resized;
+    if (isLarger && length >= large) memory::adviseLarge(memory, sizeof(TextBuffer) + length);
+    return cut(new (memory) TextBuffer(length), length);
+}
+
+TextBuffer* TextBuffer::cut(TextBuffer* buffer, unsigned long length) noexcept {
+    buffer->length_ = length;
+    buffer->chars()[length] = '\0';
+    return buffer;
 }
 
 void TextBuffer::destroy(TextBuffer* buffer) noexcept { std::free(buffer); }

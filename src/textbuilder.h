@@ -42,16 +42,26 @@ class TextBuilder {
     // The text now ends here, within the room that was reserved.
     void finishAt(char* end) noexcept { end_ = end; }
 
-    // The text as a String; the builder is not used any more.
+    // The text as a String, in as much memory as it needs; the builder is not used any more.
     String take() {
-        const unsigned long length = size();
-        const bool isSmall = !buffer_ || String::fitsShort(length);
-        if (isSmall) return String(std::string_view(begin(), length));
-        buffer_ = TextBuffer::resize(buffer_, length);
+        if (isSmall()) return copy();
+        buffer_ = TextBuffer::resize(buffer_, size());
+        return String(std::exchange(buffer_, nullptr));
+    }
+
+    // Likewise for a text that nobody keeps: a long one has all the room that it grew to, so that
+    // the next one finds the block as it was.
+    String takeWithRoom() {
+        constexpr unsigned long longText = 1UL << 20;
+        if (isSmall() || size() < longText) return take();
+        buffer_ = TextBuffer::cut(buffer_, size());
         return String(std::exchange(buffer_, nullptr));
     }
 
   private:
+    bool isSmall() const noexcept { return !buffer_ || String::fitsShort(size()); }
+    String copy() const { return String(std::string_view(begin(), size())); }
+
     static constexpr unsigned long inlineRoom = 256;
 
     const char* begin() const noexcept { return buffer_ ? buffer_->chars() : inline_; }

@@ -1,10 +1,13 @@
 #include "failingmemory.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <functional>
 #include <new>
+#include <numeric>
 #include <unordered_set>
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker makes these names
@@ -118,6 +121,12 @@ unsigned long failuresOf(Allocation allocation) {
     return failures[static_cast<unsigned>(allocation)];
 }
 unsigned long liveBlocks() { return blocks().size(); }
+unsigned long liveBytes() {
+    return std::accumulate(blocks().begin(), blocks().end(), 0UL,
+                           [](unsigned long sum, const void* block) {
+                               return sum + malloc_usable_size(const_cast<void*>(block));
+                           });
+}
 
 }  // namespace kvt::test
 

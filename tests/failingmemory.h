@@ -29,5 +29,7 @@ unsigned long failuresOf(Allocation allocation);
 
 // The blocks taken from here and not given back.
 unsigned long liveBlocks();
+// What is usable of them.
+unsigned long liveBytes();
 
 }  // namespace kvt::test

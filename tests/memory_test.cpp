@@ -16,6 +16,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "failingmemory.h"
 #include "reading.h"
@@ -27,7 +28,9 @@ using ko::File;
 using ko::LogCapture;
 using ko::LogRecord;
 using ko::String;
+using ko::mirel_sdk::impl::AttrData;
 using ko::mirel_sdk::impl::KvtParser;
+using ko::mirel_sdk::impl::NodeType;
 using ko::mirel_sdk::impl::parseKvt;
 using ko::mirel_sdk::impl::parseString;
 using ko::mirel_sdk::impl::Scene;
@@ -243,6 +246,84 @@ TEST(SingleOperations, HoldTheInputsOfWhatIsPending) {
         scene.purgeRemoved();
         for (ko::mirel_sdk::interfaces::IInput* const input : parser.pendingConnections.keys())
             EXPECT_EQ(".a", input->fullName().view()) << allocation;
+    }
+}
+
+// Does something with each of its allocations failing in turn; what it throws must be
+// std::bad_alloc, and no block may be left.
+void failEverywhere(const std::function<void()>& operation) {
+    bool hasFailed = true;
+    for (unsigned long allocation = 0; hasFailed; ++allocation) {
+        SCOPED_TRACE(allocation);
+        const unsigned long live = kvt::test::liveBlocks();
+        try {
+            operation();
+            hasFailed = kvt::test::hasFailed();
+        } catch (const std::bad_alloc&) {
+            ADD_FAILURE() << "an exception left the operation";
+        }
+        EXPECT_EQ(live, kvt::test::liveBlocks());
+        if (testing::Test::HasFailure()) return;
+    }
+}
+
+// A call that fails adds nothing to the node type, and takes its default over all the same.
+TEST(SingleOperations, OfANodeTypeTakeADefaultOverOrFreeIt) {
+    const std::string longName(100, 'x');
+    const String names[] = {"a", String(std::string_view(longName)), "b", "c", "d", "e"};
+    unsigned long allocation = 0;
+    failEverywhere([&] {
+        const AttrData text = AttrData::ofText("a default");
+        NodeType type("t");
+        unsigned long declared = 0;
+        const FailingMemory memory(allocation++, Failing::Once);
+        for (const String& name : names) {
+            const AttrData value = declared == 0 ? text : AttrData::ofReal(1);
+            try {
+                type.input(name, value);
+                ++declared;
+            } catch (const std::bad_alloc&) {
+                if (declared == 0) return;  // the text has been freed
+            }
+        }
+        EXPECT_EQ(declared, type.inputCount());
+        for (unsigned long i = 0; i < type.inputCount(); ++i)
+            EXPECT_EQ(&type.inputAt(i), type.findInput(type.inputAt(i).name));
+    });
+}
+
+// What is registered under the name stays so, whatever fails.
+TEST(SingleOperations, OfRegisteringATypeLeaveTheOneBeforeOrReplaceIt) {
+    for (const unsigned long others : {0UL, 11UL, 12UL, 13UL}) {
+        unsigned long allocation = 0;
+        failEverywhere([&] {
+            Scene scene;
+            for (unsigned long i = 0; i < others; ++i)
+                scene.registerType(NodeType(String(i)));
+            const NodeType* expected = others > 0 ? scene.nodeType("0") : nullptr;
+            NodeType type("0");
+            type.input("x", AttrData::ofText("a default"));
+            try {
+                const FailingMemory memory(allocation++, Failing::Once);
+                expected = scene.registerType(std::move(type));
+            } catch (const std::bad_alloc&) {
+            }
+            EXPECT_EQ(expected, scene.nodeType("0"));
+        });
+    }
+}
+
+// A text that the scene keeps takes the memory that it needs, however it grew while it was read.
+TEST(LongTexts, AreKeptInNoMoreThanTheyNeed) {
+    for (const unsigned long size : {70'000UL, 1'100'000UL, 2'500'000UL, 17'000'000UL}) {
+        SCOPED_TRACE(size);
+        const std::string text(size, 'x');
+        const String document{std::string_view("#" + text + "\nt" + text + " n" + text + ": .i" +
+                                               text + " = \"" + text + "\";")};
+        Scene scene;
+        const unsigned long before = kvt::test::liveBytes();
+        ASSERT_TRUE(parseString(&scene, document));
+        EXPECT_LT(kvt::test::liveBytes() - before, 5 * size + 200'000);
     }
 }
 

@@ -67,6 +67,8 @@ class TextBuffer {
     // The same buffer, moved if it must be, for `length` characters; throws std::bad_alloc and is
     // then as it was. Only while nothing refers to it.
     static TextBuffer* resize(TextBuffer* buffer, unsigned long length);
+    // The same buffer for fewer characters, in the memory that it has.
+    static TextBuffer* cut(TextBuffer* buffer, unsigned long length) noexcept;
     // Frees a buffer that nothing refers to.
     static void destroy(TextBuffer* buffer) noexcept;
 
