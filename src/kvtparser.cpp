@@ -77,11 +77,24 @@ inline void Lexer::fetch() {
     la = static_cast<signed char>(*next_++);
 }
 
+// A source that throws has no more characters: whoever catches that may ask for tokens still.
 void Lexer::fetchRun() {
+    la = endOfInput;
     const std::string_view run = nextRun();
-    if (!run.empty()) next_ = run.data();
+    if (run.empty()) return;
+    next_ = run.data();
     enterRun(next_ + run.size());
-    la = run.empty() ? endOfInput : static_cast<signed char>(*next_++);
+    la = static_cast<signed char>(*next_++);
+}
+
+// The same for a source that brings its characters one by one.
+signed char Lexer::consumeOne() {
+    try {
+        return consume();
+    } catch (...) {
+        la = endOfInput;
+        throw;
+    }
 }
 
 // A line break ends its line: the line moves on with the character behind it.
@@ -123,7 +136,7 @@ inline void Lexer::moveTo(const char* to, unsigned long count) {
 
 inline void Lexer::skipInLine(unsigned long count) {
     if (!next_) {
-        consume();
+        consumeOne();
         return;
     }
     if (c == '\n') {
@@ -136,7 +149,7 @@ inline void Lexer::skipInLine(unsigned long count) {
 
 void Lexer::skip(unsigned long count) {
     if (!next_) {
-        consume();
+        consumeOne();
         return;
     }
     // A break moves the line for what follows it: those before the last character count here.
@@ -848,6 +861,7 @@ struct Lexer::GroupText {
 //
 // The text keeps the outermost delimiters only, and one space between numbers. Groups of a million
 // numbers are read here, and their readers find pieces with a space between them and nothing else.
+// A statement's value is all that a group is for, so no memory is moved to make its text small.
 Token Lexer::group(const GroupRules& rules) {
     GroupText group(rules);
     for (;;) {
@@ -1002,13 +1016,16 @@ bool KvtParser::parse(IScene* scene, Lexer* lexer) {
         resolveIdentifiers();
         return true;
     } catch (const std::runtime_error& error) {
-        logError("%s", error.what());
         dropPending();
+        logError("%s", error.what());
         return false;
+    } catch (...) {
+        dropPending();
+        throw;
     }
 }
 
-void KvtParser::dropPending() {
+void KvtParser::dropPending() noexcept {
     pendingConnections = {};
     pendingIdentifiers = {};
     outputsToConnect_ = {};

@@ -59,7 +59,8 @@ struct Token {
 // Turns characters into tokens, one character of lookahead ahead of itself. Never throws for bad
 // text: problems are `Invalid` tokens and `Eof` tokens with a message.
 //
-// Characters can be consumed one by one; the scanners take the runs that a source has at hand.
+// Characters can be consumed one by one; the scanners take the runs that a source has at hand. What
+// a source throws reaches whoever asked for a token, and the lexer is at the end of its input then.
 class Lexer {
   public:
     virtual ~Lexer() = default;
@@ -106,7 +107,8 @@ class Lexer {
     friend class KvtParser;
 
     // The next character, from the run if there is one.
-    signed char one() { return next_ ? step() : consume(); }
+    signed char one() { return next_ ? step() : consumeOne(); }
+    signed char consumeOne();
     // The lookahead and what is at hand behind it; not at the end of the input.
     std::string_view ahead() const;
     // Consumes that many characters of `ahead()`, at least one; no line break among them, or any.
@@ -207,7 +209,9 @@ class KvtParser {
 
     // Reads the document. True when it was read to its end; after an error, which is logged, what
     // the scene was given stays. Throws std::runtime_error for an `Invalid` token among the first
-    // three.
+    // three. A std::runtime_error that the lexer's source, the scene or a log sink throws after
+    // those ends the document like an error, with its text; anything else that they throw reaches
+    // the caller. Either way nothing waits in the maps, and the scene can be used as before.
     bool parse(interfaces::IScene* scene, Lexer* lexer);
     // The first step of `parse`: takes scene and lexer (both stay the caller's) and fills the ring
     // anew.
@@ -306,7 +310,7 @@ class KvtParser {
     [[gnu::always_inline]] inline bool readAhead(Lexer::Glance& glance, unsigned skipped);
     inline void takeRead(const Lexer::Glance& glance, unsigned count);
     inline bool statement();
-    void dropPending();
+    void dropPending() noexcept;
     bool isNamed(const char* keyword, Token::Type end) const;
     String takeName();
     void takeHead();
@@ -391,7 +395,8 @@ class KvtParser {
 
 // Reads `text` into `scene`, which keeps its header. True when the document was read to its end,
 // false after an error, which is logged. Throws std::runtime_error when one of the first three
-// tokens is invalid, and std::bad_alloc; the scene stays usable.
+// tokens is invalid, std::bad_alloc, and what scene and log sinks throw, as `KvtParser::parse` has
+// it; the scene stays usable.
 bool parseString(interfaces::IScene* scene, String text);
 
 // Reads `file` into `scene`, likewise. Unless `keepHeader`, the scene's comments, version and time

@@ -119,7 +119,8 @@ struct AttrData {
 
     // Whether values of this type carry a payload.
     bool hasPayload() const { return type == AttrType::String || type == AttrType::Buffer; }
-    // A copy with a payload of its own; throws std::bad_alloc.
+    // A copy with a payload of its own. Throws std::bad_alloc, and std::invalid_argument for a
+    // buffer that is not consistent.
     AttrData clone() const;
 
   private:
