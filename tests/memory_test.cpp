@@ -9,8 +9,12 @@
 
 #include <gtest/gtest.h>
 
+#include <stdio.h>  // fileno
+
+#include <cstdio>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <new>
 #include <ostream>
 #include <stdexcept>
@@ -313,16 +317,20 @@ TEST(SingleOperations, OfRegisteringATypeLeaveTheOneBeforeOrReplaceIt) {
     }
 }
 
-// A text that the scene keeps takes the memory that it needs, however it grew while it was read.
+// A text that the scene keeps takes the memory that it needs, though it grew block by block while
+// it was read.
 TEST(LongTexts, AreKeptInNoMoreThanTheyNeed) {
     for (const unsigned long size : {70'000UL, 1'100'000UL, 2'500'000UL, 17'000'000UL}) {
         SCOPED_TRACE(size);
         const std::string text(size, 'x');
-        const String document{std::string_view("#" + text + "\nt" + text + " n" + text + ": .i" +
-                                               text + " = \"" + text + "\";")};
+        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), std::fclose);
+        std::fprintf(file.get(), "#%s\nt%s n%s: .i%s = \"%s\";", text.c_str(), text.c_str(),
+                     text.c_str(), text.c_str(), text.c_str());
+        std::fflush(file.get());
+        const std::string path = "/proc/self/fd/" + std::to_string(fileno(file.get()));
         Scene scene;
         const unsigned long before = kvt::test::liveBytes();
-        ASSERT_TRUE(parseString(&scene, document));
+        ASSERT_TRUE(parseKvt(&scene, File::open(path.c_str()), false));
         EXPECT_LT(kvt::test::liveBytes() - before, 5 * size + 200'000);
     }
 }
