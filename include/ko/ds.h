@@ -10,6 +10,8 @@
 #include <type_traits>
 #include <utility>
 
+#pragma GCC visibility push(default)
+
 namespace ko::ds {
 
 // A growable array. An empty one grows to 2, 4, 8, ... and never shrinks; a copy takes what it
@@ -380,3 +382,5 @@ class HashMap {
 };
 
 }  // namespace ko::ds
+
+#pragma GCC visibility pop

@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#pragma GCC visibility push(default)
+
 namespace ko {
 
 static_assert(sizeof(long) == 8, "the reader counts and parses in longs of 64 bits");
@@ -481,3 +483,5 @@ ByteArray decompress(const unsigned char* data, unsigned long size, String& erro
                      unsigned long expected);
 
 }  // namespace ko
+
+#pragma GCC visibility pop

@@ -12,6 +12,8 @@
 #include <ko/scene.h>
 #include <ko/types.h>
 
+#pragma GCC visibility push(default)
+
 namespace ko::chars {
 enum Class : unsigned char;
 }
@@ -404,3 +406,5 @@ bool parseString(interfaces::IScene* scene, String text);
 bool parseKvt(interfaces::IScene* scene, File file, bool keepHeader);
 
 }  // namespace ko::mirel_sdk::impl
+
+#pragma GCC visibility pop

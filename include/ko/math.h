@@ -6,6 +6,8 @@
 
 #include <ko/foundation.h>
 
+#pragma GCC visibility push(default)
+
 namespace ko::math {
 
 // A direction: x, y, (z), (w).
@@ -133,3 +135,5 @@ bool String::parse(const String& text, math::RgbaT<T>& out) {
 }
 
 }  // namespace ko
+
+#pragma GCC visibility pop

@@ -20,6 +20,8 @@
 #include <ko/foundation.h>
 #include <ko/types.h>
 
+#pragma GCC visibility push(default)
+
 namespace ko::mirel_sdk {
 
 namespace impl {
@@ -1075,3 +1077,5 @@ const T* Input::asBufferOf() const {
 
 }  // namespace impl
 }  // namespace ko::mirel_sdk
+
+#pragma GCC visibility pop

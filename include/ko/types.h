@@ -8,6 +8,8 @@
 #include <ko/ds.h>
 #include <ko/foundation.h>
 
+#pragma GCC visibility push(default)
+
 namespace ko {
 
 // The layout of one buffer element. Suffixes: f float, d double, i and u 32-bit integers, 8 bytes.
@@ -160,3 +162,5 @@ constexpr DataType dataTypeOf() {
 }
 
 }  // namespace ko
+
+#pragma GCC visibility pop
