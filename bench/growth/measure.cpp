@@ -67,10 +67,15 @@ class TemporaryFile {
 };
 
 Reading measure(const Document& document, Source source, bench::Memory memory) {
-    const ko::LogCapture capture([](const ko::LogRecord&) {});
+    Reading reading;
+    const ko::LogCapture capture([&reading](const ko::LogRecord& record) {
+        reading.log += static_cast<double>(record.text.len() + 1);
+    });
     auto scene = std::make_unique<impl::Scene>();
     scene->setElementLimit(std::numeric_limits<unsigned long>::max());
+    if (document.registerTypes) document.registerTypes(*scene);
     impl::parseString(scene.get(), ko::String(std::string_view(document.setup)));
+    reading.log = 0;
     const ko::String text{source.isFile ? std::string_view() : std::string_view(document.text)};
     const std::unique_ptr<TemporaryFile> file(source.isFile ? new TemporaryFile(document.text)
                                                             : nullptr);
@@ -82,7 +87,6 @@ Reading measure(const Document& document, Source source, bench::Memory memory) {
     const bool isRead =
         file ? impl::parseKvt(scene.get(), ko::File::open(file->path().c_str()), false)
              : impl::parseString(scene.get(), text);
-    Reading reading;
     reading.seconds = cpuSeconds() - start;
     reading.scene = allocated() - allocatedBefore;
     reading.peak = field("/proc/self/status", "VmHWM") - resident;
@@ -97,7 +101,7 @@ Reading measure(const Document& document, Source source, bench::Memory memory) {
 
 Reading least(const Reading& a, const Reading& b) {
     return {std::min(a.seconds, b.seconds), std::min(a.freeSeconds, b.freeSeconds),
-            std::min(a.scene, b.scene), std::min(a.peak, b.peak)};
+            std::min(a.scene, b.scene), std::min(a.peak, b.peak), std::min(a.log, b.log)};
 }
 
 Reading readOnce(const Document& document, Source source) {

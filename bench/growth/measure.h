@@ -14,6 +14,7 @@ struct Reading {
     double freeSeconds = 0;  // CPU time of freeing the scene
     double scene = 0;        // bytes that the allocator handed out meanwhile
     double peak = 0;         // resident bytes at the peak over what was resident before
+    double log = 0;          // bytes of all messages, each a line
 };
 
 // The least of both in everything: what else the machine does only adds.

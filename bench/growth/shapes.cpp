@@ -228,6 +228,134 @@ Document buffersInAnArray(unsigned long bytes) {
 
 Document elements(unsigned long bytes) { return plain("t n:" + filled(".a[*]=1;", bytes)); }
 
+// --- Messages -----------------------------------------------------------------------------------
+//
+// A message quotes what the statement that it is about has written, and more: the name of its node,
+// which stands in the document once, and the name that an input has now.
+
+// A node whose name takes a part of the document, its statements to follow.
+std::string longNode(unsigned long bytes) { return "t " + std::string(bytes / 64, 'n') + ":"; }
+
+Document longNodeErrors(unsigned long bytes) {
+    return plain(longNode(bytes) + ".x=1;" + filled(".x=\"\";", bytes));
+}
+
+Document longNodeContainers(unsigned long bytes) {
+    return plain(longNode(bytes) + ".x=[];.y={};" + filled(".x=1;.y=1;", bytes));
+}
+
+Document longNodeWarnings(unsigned long bytes) {
+    return plain(longNode(bytes) + ".x=1;" + filled(".x=2.5;", bytes));
+}
+
+Document longNodeBuffers(unsigned long bytes) {
+    return plain(longNode(bytes) + ".x=byte[1]{1};" + filled(".x=int32[0]{};", bytes));
+}
+
+Document longNodeElements(unsigned long bytes) {
+    return plain(longNode(bytes) + ".a[*].x=1;" + filled(".a[0].x=\"\";", bytes));
+}
+
+Document longNodeConnections(unsigned long bytes) {
+    return plain(longNode(bytes) + numberedIn(".x$|=gone.o;", bytes));
+}
+
+Document longNodeReferences(unsigned long bytes) {
+    return plain(longNode(bytes) + numberedIn(".x$=gone;", bytes));
+}
+
+using ko::mirel_sdk::impl::AttrData;
+using ko::mirel_sdk::impl::NodeType;
+using ko::mirel_sdk::impl::Scene;
+
+// Nodes of type `t` have one output.
+Document longNodeOutputs(unsigned long bytes) {
+    const auto registerTypes = [](Scene& scene) {
+        scene.registerType(std::move(NodeType("t").output("there")));
+    };
+    return {"t s;", longNode(bytes) + numberedIn(".x$|=s.o;", bytes), true, registerTypes};
+}
+
+void registerEnumeration(Scene& scene) {
+    scene.registerType(std::move(NodeType("t").enumeration("e", {"draft", "final"})));
+}
+
+Document longNodeEnumeration(unsigned long bytes) {
+    return {"", longNode(bytes) + filled(".e=\"\";", bytes), true, registerEnumeration};
+}
+
+Document enumerationValues(unsigned long bytes) {
+    return {"", "t n:" + filled(".e=\"a text that is no value\";", bytes), true,
+            registerEnumeration};
+}
+
+Document longEnumerationValues(unsigned long bytes) {
+    const std::string value(bytes / 8, 'v');
+    return {"", "t n:" + filled(".e=\"" + value + "\";", bytes), true, registerEnumeration};
+}
+
+// Documents say `a` for an input whose name takes as much as the longest node.
+Document longRename(unsigned long bytes) {
+    const auto registerTypes = [bytes](Scene& scene) {
+        const ko::String current(std::string_view(std::string(bytes / 64, 'x')));
+        NodeType type("t");
+        type.input(current, AttrData::ofInt(1)).renameInput("a", current);
+        scene.registerType(std::move(type));
+    };
+    return {"", "t n:" + filled(".a=\"\";", bytes), true, registerTypes};
+}
+
+Document longType(unsigned long bytes) {
+    return plain(std::string(bytes / 64, 't') + " n:.x=1;" + filled(".x=\"\";.x=2.5;", bytes));
+}
+
+Document longInput(unsigned long bytes) {
+    const std::string name = "." + std::string(bytes / 8, 'x');
+    return plain("t n:" + name + "=1;" + filled(name + "=\"\";", bytes));
+}
+
+Document longPathErrors(unsigned long bytes) {
+    const std::string path = repeated(".a", bytes / 16);
+    return plain("t n:" + path + "=1;" + filled(path + "=\"\";", bytes));
+}
+
+// Indices are longer in messages than `[*]` is in the document.
+Document longIndexErrors(unsigned long bytes) {
+    const std::string path = ".a" + repeated("[*]", bytes / 24);
+    return plain("t n:" + path + "=1;" + filled(path + "=\"\";", bytes));
+}
+
+Document longConnections(unsigned long bytes) {
+    const std::string name(bytes / 16, 'm');
+    return plain("t n:" + numberedIn(".x$|=" + name + ".o;.y$=" + name + ";", bytes));
+}
+
+Document longInvalidOutputs(unsigned long bytes) {
+    return plain("t n:" + numberedIn(".x$|=m" + repeated(".o", bytes / 16) + ";", bytes));
+}
+
+Document shortBuffers(unsigned long bytes) {
+    return plain("t n:" + filled(".x=byte[9]{};", bytes));
+}
+
+Document versions(unsigned long bytes) { return plain(filled("#version:\n", bytes)); }
+
+Document longVersions(unsigned long bytes) {
+    return plain(filled("#version:" + std::string(bytes / 8, 'v') + "\n", bytes));
+}
+
+Document longBadToken(unsigned long bytes) {
+    return broken("t n: .x = 1 " + std::string(bytes, 'x') + ";");
+}
+
+Document longPathNowhere(unsigned long bytes) {
+    return broken(longNode(bytes) + ".x|=s.o;.x[0]" + filled(".a", bytes) + "=1;");
+}
+
+Document longExcess(unsigned long bytes) {
+    return broken("t n:.x=float[1]{1 " + std::string(bytes, '7') + "};");
+}
+
 // --- Names that collide in a weak hash ----------------------------------------------------------
 
 // Alike in every hash that multiplies by a small number and adds: "Ez" and "FY" by 33, "Aa" and
@@ -242,7 +370,7 @@ std::string twins(std::string_view first, std::string_view second, unsigned long
 Document twinNames(std::string_view first, std::string_view second, unsigned long bytes) {
     std::string text = "t n:";
     for (unsigned long i = 0; text.size() < bytes; ++i)
-        text += "." + twins(first, second, i) + "=1;";
+        text.append(".").append(twins(first, second, i)).append("=1;");
     return plain(text);
 }
 
@@ -354,6 +482,30 @@ const std::vector<Shape>& shapes() {
         {"warnings", warnings},
         {"errors", errors},
         {"warnings at the end", warningsAtTheEnd},
+        {"long node, errors", longNodeErrors, 8},
+        {"long node, containers", longNodeContainers, 8},
+        {"long node, warnings", longNodeWarnings, 8},
+        {"long node, buffers", longNodeBuffers, 8},
+        {"long node, elements", longNodeElements, 8},
+        {"long node, connections", longNodeConnections, 8},
+        {"long node, references", longNodeReferences, 8},
+        {"long node, outputs", longNodeOutputs, 8},
+        {"long node, enumeration", longNodeEnumeration, 8},
+        {"enumeration values", enumerationValues},
+        {"enumeration values, long", longEnumerationValues},
+        {"long rename", longRename, 8},
+        {"long type", longType},
+        {"long input", longInput},
+        {"long path, errors", longPathErrors},
+        {"long indices, errors", longIndexErrors},
+        {"long connections", longConnections},
+        {"long invalid outputs", longInvalidOutputs},
+        {"buffers of too little", shortBuffers},
+        {"version comments", versions},
+        {"version comments, long", longVersions},
+        {"long bad token", longBadToken},
+        {"long path to nowhere", longPathNowhere},
+        {"long excess", longExcess},
         {"buffers in an array", buffersInAnArray},
         {"elements", elements},
         {"names alike by 31", twinsBy31},
