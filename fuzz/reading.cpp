@@ -1,6 +1,8 @@
 #include "reading.h"
 
+#include <sys/mman.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <ko/foundation.h>
 #include <ko/kvtparser.h>
@@ -63,6 +65,29 @@ class Memory {
     std::string text_;
 };
 
+// A file that lives in memory, and is opened by a path.
+class TemporaryFile {
+  public:
+    TemporaryFile() : descriptor_(memfd_create("document", MFD_CLOEXEC)) {
+        require(descriptor_ >= 0, "no temporary file");
+        path_ = "/proc/self/fd/" + std::to_string(descriptor_);
+    }
+    ~TemporaryFile() { close(descriptor_); }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    const char* write(std::string_view text) {
+        require(ftruncate(descriptor_, 0) == 0, "the temporary file cannot be emptied");
+        const ssize_t written = pwrite(descriptor_, text.data(), text.size(), 0);
+        require(written == static_cast<ssize_t>(text.size()), "the temporary file is full");
+        return path_.c_str();
+    }
+
+  private:
+    int descriptor_;
+    std::string path_;
+};
+
 bool namesNodeType(std::string_view documents) {
     constexpr std::string_view names[] = {"scalars", "vectors", "matrices", "others",
                                           "choice",  "filter",  "renamed"};
@@ -73,11 +98,6 @@ bool namesNodeType(std::string_view documents) {
 
 bool startsWith(std::string_view text, std::string_view start) {
     return text.substr(0, start.size()) == start;
-}
-
-// Reported for what waited for the end of the document, input by input.
-bool isOfTheEnd(std::string_view line) {
-    return startsWith(line, "warning: Cannot ") || startsWith(line, "warning: Invalid output: ");
 }
 
 void requireNoControls(std::string_view dump) {
@@ -133,19 +153,27 @@ void prepare(Scene& scene, std::string_view documents) {
     scene.setBufferLimit(bufferLimit);
 }
 
+std::string lineOf(const LogRecord& record) {
+    std::string line = record.severity == Severity::Error ? "error: " : "warning: ";
+    return line.append(record.text.view());
+}
+
+bool isOfTheEnd(std::string_view line) {
+    return startsWith(line, "warning: Cannot ") || startsWith(line, "warning: Invalid output: ");
+}
+
+void sortEnd(Log& log) { std::sort(std::find_if(log.begin(), log.end(), isOfTheEnd), log.end()); }
+
 Reading read(const std::function<bool()>& entryPoint) {
     Reading reading;
-    const ko::LogCapture capture([&reading](const LogRecord& record) {
-        std::string line = record.severity == Severity::Error ? "error: " : "warning: ";
-        reading.log.push_back(line.append(record.text.view()));
-    });
+    const ko::LogCapture capture(
+        [&reading](const LogRecord& record) { reading.log.push_back(lineOf(record)); });
     try {
         reading.ok = entryPoint();
     } catch (const std::runtime_error& e) {
         reading.log.push_back(std::string("thrown: ") + e.what());
     }
-    const auto end = std::find_if(reading.log.begin(), reading.log.end(), isOfTheEnd);
-    std::sort(end, reading.log.end());
+    sortEnd(reading.log);
     return reading;
 }
 
@@ -153,11 +181,23 @@ Reading readText(Scene& scene, std::string_view text) {
     return read([&] { return ko::mirel_sdk::impl::parseString(&scene, String(text)); });
 }
 
-Reading readBytes(Scene& scene, std::string_view text, bool keepHeader) {
+Reading readBytes(Scene& scene, std::string_view bytes, bool keepHeader) {
     return read([&] {
-        const File file = File::memory(text.data(), text.size());
+        const File file = File::memory(bytes.data(), bytes.size());
         return ko::mirel_sdk::impl::parseKvt(&scene, file, keepHeader);
     });
+}
+
+Reading readFile(Scene& scene, std::string_view bytes, bool keepHeader) {
+    static TemporaryFile file;
+    return read([&] {
+        return ko::mirel_sdk::impl::parseKvt(&scene, File::open(file.write(bytes)), keepHeader);
+    });
+}
+
+std::string_view withoutByteOrderMark(std::string_view bytes) {
+    constexpr std::string_view mark = "\xEF\xBB\xBF";
+    return bytes.substr(0, mark.size()) == mark ? bytes.substr(mark.size()) : bytes;
 }
 
 std::string dumpedText(const Scene& scene, bool ok) {

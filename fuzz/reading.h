@@ -23,17 +23,29 @@ std::uint64_t fingerprint(std::string_view text);
 // that keep each reading short.
 void prepare(ko::mirel_sdk::impl::Scene& scene, std::string_view documents);
 
+// A line for each message, "warning: ..." or "error: ...".
+using Log = std::vector<std::string>;
+
+std::string lineOf(const ko::LogRecord& record);
+// Whether a line is of those that are reported when the document is at its end, for what waited
+// there. They come in no certain order; this sorts them.
+bool isOfTheEnd(std::string_view line);
+void sortEnd(Log& log);
+
 // What an entry point did.
 struct Reading {
     bool ok = false;
-    // A line for each message, and one for an exception. Those that are reported when the document
-    // is at its end come in no certain order, and are sorted.
-    std::vector<std::string> log;
+    // With a line for an exception, and a sorted end.
+    Log log;
 };
 
 Reading read(const std::function<bool()>& entryPoint);
 Reading readText(ko::mirel_sdk::impl::Scene& scene, std::string_view text);
-Reading readBytes(ko::mirel_sdk::impl::Scene& scene, std::string_view text, bool keepHeader);
+// From memory, and from a file; a byte order mark is passed over.
+Reading readBytes(ko::mirel_sdk::impl::Scene& scene, std::string_view bytes, bool keepHeader);
+Reading readFile(ko::mirel_sdk::impl::Scene& scene, std::string_view bytes, bool keepHeader);
+// What is left of the bytes of a file.
+std::string_view withoutByteOrderMark(std::string_view bytes);
 
 // The scene as the tool shows it, in both forms. Ends the process when the form itself is broken.
 std::string dumpedText(const ko::mirel_sdk::impl::Scene& scene, bool ok);

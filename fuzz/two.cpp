@@ -3,20 +3,17 @@
 #include <ko/scene.h>
 
 #include <cstdint>
-#include <iterator>
-#include <string>
 #include <string_view>
 
+#include "choices.h"
+#include "consistency.h"
 #include "reading.h"
 #include "target.h"
 
 namespace {
 
-using ko::mirel_sdk::impl::Input;
 using ko::mirel_sdk::impl::Node;
-using ko::mirel_sdk::impl::Output;
 using ko::mirel_sdk::impl::Scene;
-using kvt::fuzz::require;
 
 constexpr char separator = '\xFF';
 // More add time, but nothing new.
@@ -43,66 +40,10 @@ void removeEveryOther(Scene& scene) {
     }
 }
 
-struct Links {
-    long connections = 0;
-    long references = 0;
-};
-
-// Links as the inputs of the scene have them.
-Links forwardLinks(Scene& scene) {
-    Links links;
-    for (Node* const node : scene.nodes()) {
-        for (const Input* input = node->inputAt(0); input; input = input->nextInNode()) {
-            const Output* const output = input->connection();
-            require(!output || !output->node()->isRemoved(), "a connection from a removed node");
-            if (output) ++links.connections;
-            if (!input->nodeReference()) continue;
-            require(!input->nodeReference()->isRemoved(), "a reference to a removed node");
-            ++links.references;
-        }
-    }
-    return links;
-}
-
-// Links as the outputs and nodes of the scene have them.
-Links backwardLinks(Scene& scene) {
-    Links links;
-    for (const Node* const node : scene.nodes()) {
-        for (unsigned long i = 0; i < node->outputCount(); ++i) {
-            const auto connected = node->outputAt(i)->connected();
-            links.connections += std::distance(connected.begin(), connected.end());
-        }
-        const auto referring = node->referring();
-        links.references += std::distance(referring.begin(), referring.end());
-    }
-    return links;
-}
-
-void purge(Scene& scene) {
-    scene.purgeRemoved();
-    const Links forward = forwardLinks(scene);
-    const Links backward = backwardLinks(scene);
-    require(forward.connections == backward.connections, "connections that one side ignores");
-    require(forward.references == backward.references, "references that one side ignores");
-}
-
-std::string_view takeDocument(std::string_view& rest) {
-    const std::string_view document = rest.substr(0, rest.find(separator));
-    rest.remove_prefix(document.size());
-    return document;
-}
-
-unsigned takeByte(std::string_view& rest) {
-    if (rest.empty()) return 0;
-    const auto byte = static_cast<unsigned char>(rest.front());
-    rest.remove_prefix(1);
-    return byte;
-}
-
 void change(Scene& scene, unsigned before) {
     if (before & RemoveFirst) removeFirst(scene);
     if (before & RemoveSome) removeEveryOther(scene);
-    if (before & Purge) purge(scene);
+    if (before & Purge) kvt::fuzz::purge(scene);
 }
 
 bool readDocument(Scene& scene, std::string_view document, unsigned before) {
@@ -114,18 +55,18 @@ bool readDocument(Scene& scene, std::string_view document, unsigned before) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    std::string_view rest = kvt::fuzz::textOf(data, size);
+    const std::string_view input = kvt::fuzz::textOf(data, size);
+    kvt::fuzz::Choices choices(input);
     Scene scene;
-    kvt::fuzz::prepare(scene, rest);
-    bool ok = readDocument(scene, takeDocument(rest), 0);
-    for (int documents = 1; documents < mostDocuments && !rest.empty(); ++documents) {
-        rest.remove_prefix(1);
-        const unsigned before = takeByte(rest);
+    kvt::fuzz::prepare(scene, input);
+    bool ok = readDocument(scene, choices.until(separator), 0);
+    for (int documents = 1; documents < mostDocuments && choices.areLeft(); ++documents) {
+        const unsigned before = choices.byte();
         change(scene, before);
-        ok = readDocument(scene, takeDocument(rest), before);
+        ok = readDocument(scene, choices.until(separator), before);
     }
     kvt::fuzz::dumpedText(scene, ok);
-    purge(scene);
+    kvt::fuzz::purge(scene);
     kvt::fuzz::dumpedJson(scene, ok);
     return 0;
 }
