@@ -119,6 +119,15 @@ void requireConsistent(const Scene& scene) {
     require(forward == backward, "links that one side ignores");
 }
 
+void requireCut(const Node& node) {
+    const Input* input = node.inputAt(0);
+    for (; input; input = input->nextInNode())
+        require(!input->connection() && !input->nodeReference(), "a link that is not cut");
+    require(node.referring().isEmpty(), "a reference that is not cut");
+    for (unsigned long i = 0; i < node.outputCount(); ++i)
+        require(node.outputAt(i)->connected().isEmpty(), "a connection that is not cut");
+}
+
 unsigned long elementsOf(const Node& node) {
     unsigned long count = 0;
     const Input* input = node.inputAt(0);

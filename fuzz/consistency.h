@@ -9,6 +9,9 @@ namespace kvt::fuzz {
 // node has what its type declares.
 void requireConsistent(const ko::mirel_sdk::impl::Scene& scene);
 
+// The same unless something leads from or to the node, or did a moment ago.
+void requireCut(const ko::mirel_sdk::impl::Node& node);
+
 // The elements in the arrays of the node, and of the nodes that `Scene::nodes` lists.
 unsigned long elementsOf(const ko::mirel_sdk::impl::Node& node);
 unsigned long elementsOf(const ko::mirel_sdk::impl::Scene& scene);

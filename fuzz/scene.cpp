@@ -168,6 +168,8 @@ class Machine {
     void defineNode();
     void removeNode();
     void purgeRemoved();
+    void crowdNodes();
+    void crowdInputs();
     void findNode();
     void walkAndRemove();
     void registerType();
@@ -243,6 +245,8 @@ const Machine::Operation Machine::operations[] = {
     &Machine::limit,
     &Machine::replaceScene,
     &Machine::findOrCreateChild,
+    &Machine::crowdNodes,
+    &Machine::crowdInputs,
 };
 
 void Machine::step() {
@@ -368,8 +372,10 @@ void Machine::defineNode() {
 
 void Machine::removeNode() {
     const String name = chosenName(choices_, Named::Node);
+    const Node* const removed = scene_->findNode(name);
     removing([&] { attempt([&] { scene_->removeNode(name); }); });
     require(!scene_->findNode(name), "a removed node that is found");
+    if (removed) kvt::fuzz::requireCut(*removed);
 }
 
 void Machine::purgeRemoved() {
@@ -411,7 +417,10 @@ void Machine::registerType() {
         attemptParts([&] { declaration.addTo(type); });
     }
     fault_ = Fault(choices_);
-    attempt([&] { scene_->registerType(std::move(type)); });
+    const String name = type.name();
+    const NodeType* registered = nullptr;
+    attempt([&] { registered = scene_->registerType(std::move(type)); });
+    require(!registered || scene_->nodeType(name) == registered, "a type that is not found");
 }
 
 void Machine::rename() {
@@ -423,6 +432,36 @@ void Machine::rename() {
         const bool isInput = what == Named::Input;
         (isInput ? ko::mirel_sdk::impl::registerInputRename
                  : ko::mirel_sdk::impl::registerOutputRename)(type, old, current);
+    });
+}
+
+// Enough of a kind for an index, or for more memory than there is at hand.
+std::vector<String> crowdOfNames(Choices& choices) {
+    constexpr unsigned most = 80;
+    const std::string prefix(1, static_cast<char>('A' + choices.below(26)));
+    std::vector<String> names;
+    for (unsigned left = choices.below(most); left > 0; --left)
+        names.emplace_back(std::string_view(prefix + std::to_string(left)));
+    return names;
+}
+
+void Machine::crowdNodes() {
+    const String type = chosenName(choices_, Named::Type);
+    const std::vector<String> names = crowdOfNames(choices_);
+    attemptParts([&] {
+        for (const String& name : names)
+            scene_->createNode(type, name, name);
+    });
+}
+
+void Machine::crowdInputs() {
+    Node* const owner = node();
+    const AttrType type = chosenAttrType(choices_);
+    const std::vector<String> names = crowdOfNames(choices_);
+    if (!owner) return;
+    attemptParts([&] {
+        for (const String& name : names)
+            owner->createInput(name, type);
     });
 }
 
@@ -584,6 +623,7 @@ void Machine::connect() {
     if (!target || !source) return;
     Output* const output = source->output(name);
     attempt([&] { target->connect(output); });
+    require(hasFailed() || target->connection() == output, "a connection to something else");
 }
 
 void Machine::disconnect() {
@@ -596,7 +636,13 @@ void Machine::disconnect() {
 void Machine::setNode() {
     Input* const target = input();
     Node* const referred = choices_.flag() ? node() : nullptr;
-    if (target) attempt([&] { target->setNode(referred); });
+    if (!target) return;
+    const bool becomesNode = target->type() == AttrType::Null && referred;
+    const AttrType type = becomesNode ? AttrType::Node : target->type();
+    attempt([&] { target->setNode(referred); });
+    if (hasFailed()) return;
+    require(target->nodeReference() == referred, "a reference to something else");
+    require(target->type() == type, "an input that a reference gives another type");
 }
 
 // --- Holding and looking

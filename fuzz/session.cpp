@@ -79,7 +79,10 @@ void renameOutput(Scene& /*scene*/, Choices& choices) {
 void forgetRenames(Scene& /*scene*/, Choices& /*choices*/) { ko::mirel_sdk::impl::clearRenames(); }
 
 void removeNode(Scene& scene, Choices& choices) {
-    scene.removeNode(chosenName(choices, Named::Node));
+    const String name = chosenName(choices, Named::Node);
+    const Node* const node = scene.findNode(name);
+    scene.removeNode(name);
+    if (node) kvt::fuzz::requireCut(*node);
 }
 
 // Those whose bit is set, while they are walked.
