@@ -194,6 +194,16 @@ TEST(NodeTypeTest, RefusesADefaultWhoseSizesContradictEachOther) {
     EXPECT_EQ(type.inputCount(), 0U);
 }
 
+TEST(NodeTypeTest, LeavesAnInputUndeclaredWhoseDefaultHasNoElementType) {
+    NodeType type("t");
+    type.input("a", AttrData::ofBuffer(DataType::Null, 3));
+    Scene scene;
+    scene.registerType(std::move(type));
+    const Input& input = *scene.createNode("t", "n", "")->input("a");
+    EXPECT_EQ(input.bufferType(), DataType::Null);
+    EXPECT_EQ(input.asBuffer().count, 0U);
+}
+
 TEST(NodeTypeTest, IgnoresASecondOutputOfAName) {
     NodeType type("t");
     type.output("a").output("b").output("a");

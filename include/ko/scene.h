@@ -47,7 +47,7 @@ struct BufferView {
     unsigned long bytes = 0;     // count * elementSize(type)
     DataType type = DataType::Null;
 
-    // Whether the bytes are those of the count, and there are numbers unless it is 0.
+    // Whether the bytes are those of the count.
     bool isConsistent() const;
     // Numbers in the buffer: elements times the components of each.
     unsigned long components() const { return count * componentCount(type); }
@@ -122,7 +122,7 @@ struct AttrData {
     // Whether values of this type carry a payload.
     bool hasPayload() const { return type == AttrType::String || type == AttrType::Buffer; }
     // A copy with a payload of its own. Throws std::bad_alloc, and std::invalid_argument for a
-    // buffer that is not consistent.
+    // buffer whose bytes are not those of its count.
     AttrData clone() const;
 
   private:
@@ -761,7 +761,7 @@ class NodeType {
     explicit NodeType(String name);
     NodeType& input(String name, AttrType type);
     // With a default, whose payload the node type takes over whatever happens. Throws
-    // std::invalid_argument for a buffer that is not consistent.
+    // std::invalid_argument for a buffer whose bytes are not those of its count.
     NodeType& input(String name, const AttrData& defaultValue);
     NodeType& array(String name, AttrType elementType);
     NodeType& buffer(String name, DataType elementType);

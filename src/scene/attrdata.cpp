@@ -120,8 +120,7 @@ const char* AttrData::text() const { return payload() ? static_cast<const char*>
 
 bool BufferView::isConsistent() const {
     const unsigned long size = elementSize(type);
-    if (size == 0 || bytes / size != count || bytes % size != 0) return false;
-    return count == 0 || (data && type != DataType::Null);
+    return size != 0 && bytes / size == count && bytes % size == 0;
 }
 
 BufferView AttrData::buffer() const { return {payload(), value[1], value[2], bufferType()}; }

@@ -384,8 +384,10 @@ void Input::assignText(const AttrData& data) noexcept {
 bool Input::assignBuffer(const AttrData& data) noexcept {
     const BufferView buffer = data.buffer();
     const bool isDeclaredType = elementType_ == 0 || data.bufferType() == bufferType();
+    const bool hasNumbers = buffer.data && buffer.type != DataType::Null;
+    const bool isWhole = buffer.isConsistent() && (buffer.count == 0 || hasNumbers);
     const bool isOwn = data.payload() == value_.buffer;
-    if (!isDeclaredType || !buffer.isConsistent()) {
+    if (!isDeclaredType || !isWhole) {
         if (!isOwn) freePayload(data);
         return false;
     }
