@@ -187,7 +187,7 @@ StringLexer& StringLexer::operator=(const StringLexer& other) {
 Token Lexer::token(Token::Type type) {
     Token t{type, String(static_cast<char>(la)), line, column};
     if (la == endOfInput) {
-        one();
+        advance();
     } else {
         skipInLine(1);
     }
@@ -255,6 +255,13 @@ String Lexer::takeAcross(chars::Class belonging) {
     return text.take();
 }
 
+// The token for whoever may keep it: a long group has all the room that it grew to.
+Token Lexer::kept(Token t) {
+    const bool isGroup = t.type == Token::Parens || t.type == Token::Braces;
+    if (isGroup && t.text.len() >= TextBuilder::longText) t.text = String(t.text.view());
+    return t;
+}
+
 inline void Lexer::finish(Token::Type type, Token& t) const {
     t.type = type;
     t.line = line;
@@ -271,7 +278,7 @@ void Lexer::readSign(Token::Type type, Token& t) {
 Token Lexer::nextToken() {
     Token t;
     read(t);
-    return t;
+    return kept(std::move(t));
 }
 
 // --- At a glance
@@ -658,6 +665,20 @@ inline void Lexer::read(Token& t) {
     }
 }
 
+// What tells parenthesised from braced groups.
+struct Lexer::GroupRules {
+    Token::Type type;
+    char open;
+    char close;
+    bulk::Group group;
+    chars::Class gap;
+    const char* name;    // in messages about a character
+    const char* plural;  // in messages about the end
+
+    static const GroupRules parens;
+    static const GroupRules braces;
+};
+
 void Lexer::readAny(Token& t) {
     skipBlanks();
     const Token::Type type = typeBegunBy(la);
@@ -667,9 +688,9 @@ void Lexer::readAny(Token& t) {
         case Token::Integer: return readNumber(t);
         case Token::StringLiteral: t = string(); return;
         case Token::Comment: t = comment(); return;
-        case Token::Parens: t = parens(); return;
+        case Token::Parens: t = group(GroupRules::parens); return;
         case Token::Brackets: t = brackets(); return;
-        case Token::Braces: t = braces(); return;
+        case Token::Braces: t = group(GroupRules::braces); return;
         case Token::Invalid:
             t = token(Token::Invalid,
                       String::format("INVALID TOKEN (%d,%d): '%c'", line, column, la));
@@ -764,26 +785,13 @@ Token Lexer::brackets() {
     return token(Token::Brackets, text.take());
 }
 
-// What tells parenthesised from braced groups.
-struct Lexer::GroupRules {
-    Token::Type type;
-    char open;
-    char close;
-    bulk::Group group;
-    chars::Class gap;
-    const char* name;    // in messages about a character
-    const char* plural;  // in messages about the end
-};
+const Lexer::GroupRules Lexer::GroupRules::parens = {
+    Token::Parens, '(', ')', bulk::Group::Parens, chars::ParensGap, "PAREN", "PARENS"};
+const Lexer::GroupRules Lexer::GroupRules::braces = {
+    Token::Braces, '{', '}', bulk::Group::Braces, chars::BracesGap, "BRACE", "BRACES"};
 
-Token Lexer::parens() {
-    return group(
-        {Token::Parens, '(', ')', bulk::Group::Parens, chars::ParensGap, "PAREN", "PARENS"});
-}
-
-Token Lexer::braces() {
-    return group(
-        {Token::Braces, '{', '}', bulk::Group::Braces, chars::BracesGap, "BRACE", "BRACES"});
-}
+Token Lexer::parens() { return kept(group(GroupRules::parens)); }
+Token Lexer::braces() { return kept(group(GroupRules::braces)); }
 
 // A group on its way into its token, a run of characters at a time.
 struct Lexer::GroupText {
@@ -1006,14 +1014,16 @@ inline bool KvtParser::readAhead(Lexer::Glance& glance, unsigned skipped) {
 
 // document = { statement }
 bool KvtParser::parse(IScene* scene, Lexer* lexer) {
+    dropPending();
+    withNode_ = nullptr;
+    definedNodes_.clear();
     prime(scene, lexer);
     try {
         while (la(1) != Token::Eof && la(1) != Token::Invalid) {
             if (!scene_) parseError("no scene to read into");
             if (!statement()) parseError("unrecognized token '%s'.", peek(1).text.buf());
         }
-        resolveConnections();
-        resolveIdentifiers();
+        resolve();
         return true;
     } catch (const std::runtime_error& error) {
         dropPending();
@@ -1970,31 +1980,64 @@ KvtParser::OutputName& KvtParser::OutputName::operator=(const ds::Vector<Token>&
 // Two parts name a node and an output too, as in ".node.output" or "node.output[0]".
 StringVector KvtParser::OutputName::parts() const { return node.split('.', true, false); }
 
-// What was kept whole, which only parsers that are driven by hand do, is resolved by its names too.
-void KvtParser::resolveConnections() {
-    OutputNames names;
-    pendingConnections.forEachInserted(
-        [&names](const auto& entry) { names.emplace(entry.key, entry.value.refPath); });
-    connectAll(names);
-    connectAll(outputsToConnect_);
+bool KvtParser::OutputName::isNull() const {
+    return output.isEmpty() && node.toLower(true).trim(true, true) == "null";
 }
 
-// Whatever is there is connected first, in the order of the document; the rest is told of in the
-// order of the map.
-void KvtParser::connectAll(const OutputNames& pending) {
+// What was kept whole, which only parsers that are driven by hand do, is resolved by its names too.
+KvtParser::OutputNames KvtParser::takeOutputs() {
+    OutputNames names = std::move(outputsToConnect_);
+    pendingConnections.forEachInserted(
+        [&names](const auto& entry) { names.emplace(entry.key, entry.value.refPath); });
+    return names;
+}
+
+KvtParser::NodeNames KvtParser::takeNodes() {
+    NodeNames names = std::move(nodesToSet_);
+    pendingIdentifiers.forEachInserted(
+        [&names](const auto& entry) { names.emplace(entry.key, entry.value.token4); });
+    return names;
+}
+
+// Everything is connected and set before anything is told: a log sink that throws ends this.
+void KvtParser::resolve() {
+    const OutputNames outputs = takeOutputs();
+    const NodeNames nodes = takeNodes();
+    const bool allConnected = connectAll(outputs);
+    const bool allSet = setAll(nodes);
+    if (!allConnected) tellUnconnected(outputs);
+    if (!allSet) tellUnset(nodes);
+}
+
+void KvtParser::resolveConnections() {
+    const OutputNames outputs = takeOutputs();
+    if (!connectAll(outputs)) tellUnconnected(outputs);
+}
+
+void KvtParser::resolveIdentifiers() {
+    const NodeNames nodes = takeNodes();
+    if (!setAll(nodes)) tellUnset(nodes);
+}
+
+// True when all of it was there.
+bool KvtParser::connectAll(const OutputNames& pending) {
     bool allConnected = true;
     forEachBatch(pending, [&](const auto& batch) {
         allConnected = connectWhatIsThere(batch) && allConnected;
     });
-    if (allConnected) return;
+    return allConnected;
+}
+
+void KvtParser::tellUnconnected(const OutputNames& pending) {
     pending.forEach([this](const auto& entry) {
         const OutputName& name = entry.value;
         Node* const node = nodeOf(name);
-        if (!node || !outputOf(*node, name)) leaveUnconnected(*entry.key, name);
+        const bool isConnected = node && outputOf(*node, name);
+        if (!isConnected && !name.isNull()) warnUnconnected(*entry.key, name);
     });
 }
 
-// True when all of it was there. Each round touches what the one before it asked memory for.
+// Likewise. Each round touches what the one before it asked memory for.
 bool KvtParser::connectWhatIsThere(const Batch<OutputName>& batch) {
     expectNodes(scene(), batch, [](const OutputName& name) -> const String& { return name.node; });
     Node* nodes[batchSize];
@@ -2009,8 +2052,10 @@ bool KvtParser::connectWhatIsThere(const Batch<OutputName>& batch) {
     }
     bool allConnected = true;
     for (unsigned long i = 0; i < batch.size(); ++i) {
+        const bool isNull = !outputs[i] && batch[i]->value.isNull();
         if (outputs[i]) batch[i]->key->connect(outputs[i]);
-        allConnected = allConnected && outputs[i];
+        if (isNull) batch[i]->key->disconnect();
+        allConnected = allConnected && (outputs[i] || isNull);
     }
     return allConnected;
 }
@@ -2029,13 +2074,8 @@ Output* KvtParser::outputOf(Node& node, const OutputName& name) {
     return name.output.isEmpty() ? found(name.parts()[1]) : found(name.output);
 }
 
-// Disconnects the input where "null" was written; warns of what leads nowhere.
-void KvtParser::leaveUnconnected(IInput& input, const OutputName& name) {
+void KvtParser::warnUnconnected(IInput& input, const OutputName& name) const {
     const String text = name.output.isEmpty() ? name.node : name.node + "." + name.output;
-    if (text.toLower(true).trim(true, true) == "null") {
-        input.disconnect();
-        return;
-    }
     const StringVector parts = text.split('.', true, false);
     if (parts.size() != 2) {
         logWarning("Invalid output: %s.", text.buf());
@@ -2048,19 +2088,13 @@ void KvtParser::leaveUnconnected(IInput& input, const OutputName& name) {
     }
 }
 
-// Likewise.
-void KvtParser::resolveIdentifiers() {
-    NodeNames names;
-    pendingIdentifiers.forEachInserted(
-        [&names](const auto& entry) { names.emplace(entry.key, entry.value.token4); });
-    setAll(names);
-    setAll(nodesToSet_);
-}
-
-void KvtParser::setAll(const NodeNames& pending) {
+bool KvtParser::setAll(const NodeNames& pending) {
     bool allSet = true;
     forEachBatch(pending, [&](const auto& batch) { allSet = setWhatIsThere(batch) && allSet; });
-    if (allSet) return;
+    return allSet;
+}
+
+void KvtParser::tellUnset(const NodeNames& pending) {
     pending.forEach([this](const auto& entry) {
         const Token& reference = entry.value;
         if (reference.type == Token::Null || referredNode(reference)) return;

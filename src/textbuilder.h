@@ -51,8 +51,8 @@ class TextBuilder {
 
     // Likewise for a text that nobody keeps: a long one has all the room that it grew to, so that
     // the next one finds the block as it was.
+    static constexpr unsigned long longText = 1UL << 20;
     String takeWithRoom() {
-        constexpr unsigned long longText = 1UL << 20;
         if (isSmall() || size() < longText) return take();
         buffer_ = TextBuffer::cut(buffer_, size());
         return String(std::exchange(buffer_, nullptr));

@@ -33,6 +33,7 @@ using ko::mirel_sdk::impl::Node;
 using ko::mirel_sdk::impl::parseKvt;
 using ko::mirel_sdk::impl::parseString;
 using ko::mirel_sdk::impl::Scene;
+using ko::mirel_sdk::impl::StringLexer;
 using ko::mirel_sdk::impl::Token;
 
 // What a program throws that has no class of the standard library in it.
@@ -364,18 +365,40 @@ TEST_P(Exceptions, OfASinkEndTheDocument) {
     }
 }
 
-// What leads somewhere is connected before anything is told.
+// What leads somewhere is connected and set before anything is told.
 TEST_P(Exceptions, OfASinkAtTheEndOfTheDocumentLeaveWhatWasConnected) {
+    parseString(&scene_, "t n: .off |= n.out;");
+    std::string text = "n.a |= gone.out; n.b = gone; n.off |= null; n.node = n;";
+    for (int i = 0; i < 100; ++i)
+        text += "n.x" + std::to_string(i) + " |= n.out;";
     FailingSink sink{GetParam().fail};
     const LogCapture capture(std::ref(sink));
-    const Ending ending = endingOf(
-        [&] { return parseString(&scene_, "t n: .a |= n.out; .b |= gone.out; .c |= n.out;"); });
+    const Ending ending =
+        endingOf([&] { return parseString(&scene_, String(std::string_view(text))); });
     EXPECT_EQ(GetParam().ending, ending);
     const Node& node = *scene_.findNode("n");
-    EXPECT_NE(nullptr, node.input("a")->connection());
-    EXPECT_EQ(nullptr, node.input("b")->connection());
-    EXPECT_NE(nullptr, node.input("c")->connection());
+    EXPECT_EQ(nullptr, node.input("a")->connection());
+    EXPECT_EQ(nullptr, node.input("off")->connection());
+    EXPECT_EQ(&node, node.input("node")->nodeReference());
+    for (int i = 0; i < 100; ++i)
+        EXPECT_NE(nullptr,
+                  node.input(String("x") + String(static_cast<unsigned long>(i)))->connection())
+            << i;
     expectUsable(scene_);
+}
+
+// A parser that has read one document knows nothing of it in the next.
+TEST(AnotherDocument, BeginsWithoutTheBlockOfTheOneBefore) {
+    Scene scene;
+    KvtParser parser;
+    StringLexer first("t n: .x = 1;");
+    StringLexer second(".y = 1;");
+    EXPECT_TRUE(parser.parse(&scene, &first));
+    const LogCapture capture;
+    EXPECT_FALSE(parser.parse(&scene, &second));
+    ASSERT_EQ(1U, capture.records().size());
+    EXPECT_EQ("PARSE ERROR (1,6): 'with' node not set (input: .y).",
+              capture.records()[0].text.view());
 }
 
 }  // namespace

@@ -348,11 +348,11 @@ TEST_F(NodeWalkTest, GoesOnWhenTheNodeAtHandIsRemoved) {
     EXPECT_EQ(visitedRemoving({"b"}), (Names{"a", "b", "c", "d", "e"}));
 }
 
-TEST_F(NodeWalkTest, GoesOnBehindTheNextNodeWhenThatIsRemoved) {
+TEST_F(NodeWalkTest, GoesOnAfterTheNextNodeWhenThatIsRemoved) {
     EXPECT_EQ(visitedRemoving({"c"}), (Names{"a", "b", "d", "e"}));
 }
 
-TEST_F(NodeWalkTest, GoesOnBehindSeveralNodesRemovedInAnyOrder) {
+TEST_F(NodeWalkTest, GoesOnAfterSeveralNodesRemovedInAnyOrder) {
     Names removed = {"a", "b", "c", "d"};
     do {
         Scene scene;
@@ -381,7 +381,7 @@ TEST_F(NodeWalkTest, VisitsNodesMadeAfterTheNextWasRemoved) {
     EXPECT_EQ(visited, (Names{"a", "b", "c", "d", "new"}));
 }
 
-TEST_F(NodeWalkTest, MayRemoveAndPurgeEachNode) {
+TEST_F(NodeWalkTest, MayRemoveAndPurgeTheNodeAtHand) {
     const Names visited = visitedWhile(scene_, [&](const std::string& at) {
         scene_.removeNode(at.c_str());
         scene_.purgeRemoved();
@@ -421,7 +421,7 @@ TEST_F(LinkWalkTest, GoesOnWhenTheInputAtHandIsDisconnected) {
     EXPECT_EQ(visitedDisconnecting({"b"}), (Names{"a", "b", "c", "d"}));
 }
 
-TEST_F(LinkWalkTest, GoesOnBehindTheNextInputWhenThatIsDisconnected) {
+TEST_F(LinkWalkTest, GoesOnAfterTheNextInputWhenThatIsDisconnected) {
     EXPECT_EQ(visitedDisconnecting({"c"}), (Names{"a", "b", "d"}));
 }
 
@@ -450,7 +450,7 @@ TEST_F(LinkWalkTest, VisitsOtherNodesWhenTheNodeOfTheInputIsRemoved) {
     EXPECT_EQ(visited, (Names{"gone.a", "other.e"}));
 }
 
-TEST_F(LinkWalkTest, OfReferencesGoesOnBehindTheNextToo) {
+TEST_F(LinkWalkTest, OfReferencesGoesOnAfterTheNextToo) {
     Names visited;
     for (const Input* const at : other_.referring()) {
         visited.push_back(str(at->name()));

@@ -142,6 +142,7 @@ class Lexer {
     struct GroupRules;
     struct GroupText;
     Token group(const GroupRules& rules);
+    static Token kept(Token t);
 
     const char* next_ = nullptr;  // behind the lookahead; null for a source without runs
     const char* end_ = nullptr;   // of the run that it stands in
@@ -212,8 +213,8 @@ class KvtParser {
     // Reads the document. True when it was read to its end; after an error, which is logged, what
     // the scene was given stays. Throws std::runtime_error for an `Invalid` token among the first
     // three. A std::runtime_error that the lexer's source, the scene or a log sink throws after
-    // those ends the document like an error, with its text; anything else that they throw reaches
-    // the caller. Either way nothing waits in the maps, and the scene can be used as before.
+    // those ends the document like an error, with its text; the sink's at that last message, and
+    // anything else that they throw, reaches the caller. The scene can be used as before.
     bool parse(interfaces::IScene* scene, Lexer* lexer);
     // The first step of `parse`: takes scene and lexer (both stay the caller's) and fills the ring
     // anew.
@@ -290,6 +291,7 @@ class KvtParser {
         explicit OutputName(const ds::Vector<Token>& path) { *this = path; }
         OutputName& operator=(const ds::Vector<Token>& path);
         StringVector parts() const;
+        bool isNull() const;
 
         String node;
         String output;
@@ -356,12 +358,17 @@ class KvtParser {
     void checkEnumeration(const Input& target);
     template <class Name>
     using Batch = ds::Vector<const typename PendingMap<Name>::Node*>;
-    void connectAll(const OutputNames& pending);
+    OutputNames takeOutputs();
+    NodeNames takeNodes();
+    void resolve();
+    bool connectAll(const OutputNames& pending);
     bool connectWhatIsThere(const Batch<OutputName>& batch);
-    void leaveUnconnected(interfaces::IInput& input, const OutputName& name);
+    void tellUnconnected(const OutputNames& pending);
+    void warnUnconnected(interfaces::IInput& input, const OutputName& name) const;
     Node* nodeOf(const OutputName& name) const;
     static Output* outputOf(Node& node, const OutputName& name);
-    void setAll(const NodeNames& pending);
+    bool setAll(const NodeNames& pending);
+    void tellUnset(const NodeNames& pending);
     bool setWhatIsThere(const Batch<Token>& batch);
     Node* referredNode(const Token& reference) const;
 

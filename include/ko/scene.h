@@ -601,7 +601,7 @@ struct InputChain {
 };
 
 // How to walk the inputs that are attached to one output or node. Where the input at hand and the
-// next one both left, it begins anew with those that did not.
+// next one have both left, the walk begins anew with those that remain, and visits some twice.
 template <class Target, Target* (Input::*TargetOf)() const, Input* (Input::*Next)() const>
 struct AttachedInputs {
     const Target* target = nullptr;
@@ -727,8 +727,8 @@ class Node {
     String type_;
     String label_;
     NamedList<Input> inputs_;
-    // In order of creation. A removed node keeps the one before it, which leads walks back to where
-    // it stood, and leads to the next of those that are removed.
+    // In order of creation. For a removed node: the one that stood before it, from where walks go
+    // on, and the node that was removed before.
     Node* previous_ = nullptr;
     Node* next_ = nullptr;
 };
@@ -760,7 +760,7 @@ class NodeType {
   public:
     explicit NodeType(String name);
     NodeType& input(String name, AttrType type);
-    // With a default, whose payload the node type takes over whatever happens. Throws
+    // With a default, whose payload the node type takes over also when it throws. Throws
     // std::invalid_argument for a buffer whose bytes are not those of its count.
     NodeType& input(String name, const AttrData& defaultValue);
     NodeType& array(String name, AttrType elementType);
@@ -827,12 +827,12 @@ class Scene : public interfaces::IScene {
 
         Node* first() const { return scene->firstNode_; }
         Node* after(const Node* at) const { return at->next(); }
-        Node* goOn(const Node* /*at*/, Node* next) const { return scene->firstLeftFrom(next); }
+        Node* goOn(const Node* /*at*/, Node* next) const { return scene->firstRemainingFrom(next); }
     };
     Chain<Node, NodesInOrder> nodes() const { return Chain<Node, NodesInOrder>({this}); }
     unsigned long nodeCount() const { return index_.size(); }
     // Destroys the removed nodes, after cutting what was connected to them since. Not while a
-    // document is being read.
+    // document is being read, nor in a walk whose next node or input would be among them.
     void purgeRemoved();
 
     // Nodes of this type made from now on start with what it declares. Its renames enter the
@@ -864,7 +864,7 @@ class Scene : public interfaces::IScene {
     void enter(const NodeType* registered);
     void unlink(Node& node) noexcept;
     // The node, or if it was removed the one that came after it; null when there is none.
-    Node* firstLeftFrom(Node* node) const;
+    Node* firstRemainingFrom(Node* node) const;
 
     std::unique_ptr<Pool> pool_;
     unsigned long fileVersion_ = KVX_FILE_VERSION_1;

@@ -60,8 +60,8 @@ void Scene::unlink(Node& node) noexcept {
     (node.next_ ? node.next_->previous_ : lastNode_) = node.previous_;
 }
 
-// The nodes between a removed one and the last one before it that is left are removed as well.
-Node* Scene::firstLeftFrom(Node* node) const {
+// All nodes between a removed one and the one that this finds before it have been removed as well.
+Node* Scene::firstRemainingFrom(Node* node) const {
     if (!node->isRemoved()) return node;
     const Node* before = node->previous_;
     while (before && before->isRemoved())
