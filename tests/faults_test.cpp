@@ -10,9 +10,8 @@
 
 #include <fcntl.h>
 #include <pty.h>
-#include <spawn.h>
 #include <stdio.h>  // fopencookie
-#include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -31,121 +30,22 @@
 
 #include "commands.h"
 #include "ordinaryuser.h"
+#include "toolprocess.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using ko::File;
 using ko::mirel_sdk::impl::Scene;
+using kvt::test::Arguments;
+using kvt::test::brokenPipe;
+using kvt::test::Capture;
+using kvt::test::Descriptor;
 using kvt::test::OrdinaryUser;
+using kvt::test::Outcome;
+using kvt::test::outcomeOf;
+using kvt::test::runTool;
 using nlohmann::json;
-
-// --- Running the tool
-
-// A descriptor that is closed with its owner; -1 for none.
-class Descriptor {
-  public:
-    explicit Descriptor(int number = -1) : number_(number) {}
-    Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    Descriptor& operator=(Descriptor&& other) noexcept {
-        std::swap(number_, other.number_);
-        return *this;
-    }
-    ~Descriptor() {
-        if (number_ >= 0) close(number_);
-    }
-    int number() const { return number_; }
-
-  private:
-    int number_;
-};
-
-// What is written to it can be read back.
-class Capture {
-  public:
-    int number() const { return file_.number(); }
-    std::string text() const {
-        std::string all(static_cast<unsigned long>(lseek(number(), 0, SEEK_END)), '\0');
-        EXPECT_EQ(static_cast<ssize_t>(all.size()), pread(number(), all.data(), all.size(), 0));
-        return all;
-    }
-
-  private:
-    Descriptor file_{memfd_create("kvt-faults", MFD_CLOEXEC)};
-};
-
-// The standard streams of the tool, a closed one as -1.
-struct Streams {
-    int in = -1;
-    int out = -1;
-    int err = -1;
-};
-
-class SpawnActions {
-  public:
-    explicit SpawnActions(const Streams& streams) {
-        posix_spawn_file_actions_init(&actions_);
-        give(streams.in, STDIN_FILENO);
-        give(streams.out, STDOUT_FILENO);
-        give(streams.err, STDERR_FILENO);
-    }
-    SpawnActions(const SpawnActions&) = delete;
-    SpawnActions& operator=(const SpawnActions&) = delete;
-    ~SpawnActions() { posix_spawn_file_actions_destroy(&actions_); }
-    const posix_spawn_file_actions_t* get() const { return &actions_; }
-
-  private:
-    void give(int number, int as) {
-        if (number < 0) {
-            posix_spawn_file_actions_addclose(&actions_, as);
-        } else {
-            posix_spawn_file_actions_adddup2(&actions_, number, as);
-        }
-    }
-
-    posix_spawn_file_actions_t actions_;
-};
-
-using Arguments = std::vector<std::string>;
-
-// Runs the tool in a session of its own, so without a terminal, and without any environment. Gives
-// its exit status, or 128 and the signal that ended it.
-int runTool(Arguments arguments, const Streams& streams) {
-    arguments.insert(arguments.begin(), KVT_TOOL_PATH);
-    std::vector<char*> argv;
-    for (std::string& argument : arguments)
-        argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    char* environment[] = {nullptr};
-
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
-    const SpawnActions actions(streams);
-    pid_t child = 0;
-    const int failure = posix_spawn(&child, argv[0], actions.get(), &attributes, argv.data(),
-                                    static_cast<char**>(environment));
-    posix_spawnattr_destroy(&attributes);
-    EXPECT_EQ(0, failure);
-    int status = 0;
-    EXPECT_EQ(child, waitpid(child, &status, 0));
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-struct Outcome {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-Outcome outcomeOf(const Arguments& arguments, int in = -1) {
-    const Capture out;
-    const Capture err;
-    const int status = runTool(arguments, {in, out.number(), err.number()});
-    return {status, out.text(), err.text()};
-}
 
 // --- Documents
 
@@ -221,8 +121,8 @@ TEST_F(Faults, AFileWithoutReadPermissionIsReported) {
     std::FILE* const stream = std::tmpfile();
     {
         const OrdinaryUser ordinary;
-        EXPECT_EQ(kvt::CannotRun, kvt::check({{name}, false}, stream));
-        EXPECT_EQ(kvt::CannotRun, kvt::dump({name, true}, stream, stream));
+        EXPECT_EQ(kvt::CannotRun, kvt::check({{name}, false, {}}, stream));
+        EXPECT_EQ(kvt::CannotRun, kvt::dump({name, true, {}}, stream, stream));
     }
     std::rewind(stream);
     std::string written(1000, '\0');
@@ -418,7 +318,7 @@ class ShrinkingFile : public Faults {
         cookie_io_functions_t functions = {};
         functions.write = cutOff;
         std::FILE* const stream = fopencookie(&cutting_, "w", functions);
-        const kvt::ExitStatus status = kvt::check({{cutting_.file}, false}, stream);
+        const kvt::ExitStatus status = kvt::check({{cutting_.file}, false, {}}, stream);
         std::fclose(stream);
         return status;
     }
@@ -474,7 +374,7 @@ TEST_F(ShrinkingFile, IsNotOneThatHoldsMoreThanItsDocument) {
 
 constexpr const char* cannotWrite = "kvt: error: cannot write the output: ";
 
-// The commands that write to standard output, of much and of little.
+// What writes to standard output, much and little.
 std::vector<Arguments> writingCommands(const std::string& good, const std::string& large) {
     return {{"dump", good},  {"dump", "--json", good},  {"--version"},     {"--help"},
             {"dump", large}, {"dump", "--json", large}, {"dump", "--help"}};
@@ -484,27 +384,35 @@ class OutputFaults : public Faults {
   protected:
     // Writing to `out` fails: one message says so.
     void expectFailure(int out, const std::string& reason) const {
-        for (const Arguments& arguments : writingCommands(good_, large_)) {
+        for (const Arguments& arguments : allWritingCommands()) {
             const Capture err;
-            EXPECT_EQ(2, runTool(arguments, {in_.number(), out, err.number()})) << arguments.back();
+            EXPECT_EQ(2, runWritingTo(out, err, arguments)) << arguments.back();
             EXPECT_EQ(cannotWrite + reason + '\n', err.text()) << arguments.back();
         }
     }
 
-    // Nothing can be reported to `err`; the exit status still tells.
-    void expectStatusWithout(int err) const {
+    std::vector<Arguments> allWritingCommands() const { return writingCommands(good_, large_); }
+
+    int runWritingTo(int out, const Capture& err, const Arguments& arguments) const {
+        return runTool(arguments, {in_.number(), out, err.number()});
+    }
+
+    // How `check` ends, and `dump` after it has written the scene, when diagnostics go to `err`.
+    void expectStatusWithout(int err, int ofCheck, int ofDump) const {
         const Capture out;
         EXPECT_EQ(0, runTool({"check", good_}, {-1, -1, err}));
-        EXPECT_EQ(1, runTool({"check", broken_}, {-1, -1, err}));
-        EXPECT_EQ(2, runTool({"check", path("missing")}, {-1, -1, err}));
-        EXPECT_EQ(2, runTool({"check", "-"}, {-1, -1, err}));
+        EXPECT_EQ(ofCheck, runTool({"check", broken_}, {-1, -1, err}));
+        EXPECT_EQ(ofCheck, runTool({"check", broken_, good_}, {-1, -1, err}));
+        EXPECT_EQ(ofCheck, runTool({"check", path("missing")}, {-1, -1, err}));
+        EXPECT_EQ(ofCheck, runTool({"check", "-"}, {-1, -1, err}));
         EXPECT_EQ(2, runTool({"frobnicate"}, {-1, -1, err}));
-        EXPECT_EQ(1, runTool({"dump", broken_}, {in_.number(), out.number(), err}));
+        EXPECT_EQ(ofDump, runTool({"dump", broken_}, {in_.number(), out.number(), err}));
         EXPECT_EQ("version   1\nnodes     1, and then reading stopped\n\nt n\n    x  Int  1\n",
                   out.text());
     }
 
     const std::string& good() const { return good_; }
+    const std::string& broken() const { return broken_; }
 
   private:
     // Open, so that a document takes the place of a closed output.
@@ -513,14 +421,6 @@ class OutputFaults : public Faults {
     std::string large_ = write("large", largeDocument());
     std::string broken_ = write("broken", brokenDocument);
 };
-
-// A pipe that nobody reads any more.
-Descriptor brokenPipe() {
-    int ends[2] = {-1, -1};
-    EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
-    close(ends[0]);
-    return Descriptor(ends[1]);
-}
 
 // A terminal whose other end has gone.
 Descriptor goneTerminal() {
@@ -533,9 +433,21 @@ TEST_F(OutputFaults, AFullDiskIsReportedOnce) {
     expectFailure(full.number(), "No space left on device");
 }
 
-TEST_F(OutputFaults, AClosedPipeIsReportedOnce) {
+// Who reads no further wants no more: `kvt dump FILE | head`.
+TEST_F(OutputFaults, AReaderThatHasGoneEndsTheOutputQuietly) {
     const Descriptor pipe = brokenPipe();
-    expectFailure(pipe.number(), "Broken pipe");
+    for (const Arguments& arguments : allWritingCommands()) {
+        const Capture err;
+        EXPECT_EQ(0, runWritingTo(pipe.number(), err, arguments)) << arguments.back();
+        EXPECT_EQ("", err.text()) << arguments.back();
+    }
+}
+
+TEST_F(OutputFaults, AReaderThatHasGoneHidesNoDiagnostics) {
+    const Descriptor pipe = brokenPipe();
+    const Capture err;
+    EXPECT_EQ(0, runWritingTo(pipe.number(), err, {"dump", broken()}));
+    EXPECT_EQ(broken() + brokenMessage, err.text());
 }
 
 // Of a size that the shell sets, in blocks of 512 bytes.
@@ -564,10 +476,42 @@ TEST_F(OutputFaults, ATerminalThatHasGoneIsReportedOnce) {
 
 TEST_F(OutputFaults, TheStatusTellsWhenDiagnosticsCannotBeWritten) {
     const Descriptor full(open("/dev/full", O_WRONLY));
-    const Descriptor pipe = brokenPipe();
     const Descriptor terminal = goneTerminal();
-    for (const int err : {full.number(), pipe.number(), terminal.number(), -1})
-        expectStatusWithout(err);
+    for (const int err : {full.number(), terminal.number(), -1})
+        expectStatusWithout(err, 2, 2);
+}
+
+// The scene was written whole, so what `dump` says about its document stands.
+TEST_F(OutputFaults, AReaderOfDiagnosticsThatHasGoneEndsCheckQuietly) {
+    const Descriptor pipe = brokenPipe();
+    expectStatusWithout(pipe.number(), 0, 1);
+}
+
+// Sends statements that each give a diagnostic until nobody takes them any more, but not for ever.
+// True when nobody took the last.
+bool isLeft(int socket) {
+    std::string statements = "t n: .x = 1;\n";
+    for (int i = 0; i < 1000; ++i)
+        statements += "n.x = 2.5;\n";
+    for (int i = 0; i < 1000; ++i)
+        if (send(socket, statements.data(), statements.size(), MSG_NOSIGNAL) < 0) return true;
+    shutdown(socket, SHUT_WR);
+    return false;
+}
+
+TEST_F(OutputFaults, CheckReadsNoFurtherThanItsFirstDiagnosticThatIsLost) {
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends));
+    const Descriptor sender(ends[0]);
+    const Descriptor full(open("/dev/full", O_WRONLY));
+    bool wasLeft = false;
+    std::thread sending([&] { wasLeft = isLeft(sender.number()); });
+    {
+        const Descriptor receiver(ends[1]);
+        EXPECT_EQ(2, runTool({"check", "-"}, {receiver.number(), -1, full.number()}));
+    }
+    sending.join();
+    EXPECT_TRUE(wasLeft);
 }
 
 TEST_F(OutputFaults, AClosedInputIsReportedOnce) {

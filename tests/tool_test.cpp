@@ -18,6 +18,7 @@
 #include <functional>
 #include <iterator>
 #include <limits>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -58,7 +59,7 @@ std::string written(const std::function<void(kvt::OutputStream&)>& write) {
     {
         kvt::OutputStream out(file);
         write(out);
-        EXPECT_TRUE(out.flush());
+        out.flush();
     }
     std::fclose(file);
     std::string result(text, size);
@@ -144,37 +145,57 @@ TEST(ToolTextTest, RefusesWhatIsNoMultibyteCharacter) {
         EXPECT_EQ(kvt::multibyteLength(text), 0) << text;
 }
 
-std::string message(std::string_view text) {
-    return written([&](kvt::OutputStream& out) { kvt::writeMessage(out, text); });
-}
-
-TEST(ToolTextTest, MessagesAreOneLine) {
-    EXPECT_EQ(message("a\nb\rc\td"), R"(a\nb\rc\td)");
-    EXPECT_EQ(message("\x01\x1b[31m\x7f"), R"(\x01\x1b[31m\x7f)");
-    EXPECT_EQ(message("a\0b"sv), R"(a\x00b)");
-}
-
-TEST(ToolTextTest, MessagesKeepBackslashesQuotesAndUtf8) {
-    EXPECT_EQ(message(R"(a\n"b")"), R"(a\n"b")");
-    EXPECT_EQ(message("gr\xc3\xbc\xc3\x9f \xf0\x9f\x98\x80"),
-              "gr\xc3\xbc\xc3\x9f \xf0\x9f\x98\x80");
-    EXPECT_EQ(message("\xc2\x9b"), "\xc2\x9b");
-}
-
-TEST(ToolTextTest, MessagesShowBytesThatAreNotUtf8) {
-    EXPECT_EQ(message("\xff\xe2\x82z\xed\xa0\x80"), R"(\xff\xe2\x82z\xed\xa0\x80)");
-}
-
 std::string visible(std::string_view text) {
     return written([&](kvt::OutputStream& out) { kvt::writeVisible(out, text); });
 }
 
-TEST(ToolTextTest, VisibleTextCannotGarbleTheTerminal) {
-    EXPECT_EQ(visible("a\x1b[2J\n"), R"(a\x1b[2J\n)");
-    EXPECT_EQ(visible("\xc2\x9b"), R"(\xc2\x9b)");          // a control beyond ASCII
-    EXPECT_EQ(visible("\xe2\x80\xae"), R"(\xe2\x80\xae)");  // from right to left
-    EXPECT_EQ(visible("\xe2\x80\xa8"), R"(\xe2\x80\xa8)");  // a line separator
-    EXPECT_EQ(visible("\xc3\xbc\xe2\x82\xac"), "\xc3\xbc\xe2\x82\xac");
+TEST(ToolTextTest, VisibleTextIsOneLine) {
+    EXPECT_EQ(visible("a\nb\rc\td"), R"(a\nb\rc\td)");
+    EXPECT_EQ(visible("\x01\x1b[31m\x7f"), R"(\x01\x1b[31m\x7f)");
+    EXPECT_EQ(visible("a\0b"sv), R"(a\x00b)");
+}
+
+TEST(ToolTextTest, VisibleTextKeepsBackslashesQuotesAndUtf8) {
+    EXPECT_EQ(visible(R"(a\n"b")"), R"(a\n"b")");
+    EXPECT_EQ(visible("gr\xc3\xbc\xc3\x9f \xf0\x9f\x98\x80"),
+              "gr\xc3\xbc\xc3\x9f \xf0\x9f\x98\x80");
+}
+
+TEST(ToolTextTest, VisibleTextShowsBytesThatAreNotUtf8) {
+    EXPECT_EQ(visible("\xff\xe2\x82z\xed\xa0\x80"), R"(\xff\xe2\x82z\xed\xa0\x80)");
+}
+
+// The code point as UTF-8; `steering` ones have two or three bytes.
+std::string utf8(unsigned codePoint) {
+    const auto byte = [](unsigned bits) { return static_cast<char>(bits); };
+    const char last = byte(0x80U | (codePoint & 0x3fU));
+    if (codePoint < 0x800) return {byte(0xc0U | codePoint >> 6U), last};
+    return {byte(0xe0U | codePoint >> 12U), byte(0x80U | (codePoint >> 6U & 0x3fU)), last};
+}
+
+bool steers(unsigned codePoint) {
+    constexpr unsigned single[] = {0x61c, 0x200e, 0x200f, 0x2028, 0x2029, 0xfeff};
+    return codePoint <= 0x9f || (codePoint >= 0x202a && codePoint <= 0x202e) ||
+           (codePoint >= 0x2066 && codePoint <= 0x2069) ||
+           std::find(std::begin(single), std::end(single), codePoint) != std::end(single);
+}
+
+std::string hexEscapes(const std::string& bytes) {
+    std::string all;
+    for (const char c : bytes) {
+        char escape[5];
+        std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned>(c) & 0xffU);
+        all += escape;
+    }
+    return all;
+}
+
+TEST(ToolTextTest, VisibleTextHasNothingThatSteersATerminalAndAllElse) {
+    for (unsigned codePoint = 0x80; codePoint <= 0xffff; ++codePoint) {
+        if (codePoint >= 0xd800 && codePoint <= 0xdfff) continue;  // no UTF-8
+        const std::string text = utf8(codePoint);
+        EXPECT_EQ(visible(text), steers(codePoint) ? hexEscapes(text) : text) << codePoint;
+    }
 }
 
 TEST(ToolTextTest, WidthIsThatOfTheVisibleText) {
@@ -220,6 +241,16 @@ TEST(ToolTextTest, JsonStringsReadBackAsTheyWere) {
     all += "\x7f\xc2\x80\xc3\xbc\xe2\x80\xa8\xe2\x82\xac\xf0\x9f\x98\x80";
     EXPECT_EQ(json::parse(jsonString(all)).get<std::string>(), all);
     EXPECT_EQ(jsonString("a\"\\\n\x01"), R"("a\"\\\n\u0001")");
+}
+
+TEST(ToolTextTest, JsonStringsHaveNothingThatSteersATerminalAndReadBack) {
+    for (unsigned codePoint = 0x80; codePoint <= 0xffff; ++codePoint) {
+        if (codePoint >= 0xd800 && codePoint <= 0xdfff) continue;
+        const std::string text = utf8(codePoint);
+        const std::string string = jsonString(text);
+        EXPECT_EQ(string.find(text) == std::string::npos, steers(codePoint)) << string;
+        EXPECT_EQ(json::parse(string).get<std::string>(), text);
+    }
 }
 
 TEST(ToolTextTest, JsonReplacesEachByteThatIsNotUtf8) {
@@ -272,10 +303,16 @@ TEST(ToolOutputTest, NoticesAFullDisk) {
     kvt::OutputStream out(full);
     out.write("text");
     EXPECT_EQ(out.error(), 0);
-    EXPECT_FALSE(out.flush());
+    EXPECT_THROW(out.flush(), kvt::WriteFailure);
     EXPECT_EQ(out.error(), ENOSPC);
-    out.write(std::string(1'000'000, 'x'));
-    EXPECT_FALSE(out.flush());
+    EXPECT_THROW(out.write(std::string(1'000'000, 'x')), kvt::WriteFailure);
+    EXPECT_THROW(out.flush(), kvt::WriteFailure);
+    std::fclose(full);
+}
+
+TEST(ToolOutputTest, MayGoAfterAFailure) {
+    std::FILE* const full = std::fopen("/dev/full", "w");
+    { kvt::OutputStream(full).write("text"); }
     std::fclose(full);
 }
 
@@ -305,11 +342,18 @@ TEST(ToolDiagnosticsTest, OneLineWhateverTheMessageHolds) {
               "dir/a.kvt: error: a\\nb\\x1b\\xff\\\n");
 }
 
-TEST(ToolDiagnosticsTest, FileIsPrintedAsGiven) {
-    const std::string line = written([](kvt::OutputStream& out) {
-        kvt::Diagnostics(out, kvt::noColours, "-").reportError("PARSE ERROR (1,2): no position");
+std::string failureOf(std::string_view file) {
+    return written([file](kvt::OutputStream& out) {
+        kvt::Diagnostics(out, kvt::noColours, file).reportError("PARSE ERROR (1,2): no position");
     });
-    EXPECT_EQ(line, "-: error: PARSE ERROR (1,2): no position\n");
+}
+
+TEST(ToolDiagnosticsTest, FileIsEscapedLikeTheMessage) {
+    EXPECT_EQ(failureOf("-"), "-: error: PARSE ERROR (1,2): no position\n");
+    EXPECT_EQ(failureOf("a\n\x1b[2J\xff \xe2\x80\xae\xc3\xbc\\"),
+              R"(a\n\x1b[2J\xff \xe2\x80\xae)"
+              "\xc3\xbc\\: error: "
+              "PARSE ERROR (1,2): no position\n");
 }
 
 TEST(ToolDiagnosticsTest, ColoursSurroundThePlainText) {
@@ -327,12 +371,15 @@ TEST(ToolTerminalTest, ColoursForATerminalThatMayHaveThem) {
     ASSERT_EQ(openpty(&controller, &terminal, nullptr, nullptr, nullptr), 0);
     std::FILE* const stream = fdopen(terminal, "w");
     unsetenv("NO_COLOR");
+    setenv("TERM", "xterm", 1);
     EXPECT_EQ(&kvt::paletteFor(stream), &kvt::terminalColours);
     setenv("NO_COLOR", "", 1);
     EXPECT_EQ(&kvt::paletteFor(stream), &kvt::terminalColours);
     setenv("NO_COLOR", "1", 1);
     EXPECT_EQ(&kvt::paletteFor(stream), &kvt::noColours);
     unsetenv("NO_COLOR");
+    setenv("TERM", "dumb", 1);
+    EXPECT_EQ(&kvt::paletteFor(stream), &kvt::noColours);
     std::fclose(stream);
     close(controller);
 }
@@ -341,6 +388,18 @@ TEST(ToolTerminalTest, NoColoursForAFile) {
     std::FILE* const file = std::tmpfile();
     EXPECT_EQ(&kvt::paletteFor(file), &kvt::noColours);
     std::fclose(file);
+}
+
+TEST(ToolDiagnosticsTest, ALostLineIsCountedAndRemembered) {
+    std::FILE* const full = std::fopen("/dev/full", "w");
+    kvt::OutputStream out(full);
+    kvt::Diagnostics diagnostics(out, kvt::noColours, "f");
+    EXPECT_EQ(diagnostics.writeError(), 0);
+    diagnostics.reportError("e");
+    diagnostics.reportError(std::string(1'000'000, 'e'));
+    EXPECT_EQ(diagnostics.writeError(), ENOSPC);
+    EXPECT_EQ(diagnostics.errors(), 2);
+    std::fclose(full);
 }
 
 TEST(ToolDiagnosticsTest, CountsByKind) {
@@ -663,6 +722,69 @@ TEST(ToolDumpTest, LongNamesDoNotWidenTheLinesBesideThem) {
     EXPECT_LT(textOf(scene).size(), 1'100'000);
 }
 
+// --- Outputs that fail --------------------------------------------------------------------------
+
+constexpr unsigned long lengthy = 200'000;
+
+void addNodes(Scene& scene) {
+    for (unsigned long i = 0; i < lengthy; ++i)
+        scene.createNode("t", String(i), "");
+}
+
+void addInputs(Scene& scene) {
+    Node* const node = scene.createNode("t", "n", "");
+    for (unsigned long i = 0; i < lengthy; ++i)
+        node->createInput(String(i + 1), AttrType::Int);
+}
+
+void addObjects(Scene& scene) { nest(scene.createNode("t", "n", ""), lengthy); }
+
+void addElements(Scene& scene) {
+    scene.createNode("t", "n", "")->createArray("x", AttrType::Int)->appendElements(lengthy);
+}
+
+void addComments(Scene& scene) {
+    for (unsigned long i = 0; i < lengthy; ++i)
+        scene.pushFileComment(String(i));
+}
+
+void addBuffer(Scene& scene) {
+    addValue(scene.createNode("t", "n", ""), "x", AttrData::ofBuffer(DataType::Byte, lengthy));
+}
+
+void addLongName(Scene& scene) { scene.createNode("t", String(std::string(lengthy, 'n')), ""); }
+
+// A dump into a stream that takes nothing, which is not flushed at its end.
+void dumpInVain(const Scene& scene, bool asJson) {
+    std::FILE* const full = std::fopen("/dev/full", "w");
+    std::setvbuf(full, nullptr, _IONBF, 0);
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> guard(full, std::fclose);
+    kvt::OutputStream out(full);
+    if (asJson) {
+        kvt::dumpJson(out, scene, true);
+    } else {
+        kvt::dumpText(out, scene, true, kvt::noColours);
+    }
+}
+
+TEST(ToolDumpTest, StopsAtTheFirstWriteThatFails) {
+    for (const auto add : {addNodes, addInputs, addObjects, addComments, addLongName}) {
+        Scene scene;
+        add(scene);
+        EXPECT_THROW(dumpInVain(scene, false), kvt::WriteFailure);
+        EXPECT_THROW(dumpInVain(scene, true), kvt::WriteFailure);
+    }
+}
+
+// The text form shows their beginning.
+TEST(ToolDumpTest, StopsAmongElementsAndNumbersOfBuffersToo) {
+    for (const auto add : {addElements, addBuffer}) {
+        Scene scene;
+        add(scene);
+        EXPECT_THROW(dumpInVain(scene, true), kvt::WriteFailure);
+    }
+}
+
 // --- Text ---------------------------------------------------------------------------------------
 
 TEST(ToolDumpTextTest, Header) {
@@ -821,6 +943,9 @@ TEST_F(ToolProgramTest, VersionAndHelp) {
         const Outcome help = run(arguments);
         EXPECT_EQ(help.status, 0);
         EXPECT_TRUE(contains(help.out, "kvt")) << help.out;
+        const bool isOfCommand = contains(arguments, "check") || contains(arguments, "dump");
+        EXPECT_EQ(contains(help.out, "--buffer-limit BYTES"), isOfCommand) << help.out;
+        EXPECT_EQ(contains(help.out, "--element-limit N"), isOfCommand) << help.out;
         EXPECT_EQ(help.err, "");
     }
 }
@@ -840,6 +965,19 @@ TEST_F(ToolProgramTest, WrongArgumentsAreOneLine) {
         "--frobnicate",
         "'' a",
         "'a\nb' a",
+        "check --",
+        "dump --",
+        "check - a -",
+        "check -- - -",
+        "check --element-limit",
+        "dump --element-limit -1 a",
+        "dump --element-limit= a",
+        "dump --element-limit 1k a",
+        "dump --element-limit ' 1' a",
+        "dump --element-limit 0x10 a",
+        "check --buffer-limit 18446744073709551616 a",
+        "check --buffer-limit 1 --buffer-limit 2 a",
+        "check --buffer-limit [1 a",
     };
     for (const char* const arguments : wrong) {
         const Outcome outcome = run(arguments);
@@ -856,6 +994,34 @@ TEST_F(ToolProgramTest, WrongArgumentsAreNamed) {
     EXPECT_TRUE(contains(run("check --bogus a").err, "unknown option: --bogus"));
     EXPECT_TRUE(contains(run("dump a b").err, "unexpected argument: b"));
     EXPECT_TRUE(contains(run("check").err, "FILE is required"));
+    EXPECT_TRUE(contains(run("check --").err, "FILE is required"));
+    EXPECT_TRUE(contains(run("--").err, "a command is required"));
+    EXPECT_TRUE(contains(run("check - -").err, "- may be given once"));
+    EXPECT_TRUE(contains(run("dump --buffer-limit 1k a").err,
+                         "--buffer-limit: not a whole number below 2^64: 1k"));
+}
+
+TEST_F(ToolProgramTest, WrongArgumentsAreEscaped) {
+    EXPECT_TRUE(contains(run("check --b\x1b\xe2\x80\xae").err,
+                         R"(unknown option: --b\x1b\xe2\x80\xae (see)"));
+    EXPECT_TRUE(contains(run("'\xff\n'").err, R"(unknown command: \xff\n (see)"));
+    EXPECT_TRUE(contains(run("check --buffer-limit '[\x9b' a").err, R"(2^64: [\x9b (see)"));
+}
+
+TEST_F(ToolProgramTest, LimitsAreThoseOfTheScene) {
+    write("a", "t n:\n.b = byte[10] {1};\n.c = byte[10] {1};\n.a[3] = 1;\n.d[1] = 1;\n");
+    for (const std::string command : {"check", "dump", "dump --json"}) {
+        EXPECT_EQ(run(command + " --buffer-limit 10 --element-limit=6 a").status, 0);
+        const Outcome buffer = run(command + " --buffer-limit 9 a");
+        EXPECT_EQ(buffer.status, 1);
+        EXPECT_TRUE(contains(buffer.err, "invalid buffer element count: ")) << buffer.err;
+        const Outcome elements = run(command + " a --element-limit 5");
+        EXPECT_EQ(elements.status, 1);
+        EXPECT_TRUE(contains(elements.err, "array too large: n.d")) << elements.err;
+    }
+    EXPECT_EQ(run("check --element-limit 010 a").status, 0);  // ten
+    EXPECT_EQ(run("check --buffer-limit 0 a").status, 1);
+    EXPECT_EQ(run("check --buffer-limit 18446744073709551615 a").status, 0);
 }
 
 TEST_F(ToolProgramTest, CheckEndsWithTheStateOfTheDocument) {

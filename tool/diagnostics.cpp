@@ -4,33 +4,41 @@
 
 namespace kvt {
 
+using ko::Severity;
+
 void Diagnostics::report(const ko::LogRecord& record) {
-    out_.write(palette_.strong);
-    out_.write(file_);
-    if (record.hasPosition) {
-        out_.write(':');
-        out_.number(record.line);
-        out_.write(':');
-        out_.number(record.column);
+    const Position position{record.line, record.column};
+    add(record.severity, record.hasPosition ? &position : nullptr, record.text.view());
+}
+
+void Diagnostics::reportError(std::string_view message) { add(Severity::Error, nullptr, message); }
+
+void Diagnostics::add(Severity severity, const Position* position, std::string_view message) {
+    ++(severity == Severity::Error ? errors_ : warnings_);
+    if (writeError() != 0) return;
+    try {
+        writeLine(severity, position, message);
+    } catch (const WriteFailure&) {
+        return;  // which the stream remembers
     }
-    finishLine(record.severity, record.text.view());
 }
 
-void Diagnostics::reportError(std::string_view message) {
+void Diagnostics::writeLine(Severity severity, const Position* position, std::string_view message) {
+    const bool isError = severity == Severity::Error;
     out_.write(palette_.strong);
-    out_.write(file_);
-    finishLine(ko::Severity::Error, message);
-}
-
-void Diagnostics::finishLine(ko::Severity severity, std::string_view message) {
-    const bool isError = severity == ko::Severity::Error;
-    ++(isError ? errors_ : warnings_);
+    writeVisible(out_, file_);
+    if (position) {
+        out_.write(':');
+        out_.number(position->line);
+        out_.write(':');
+        out_.number(position->column);
+    }
     out_.write(": ");
     out_.write(palette_.plain);
     out_.write(isError ? palette_.error : palette_.warning);
     out_.write(isError ? "error: " : "warning: ");
     out_.write(palette_.plain);
-    writeMessage(out_, message);
+    writeVisible(out_, message);
     out_.write('\n');
     // A line is seen when it occurs, and before anything that is written elsewhere later.
     out_.flush();

@@ -24,9 +24,19 @@ class Diagnostics {
 
     unsigned long warnings() const { return warnings_; }
     unsigned long errors() const { return errors_; }
+    // The system's number for the first line that could not be written; 0 when there was none.
+    // Those after it are counted only.
+    int writeError() const { return out_.error(); }
 
   private:
-    void finishLine(ko::Severity severity, std::string_view message);
+    // Where a message begins in the document.
+    struct Position {
+        int line;
+        int column;
+    };
+
+    void add(ko::Severity severity, const Position* position, std::string_view message);
+    void writeLine(ko::Severity severity, const Position* position, std::string_view message);
 
     OutputStream& out_;
     const Palette& palette_;

@@ -1,23 +1,25 @@
 // The arguments of the `kvt` tool.
 #include <algorithm>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <new>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "commands.h"
-#include "output.h"
 
 namespace {
 
 constexpr const char* exitStatusHelp =
     "Exit status: 0 when the document is good, 1 when it is not, 2 when an argument is wrong,\n"
-    "a file cannot be read or the output cannot be written.";
+    "a file cannot be read, something cannot be written, or there is too little memory.\n"
+    "An output that its reader closes ends the command quietly, with 0.";
 
 struct Options {
     kvt::CheckOptions check;
@@ -46,6 +48,38 @@ std::vector<std::string> reversedArguments(int argc, const char* const* argv) {
     return arguments;
 }
 
+// The argument parser would read "010" as eight.
+unsigned long limitOf(const std::string& option, const std::string& text) {
+    unsigned long limit = 0;
+    const char* const end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, limit);
+    if (result.ec != std::errc() || result.ptr != end) {
+        throw CLI::ValidationError(option, "not a whole number below 2^64: " + text);
+    }
+    return limit;
+}
+
+// Standard input can be read once.
+void ensureOneStandardInput(const std::vector<std::string>& files) {
+    if (std::count(files.begin(), files.end(), "-") > 1) {
+        throw CLI::ValidationError("FILE", "- may be given once");
+    }
+}
+
+void addLimit(CLI::App& command, const std::string& option, const char* type, unsigned long& limit,
+              const std::string& help) {
+    const auto set = [option, &limit](const std::string& text) { limit = limitOf(option, text); };
+    command.add_option_function<std::string>(option, set, help)->type_name(type);
+}
+
+void addLimits(CLI::App& command, kvt::ReadLimits& limits) {
+    addLimit(command, "--buffer-limit", "BYTES", limits.bufferBytes,
+             "Refuse buffers of more than so many bytes");
+    addLimit(command, "--element-limit", "N", limits.elements,
+             "Refuse more than so many array elements in a document (" +
+                 std::to_string(limits.elements) + " without it)");
+}
+
 void declare(CLI::App& app, Options& options) {
     app.footer(exitStatusHelp);
     app.set_version_flag("--version", "kvt " KVT_VERSION, "Print the version and exit");
@@ -55,30 +89,35 @@ void declare(CLI::App& app, Options& options) {
     CLI::App* const check = app.add_subcommand("check", "Read documents and report what is wrong");
     check->add_option("FILE", options.check.files, "The documents; - is standard input")
         ->required();
+    check->callback([&options] { ensureOneStandardInput(options.check.files); });
     check->add_flag("--werror", options.check.warningsAreErrors, "Treat warnings as errors");
+    addLimits(*check, options.check.limits);
 
     CLI::App* const dump = app.add_subcommand("dump", "Print the scene that a document yields");
     dump->add_option("FILE", options.dump.file, "The document; - is standard input")->required();
     dump->add_flag("--json", options.dump.json, "Print one JSON object");
+    addLimits(*dump, options.dump.limits);
 }
 
-kvt::ExitStatus print(const std::string& text) {
-    kvt::OutputStream out(stdout);
-    out.write(text);
-    if (out.flush()) return kvt::Success;
-    kvt::reportFailure(kvt::writeError(out), stderr);
-    return kvt::CannotRun;
+kvt::ExitStatus print(const std::string& text) { return kvt::print(text, stdout, stderr); }
+
+// The first argument that the parser could not use; empty when there is none. "--" ends options.
+std::string firstUnknown(const CLI::App& app) {
+    const std::vector<std::string> unknown = app.remaining(true);
+    const auto isArgument = [](const std::string& text) { return text != "--"; };
+    const auto first = std::find_if(unknown.begin(), unknown.end(), isArgument);
+    return first == unknown.end() ? std::string() : *first;
 }
 
 // What is wrong with the arguments, and where to read more.
 std::string usageError(const CLI::App& app, const CLI::ParseError& error) {
     const bool hasCommand = !app.get_subcommands().empty();
-    const std::vector<std::string> unknown = app.remaining(true);
+    const std::string unknown = firstUnknown(app);
     std::string message = hasCommand ? error.what() : "a command is required";
     if (!unknown.empty()) {
-        const bool isOption = unknown.front().rfind('-', 0) == 0;
+        const bool isOption = unknown.front() == '-';
         const char* const wrong = isOption ? "unknown option: " : "unexpected argument: ";
-        message = (hasCommand || isOption ? wrong : "unknown command: ") + unknown.front();
+        message = (hasCommand || isOption ? wrong : "unknown command: ") + unknown;
     }
     removeGuard(message);
     return message + " (see kvt --help)";
@@ -105,7 +144,7 @@ kvt::ExitStatus run(int argc, const char* const* argv) {
     return kvt::dump(options.dump, stdout, stderr);
 }
 
-// A reader that has gone and a file that may not grow are reported like any other failed write.
+// A reader that has gone and a file that may not grow make a write fail, and nothing else.
 void outliveFailedWrites() {
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);

@@ -12,7 +12,7 @@ using ko::mirel_sdk::impl::BufferView;
 namespace {
 
 template <class Real>
-void writeAnyReal(OutputStream& out, Real value, std::string_view quote) noexcept {
+void writeAnyReal(OutputStream& out, Real value, std::string_view quote) {
     if (std::isfinite(value)) {
         out.number(value);
         return;
@@ -31,18 +31,18 @@ T componentAt(const BufferView& buffer, unsigned long i) noexcept {
 
 }  // namespace
 
-void writeReal(OutputStream& out, double value, std::string_view quote) noexcept {
+void writeReal(OutputStream& out, double value, std::string_view quote) {
     writeAnyReal(out, value, quote);
 }
 
-void writeReal(OutputStream& out, float value, std::string_view quote) noexcept {
+void writeReal(OutputStream& out, float value, std::string_view quote) {
     writeAnyReal(out, value, quote);
 }
 
-void writeBool(OutputStream& out, bool value) noexcept { out.write(value ? "true" : "false"); }
+void writeBool(OutputStream& out, bool value) { out.write(value ? "true" : "false"); }
 
 void writeComponent(OutputStream& out, const BufferView& buffer, unsigned long i,
-                    std::string_view quote) noexcept {
+                    std::string_view quote) {
     switch (ko::componentType(buffer.type)) {
         // A byte: memory that code filled may hold more than the two truth values.
         case DataType::Bool: return writeBool(out, componentAt<unsigned char>(buffer, i) != 0);

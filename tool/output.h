@@ -8,24 +8,32 @@
 
 namespace kvt {
 
-// Gathers text for a stream. After a failed write the rest is dropped, and `error()` tells why.
+// A write that failed, by the system's number. It is no std::exception, so that nothing on the way
+// takes it for an error of a document.
+struct WriteFailure {
+    int error;
+};
+
+// Gathers text for a stream. The first write that fails throws WriteFailure, and so does every
+// later one, so that whoever writes stops there.
 class OutputStream {
   public:
     // Writes to `file`, which stays the caller's.
     explicit OutputStream(std::FILE* file);
     OutputStream(const OutputStream&) = delete;
     OutputStream& operator=(const OutputStream&) = delete;
-    ~OutputStream() { flush(); }
+    // Writes what is left as far as it can: whoever has to know calls `flush()` before.
+    ~OutputStream();
 
-    void write(std::string_view text) noexcept;
-    void write(char c) noexcept;
-    void spaces(unsigned long count) noexcept;
+    void write(std::string_view text);
+    void write(char c);
+    void spaces(unsigned long count);
     // The shortest text that reads back as `value`; exact for integers.
     template <class Number>
-    void number(Number value) noexcept;
+    void number(Number value);
 
-    // Hands everything to the system. True when nothing was lost so far.
-    bool flush() noexcept;
+    // Hands everything to the system.
+    void flush();
     // The system's number for the first failure; 0 when there was none.
     int error() const noexcept { return error_; }
 
@@ -35,9 +43,9 @@ class OutputStream {
     static constexpr unsigned long longestNumber = 64;
 
     unsigned long room() const noexcept { return capacity - used_; }
-    void send(const char* bytes, unsigned long count) noexcept;
-    void empty() noexcept;
-    void noteFailure() noexcept;
+    void send(const char* bytes, unsigned long count);
+    void empty();
+    [[noreturn]] void fail();
 
     std::FILE* file_;
     std::unique_ptr<char[]> buffer_;
@@ -46,7 +54,7 @@ class OutputStream {
 };
 
 template <class Number>
-void OutputStream::number(Number value) noexcept {
+void OutputStream::number(Number value) {
     if (room() < longestNumber) empty();
     char* const start = buffer_.get() + used_;
     used_ +=

@@ -21,10 +21,12 @@ const Palette terminalColours{
 
 namespace {
 
-bool refusesColour() {
-    const char* const noColour = std::getenv("NO_COLOR");
-    return noColour && *noColour != '\0';
+std::string_view environment(const char* name) {
+    const char* const value = std::getenv(name);
+    return value ? value : std::string_view();
 }
+
+bool refusesColour() { return !environment("NO_COLOR").empty() || environment("TERM") == "dumb"; }
 
 }  // namespace
 

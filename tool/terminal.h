@@ -21,7 +21,8 @@ struct Palette {
 extern const Palette noColours;
 extern const Palette terminalColours;
 
-// Colours only for a terminal, and only where the environment does not refuse them (NO_COLOR).
+// Colours only for a terminal, and only where the environment does not refuse them (NO_COLOR,
+// TERM=dumb).
 const Palette& paletteFor(std::FILE* stream);
 
 }  // namespace kvt

@@ -1,6 +1,7 @@
 #include "text.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace kvt {
 
@@ -60,12 +61,22 @@ unsigned decode(std::string_view multibyte) {
     return decode(*findForm(byteAt(multibyte, 0)), multibyte);
 }
 
-// Controls beyond ASCII, line and paragraph separators, and what changes the direction of writing.
-bool garblesTerminal(unsigned codePoint) {
-    return codePoint <= 0x9f || codePoint == 0x61c ||
-           (codePoint >= 0x200e && codePoint <= 0x200f) ||
-           (codePoint >= 0x2028 && codePoint <= 0x202e) ||
-           (codePoint >= 0x2066 && codePoint <= 0x2069);
+struct CodePoints {
+    unsigned first;
+    unsigned last;
+};
+
+// What steers a terminal or a line: controls beyond ASCII, line and paragraph separators, what
+// changes the direction of writing, and the byte order mark, which nobody sees.
+constexpr CodePoints steering[] = {
+    {0x80, 0x9f},     {0x61c, 0x61c},   {0x200e, 0x200f}, {0x2028, 0x2029},
+    {0x202a, 0x202e}, {0x2066, 0x2069}, {0xfeff, 0xfeff},
+};
+
+bool isSteering(unsigned codePoint) {
+    return std::any_of(std::begin(steering), std::end(steering), [codePoint](const auto& range) {
+        return codePoint >= range.first && codePoint <= range.last;
+    });
 }
 
 // The letter that stands for a control character behind a backslash, or 0.
@@ -100,7 +111,7 @@ void writeVisiblePiece(OutputStream& out, const Piece& piece) {
         case Piece::Quoting: out.write(piece.bytes); break;
         case Piece::Control: writeControl(out, piece.bytes[0]); break;
         case Piece::Multibyte:
-            if (!garblesTerminal(decode(piece.bytes))) {
+            if (!isSteering(decode(piece.bytes))) {
                 out.write(piece.bytes);
                 break;
             }
@@ -117,7 +128,7 @@ unsigned long visiblePieceWidth(const Piece& piece) {
     switch (piece.kind) {
         case Piece::Control: return escapeLetter(piece.bytes[0]) ? 2 : hexByteWidth;
         case Piece::Multibyte:
-            return garblesTerminal(decode(piece.bytes)) ? piece.bytes.size() * hexByteWidth : 1;
+            return isSteering(decode(piece.bytes)) ? piece.bytes.size() * hexByteWidth : 1;
         case Piece::Invalid: return hexByteWidth;
         default: return piece.bytes.size();
     }
@@ -166,7 +177,7 @@ void writeJsonControl(OutputStream& out, char control) {
 
 void writeJsonMultibyte(OutputStream& out, std::string_view bytes) {
     const unsigned codePoint = decode(bytes);
-    if (garblesTerminal(codePoint)) {
+    if (isSteering(codePoint)) {
         writeJsonEscape(out, codePoint);
     } else {
         out.write(bytes);
@@ -219,18 +230,7 @@ bool PieceReader::next(Piece& piece) noexcept {
     return true;
 }
 
-void writeMessage(OutputStream& out, std::string_view text) noexcept {
-    PieceReader pieces(text);
-    for (Piece piece; pieces.next(piece);) {
-        if (piece.kind == Piece::Multibyte) {
-            out.write(piece.bytes);
-        } else {
-            writeVisiblePiece(out, piece);
-        }
-    }
-}
-
-void writeVisible(OutputStream& out, std::string_view text) noexcept {
+void writeVisible(OutputStream& out, std::string_view text) {
     PieceReader pieces(text);
     for (Piece piece; pieces.next(piece);)
         writeVisiblePiece(out, piece);
@@ -245,25 +245,25 @@ unsigned long visibleWidth(std::string_view text, unsigned long limit) noexcept 
     return std::min(width, limit);
 }
 
-void writeShortened(OutputStream& out, std::string_view text, unsigned long limit) noexcept {
+void writeShortened(OutputStream& out, std::string_view text, unsigned long limit) {
     const unsigned long shown = writeStart(out, text, limit, Quotes::AsTheyAre);
     writeOmission(out, text, shown);
 }
 
-void writeQuoted(OutputStream& out, std::string_view text, unsigned long limit) noexcept {
+void writeQuoted(OutputStream& out, std::string_view text, unsigned long limit) {
     out.write('"');
     const unsigned long shown = writeStart(out, text, limit, Quotes::Escaped);
     out.write('"');
     writeOmission(out, text, shown);
 }
 
-void writeJsonText(OutputStream& out, std::string_view text) noexcept {
+void writeJsonText(OutputStream& out, std::string_view text) {
     PieceReader pieces(text);
     for (Piece piece; pieces.next(piece);)
         writeJsonPiece(out, piece);
 }
 
-void writeJsonString(OutputStream& out, std::string_view text) noexcept {
+void writeJsonString(OutputStream& out, std::string_view text) {
     out.write('"');
     writeJsonText(out, text);
     out.write('"');

@@ -35,22 +35,21 @@ class PieceReader {
 // Bytes of the code point beyond ASCII that `text` begins with; 0 when it begins with none.
 unsigned long multibyteLength(std::string_view text) noexcept;
 
-// One line whatever `text` holds: control characters appear as \n, \r, \t or \xHH, bytes that are
-// not UTF-8 as \xHH.
-void writeMessage(OutputStream& out, std::string_view text) noexcept;
-
-// Likewise, and without the code points that could garble a terminal: further controls, and those
-// that change the direction of writing.
-void writeVisible(OutputStream& out, std::string_view text) noexcept;
+// One line whatever `text` holds, and nothing that steers a terminal: control characters appear as
+// \n, \r, \t or \xHH, bytes that are not UTF-8 as \xHH, and so does each byte of the code points
+// that are controls, end a line or change the direction of writing. All that the tool prints of a
+// document or of its arguments goes through here, or through the functions below.
+void writeVisible(OutputStream& out, std::string_view text);
 // The columns that `writeVisible` fills, counted up to `limit`. Each code point counts as one.
 unsigned long visibleWidth(std::string_view text, unsigned long limit) noexcept;
 // Likewise; of a text of more than `limit` characters the first ones and its size.
-void writeShortened(OutputStream& out, std::string_view text, unsigned long limit) noexcept;
+void writeShortened(OutputStream& out, std::string_view text, unsigned long limit);
 // Likewise in quotes, with backslashes before quotes and backslashes.
-void writeQuoted(OutputStream& out, std::string_view text, unsigned long limit) noexcept;
+void writeQuoted(OutputStream& out, std::string_view text, unsigned long limit);
 
-// The inside of a JSON string. Bytes that are not UTF-8 become U+FFFD.
-void writeJsonText(OutputStream& out, std::string_view text) noexcept;
-void writeJsonString(OutputStream& out, std::string_view text) noexcept;
+// The inside of a JSON string, which reads back as `text`; what would steer a terminal is escaped.
+// Bytes that are not UTF-8 become U+FFFD.
+void writeJsonText(OutputStream& out, std::string_view text);
+void writeJsonString(OutputStream& out, std::string_view text);
 
 }  // namespace kvt
