@@ -13,6 +13,7 @@
 #include <CLI/CLI.hpp>
 
 #include "commands.h"
+#include "outofmemory.h"
 
 namespace {
 
@@ -150,6 +151,9 @@ void outliveFailedWrites() {
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
+// First of all: the argument parser has objects that take memory before `main`.
+[[gnu::constructor(101)]] void start() { kvt::endWhenOutOfMemory(); }
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -157,7 +161,7 @@ int main(int argc, char** argv) {
     try {
         return run(argc, argv);
     } catch (const std::bad_alloc&) {
-        kvt::reportFailure("out of memory", stderr);
+        kvt::endOutOfMemory();
     } catch (const std::exception& e) {
         kvt::reportFailure(e.what(), stderr);
     }
