@@ -398,6 +398,8 @@ class Attempt {
     bool isInPriming() const;
     void requireAsByCharacters(const Ending& ending) const;
     void parseAgain();
+    void takeStatements(KvtParser& parser) const;
+    static void resolve(KvtParser& parser);
     void end();
     const Fault& fault() const;
 
@@ -420,7 +422,7 @@ const Fault& Attempt::fault() const {
 
 Ending Attempt::parseOnce() {
     const Sink sink(sink_, plan_.sinkOfProcess);
-    const Ending ending = endingOf([&] {
+    Ending ending = endingOf([&] {
         KvtParser parser;
         return parser.parse(&scene_, lexer_.get());
     });
@@ -540,35 +542,40 @@ void Attempt::end() {
 
 void Attempt::takeTokens() { requireEnd(*lexer_, plan_.text.size(), source_); }
 
-// One statement after the other, or a token where there is none, whatever is thrown; an invalid
-// token is never passed.
+// Whatever is thrown.
 void Attempt::driveByHand() {
     kvt::fuzz::prepare(scene_, plan_.text);
     {
         const Sink sink(sink_, plan_.sinkOfProcess);
         KvtParser parser;
-        bool isPrimed = !endingOf([&] {
-                             parser.prime(&scene_, lexer_.get());
-                             return true;
-                         }).isThrown;
-        const unsigned long most = 2 * plan_.text.size();
-        for (unsigned long i = 0; isPrimed && i < most && parser.la(1) != Token::Eof; ++i) {
-            endingOf([&] {
-                const bool isTaken = parser.parseComment() || parser.parseRemove() ||
-                                     parser.parseDefine() || parser.parseDeclare() ||
-                                     parser.parseWith() || parser.parseAssign();
-                if (!isTaken) parser.consume();
-                return true;
-            });
-        }
-        endingOf([&] {
-            parser.resolveConnections();
-            parser.resolveIdentifiers();
+        const Ending primed = endingOf([&] {
+            parser.prime(&scene_, lexer_.get());
             return true;
         });
+        if (!primed.isThrown) takeStatements(parser);
+        resolve(parser);
     }
     requireEnd(*lexer_, plan_.text.size(), source_);
     end();
+}
+
+// One after the other, or a token where there is none. An invalid token is never passed.
+void Attempt::takeStatements(KvtParser& parser) const {
+    const unsigned long most = 2 * plan_.text.size();
+    for (unsigned long i = 0; i < most && parser.la(1) != Token::Eof; ++i) {
+        endingOf([&] {
+            if (!kvt::fuzz::takeStatement(parser)) parser.consume();
+            return true;
+        });
+    }
+}
+
+void Attempt::resolve(KvtParser& parser) {
+    endingOf([&] {
+        parser.resolveConnections();
+        parser.resolveIdentifiers();
+        return true;
+    });
 }
 
 }  // namespace

@@ -195,6 +195,11 @@ Reading readFile(Scene& scene, std::string_view bytes, bool keepHeader) {
     });
 }
 
+bool takeStatement(ko::mirel_sdk::impl::KvtParser& parser) {
+    return parser.parseComment() || parser.parseRemove() || parser.parseDefine() ||
+           parser.parseDeclare() || parser.parseWith() || parser.parseAssign();
+}
+
 std::string_view withoutByteOrderMark(std::string_view bytes) {
     constexpr std::string_view mark = "\xEF\xBB\xBF";
     return bytes.substr(0, mark.size()) == mark ? bytes.substr(mark.size()) : bytes;

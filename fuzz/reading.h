@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include <ko/kvtparser.h>
 #include <ko/scene.h>
 
 namespace kvt::fuzz {
@@ -44,6 +45,8 @@ Reading readText(ko::mirel_sdk::impl::Scene& scene, std::string_view text);
 // From memory, and from a file; a byte order mark is passed over.
 Reading readBytes(ko::mirel_sdk::impl::Scene& scene, std::string_view bytes, bool keepHeader);
 Reading readFile(ko::mirel_sdk::impl::Scene& scene, std::string_view bytes, bool keepHeader);
+// Takes a statement, as the parser itself does; false when there is none.
+bool takeStatement(ko::mirel_sdk::impl::KvtParser& parser);
 // What is left of the bytes of a file.
 std::string_view withoutByteOrderMark(std::string_view bytes);
 

@@ -653,7 +653,9 @@ void Machine::retain() {
 }
 
 void Machine::release() {
-    if (!held_.empty()) held_.erase(held_.begin() + choices_.below(mostHeld) % held_.size());
+    if (held_.empty()) return;
+    std::swap(held_[choices_.below(mostHeld) % held_.size()], held_.back());
+    held_.pop_back();
 }
 
 void Machine::look() {

@@ -182,18 +182,14 @@ std::unique_ptr<Lexer> lexerOver(std::string_view text, unsigned kind) {
 }
 
 // What `KvtParser::parse` does, from outside.
-void takeStatement(KvtParser& parser) {
-    const bool isTaken = parser.parseComment() || parser.parseRemove() || parser.parseDefine() ||
-                         parser.parseDeclare() || parser.parseWith() || parser.parseAssign();
-    if (!isTaken) parser.parseError("unrecognized token '%s'.", parser.lt(1).text.buf());
-}
-
 bool readByHand(Scene& scene, Lexer& lexer) {
     KvtParser parser;
     parser.prime(&scene, &lexer);
     try {
-        while (parser.la(1) != Token::Eof)
-            takeStatement(parser);
+        while (parser.la(1) != Token::Eof) {
+            if (kvt::fuzz::takeStatement(parser)) continue;
+            parser.parseError("unrecognized token '%s'.", parser.lt(1).text.buf());
+        }
         parser.resolveConnections();
         parser.resolveIdentifiers();
         return true;
