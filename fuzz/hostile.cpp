@@ -1,6 +1,7 @@
 // Sources, scenes and log sinks of a program's own that throw: at one of the calls of theirs, once
-// or from then on, something that the reader tells of or something that only the program knows. The
-// runs of a source are any cut of the text, gone when the next one is asked for.
+// or from then on, something that the reader tells of or something that only the program knows; or
+// they remove nodes instead. The runs of a source are any cut of the text, gone when the next one
+// is asked for.
 //
 // The first bytes of an input choose all that, the rest is the document.
 #include <ko/foundation.h>
@@ -67,7 +68,7 @@ constexpr unsigned thrownKinds = 5;
 // A `std::runtime_error` ends a document like an error of its own.
 bool endsDocument(Thrown thrown) { return thrown == Thrown::Runtime || thrown == Thrown::Derived; }
 
-// Throws at one of the calls that pass by.
+// Throws at one of the calls that pass by, or does something else that it is given to do.
 class Fault {
   public:
     Fault(Thrown thrown, unsigned long callsBefore, bool fromThenOn)
@@ -75,25 +76,31 @@ class Fault {
 
     void pass() {
         const unsigned long call = calls_++;
-        if (!isArmed_ || call < callsBefore_ || (hasThrown_ && !fromThenOn_)) return;
-        hasThrown_ = true;
-        raise(thrown_);
+        if (!isArmed_ || call < callsBefore_ || (hasStruck_ && !fromThenOn_)) return;
+        hasStruck_ = true;
+        if (!instead_) raise(thrown_);
+        isArmed_ = false;
+        instead_();
+        isArmed_ = true;
     }
     void disarm() { isArmed_ = false; }
+    void setInstead(std::function<void()> instead) { instead_ = std::move(instead); }
 
     Thrown thrown() const { return thrown_; }
     bool isRepeated() const { return fromThenOn_; }
-    bool hasThrown() const { return hasThrown_; }
+    bool hasStruck() const { return hasStruck_; }
+    bool hasThrown() const { return hasStruck_ && !instead_; }
     unsigned long callsBefore() const { return callsBefore_; }
-    // Those that passed by, and those that were told to.
+    // Those that passed by.
     unsigned long calls() const { return calls_; }
 
   private:
     Thrown thrown_;
     unsigned long callsBefore_;
     bool fromThenOn_;
+    std::function<void()> instead_;
     bool isArmed_ = true;
-    bool hasThrown_ = false;
+    bool hasStruck_ = false;
     unsigned long calls_ = 0;
 };
 
@@ -257,6 +264,7 @@ struct Plan {
         const unsigned flags = choices.byte();
         fromThenOn = (flags & 1U) != 0;
         sinkOfProcess = (flags & 2U) != 0;
+        removesNodes = (flags & 12U) == 12;
         for (unsigned left = choices.below(8); left > 0; --left)
             cuts.push_back(1UL + choices.byte());
         text = choices.rest();
@@ -292,6 +300,7 @@ struct Plan {
     unsigned long callsBefore;
     bool fromThenOn;
     bool sinkOfProcess;
+    bool removesNodes;
     Cuts cuts;
     std::string_view text;
 };
@@ -383,7 +392,11 @@ class Attempt {
           source_(plan.thrower == Thrower::Source ? plan.fault() : never()),
           sink_(plan.thrower == Thrower::Sink ? plan.fault() : never()),
           sceneFault_(plan.thrower == Thrower::Scene ? plan.fault() : never()),
-          scene_(sceneFault_) {}
+          scene_(sceneFault_) {
+        if (!plan.removesNodes) return;
+        for (Fault* const fault : {&source_, &sink_, &sceneFault_})
+            fault->setInstead([this] { removeNodes(); });
+    }
 
     void parse();
     void takeTokens();
@@ -391,6 +404,7 @@ class Attempt {
 
   private:
     Ending parseOnce();
+    void removeNodes();
     void requireAsExpected(const Ending& ending);
     void requireAsWithout(const Ending& ending, const Reading& without);
     void requireDocumentEnded(const Ending& ending, const Reading& without);
@@ -430,6 +444,15 @@ Ending Attempt::parseOnce() {
     return ending;
 }
 
+// Every other one.
+void Attempt::removeNodes() {
+    bool isNext = true;
+    for (const Node* const node : scene_.nodes()) {
+        if (isNext) scene_.removeNode(node->name());
+        isNext = !isNext;
+    }
+}
+
 void Attempt::parse() {
     kvt::fuzz::prepare(scene_, plan_.text);
     const Ending ending = parseOnce();
@@ -446,11 +469,13 @@ void Attempt::requireAsExpected(const Ending& ending) {
     if (source_.hasThrown() && plan_.isOfRuns()) requireAsByCharacters(ending);
     const Reading without = kvt::fuzz::readText(
         untroubled, isFile ? kvt::fuzz::withoutByteOrderMark(plan_.text) : plan_.text);
-    if (!fault().hasThrown()) {
+    if (!fault().hasStruck()) {
         requireAsWithout(ending, without);
         require(kvt::fuzz::dumpedJson(scene_, ending.isRead) ==
                     kvt::fuzz::dumpedJson(untroubled, without.ok),
                 "different scenes");
+    } else if (!fault().hasThrown()) {
+        require(!ending.isThrown || !without.ok, "an exception that nobody has thrown");
     } else if (endsDocument(fault().thrown())) {
         requireDocumentEnded(ending, without);
     } else {
