@@ -665,20 +665,6 @@ inline void Lexer::read(Token& t) {
     }
 }
 
-// What tells parenthesised from braced groups.
-struct Lexer::GroupRules {
-    Token::Type type;
-    char open;
-    char close;
-    bulk::Group group;
-    chars::Class gap;
-    const char* name;    // in messages about a character
-    const char* plural;  // in messages about the end
-
-    static const GroupRules parens;
-    static const GroupRules braces;
-};
-
 void Lexer::readAny(Token& t) {
     skipBlanks();
     const Token::Type type = typeBegunBy(la);
@@ -688,9 +674,9 @@ void Lexer::readAny(Token& t) {
         case Token::Integer: return readNumber(t);
         case Token::StringLiteral: t = string(); return;
         case Token::Comment: t = comment(); return;
-        case Token::Parens: t = group(GroupRules::parens); return;
         case Token::Brackets: t = brackets(); return;
-        case Token::Braces: t = group(GroupRules::braces); return;
+        case Token::Parens:
+        case Token::Braces: t = group(type); return;
         case Token::Invalid:
             t = token(Token::Invalid,
                       String::format("INVALID TOKEN (%d,%d): '%c'", line, column, la));
@@ -785,13 +771,27 @@ Token Lexer::brackets() {
     return token(Token::Brackets, text.take());
 }
 
-const Lexer::GroupRules Lexer::GroupRules::parens = {
-    Token::Parens, '(', ')', bulk::Group::Parens, chars::ParensGap, "PAREN", "PARENS"};
-const Lexer::GroupRules Lexer::GroupRules::braces = {
-    Token::Braces, '{', '}', bulk::Group::Braces, chars::BracesGap, "BRACE", "BRACES"};
+namespace {
 
-Token Lexer::parens() { return kept(group(GroupRules::parens)); }
-Token Lexer::braces() { return kept(group(GroupRules::braces)); }
+// What tells parenthesised from braced groups.
+struct GroupRules {
+    char open;
+    char close;
+    bulk::Group group;
+    chars::Class gap;
+    const char* name;    // in messages about a character
+    const char* plural;  // in messages about the end
+};
+
+constexpr GroupRules rulesOfParens = {'(',     ')',     bulk::Group::Parens, chars::ParensGap,
+                                      "PAREN", "PARENS"};
+constexpr GroupRules rulesOfBraces = {'{',     '}',     bulk::Group::Braces, chars::BracesGap,
+                                      "BRACE", "BRACES"};
+
+}  // namespace
+
+Token Lexer::parens() { return kept(group(Token::Parens)); }
+Token Lexer::braces() { return kept(group(Token::Braces)); }
 
 // A group on its way into its token, a run of characters at a time.
 struct Lexer::GroupText {
@@ -870,14 +870,15 @@ struct Lexer::GroupText {
 // The text keeps the outermost delimiters only, and one space between numbers. Groups of a million
 // numbers are read here, and their readers find pieces with a space between them and nothing else.
 // A statement's value is all that a group is for, so no memory is moved to make its text small.
-Token Lexer::group(const GroupRules& rules) {
+Token Lexer::group(Token::Type type) {
+    const GroupRules& rules = type == Token::Parens ? rulesOfParens : rulesOfBraces;
     GroupText group(rules);
     for (;;) {
         if (la == endOfInput) return unexpectedEof(rules.plural);
         const unsigned long count = group.read(ahead());
         if (count == 0) return invalidListToken(rules.name);
         skip(count);
-        if (group.isClosed) return token(rules.type, group.text.takeWithRoom());
+        if (group.isClosed) return token(type, group.text.takeWithRoom());
     }
 }
 

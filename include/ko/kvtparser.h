@@ -139,9 +139,8 @@ class Lexer {
     Token string();
     Token stringAcross();
     Token brackets();
-    struct GroupRules;
     struct GroupText;
-    Token group(const GroupRules& rules);
+    Token group(Token::Type type);  // Parens or Braces
     static Token kept(Token t);
 
     const char* next_ = nullptr;  // behind the lookahead; null for a source without runs
