@@ -162,7 +162,9 @@ constexpr unsigned long documentCount = 3000;
 void forEachDocument(const std::function<void(const std::string&, const std::string&)>& use) {
     const std::vector<fs::path> golden = kvt::test::documents();
     ASSERT_FALSE(golden.empty());
-    Random random(17);
+    // With --gtest_shuffle other ones, and with --gtest_repeat=N others each time.
+    const int seed = testing::UnitTest::GetInstance()->random_seed();
+    Random random(17 + static_cast<unsigned>(seed));
     for (unsigned long i = 0; i < documentCount; ++i) {
         const std::string document =
             i % 2 == 0
