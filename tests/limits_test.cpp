@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
 
 #include "reading.h"
 
@@ -214,17 +215,21 @@ TEST(Names, MayHaveAnyLength) {
     }
 }
 
-std::string characters(unsigned long count, char first) {
+// So many letters, the alphabet again and again.
+std::string letters(unsigned long count, std::string_view alphabet) {
     std::string text;
     for (unsigned long i = 0; i < count; ++i)
-        text += static_cast<char>(first + i % 26);
+        text += alphabet[i % alphabet.size()];
     return text;
 }
+
+constexpr std::string_view smallLetters = "abcdefghijklmnopqrstuvwxyz";
+constexpr std::string_view capitals = "ABCDEFGHIJKLMNOPQRSTUVWXYZ";
 
 TEST(FullNames, AreShownWholeUpTo500Bytes) {
     Scene scene;
     auto* const node = scene.createNode("t", "n", "");
-    const std::string name = characters(498, 'a');
+    const std::string name = letters(498, smallLetters);
     EXPECT_EQ("n." + name, node->createInput(ko::String(name), AttrType::Int)->fullName().view());
     EXPECT_EQ("n." + name, node->output(ko::String(name))->fullName().view());
 }
@@ -233,8 +238,8 @@ TEST(FullNames, AreShownWholeUpTo500Bytes) {
 TEST(FullNames, OfMoreBytesAreCutInTheMiddle) {
     for (unsigned long ofNode = 1; ofNode <= 900; ofNode += 7) {
         for (const unsigned long ofInput : {1UL, 197UL, 499UL, 1000UL}) {
-            const std::string nodeName = characters(ofNode, 'A');
-            const std::string inputName = characters(ofInput, 'a');
+            const std::string nodeName = letters(ofNode, capitals);
+            const std::string inputName = letters(ofInput, smallLetters);
             const std::string whole = nodeName + "." + inputName;
             if (whole.size() <= 500) continue;
             Scene scene;
