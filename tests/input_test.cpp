@@ -332,7 +332,7 @@ TEST(AttrDataTest, CloneOfABufferHasNumbersOfItsOwn) {
 }
 
 TEST(AttrDataTest, CloneRefusesABufferWhoseSizesContradictEachOther) {
-    for (const unsigned long word : {1, 2}) {
+    for (const unsigned long word : {1UL, 2UL}) {
         SCOPED_TRACE(word);
         const AttrData data = bufferOf({1, 2, 3});
         AttrData wrong = data;
