@@ -52,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string_view text = kvt::fuzz::textOf(data, size);
     requireSameTokens(Characters::ofString(text), StringLexer(ko::String(text)));
     requireSameTokens(Characters(text), Blocks(text, kvt::fuzz::fingerprint(text)));
-    // With so much behind it that tokens are taken at a glance.
+    // With so much behind it that no run ends near its tokens.
     const std::string longer = std::string(text) + '\n' + std::string(150, ' ');
     requireSameTokens(Characters(longer), StringLexer(ko::String(longer)));
     return 0;

@@ -1,5 +1,6 @@
 // One document from a string, from memory, in blocks and from a file: the same scene, the same
-// messages. The string is read by the plain code for long runs, the others by the fastest.
+// messages. The string is read by the rules alone and by the plain code for long runs, the others
+// by the fastest.
 #include <ko/kvtparser.h>
 #include <ko/scene.h>
 
@@ -11,6 +12,7 @@
 #include "bulk.h"
 #include "lexers.h"
 #include "reading.h"
+#include "statements.h"
 #include "target.h"
 
 namespace {
@@ -55,8 +57,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string_view bytes = kvt::fuzz::textOf(data, size);
     const std::string_view text = kvt::fuzz::withoutByteOrderMark(bytes);
     ko::bulk::usePath(Path::Plain);
+    ko::mirel_sdk::impl::readStatementsWhole(false);
     const Outcome expected =
         outcomeOf(text, [&](Scene& scene) { return kvt::fuzz::readText(scene, text); });
+    ko::mirel_sdk::impl::readStatementsWhole(true);
     if (ko::bulk::hasPath(Path::Avx2)) ko::bulk::usePath(Path::Avx2);
     requireSame(expected, outcomeOf(text, [&](Scene& scene) { return readBlocks(scene, text); }));
     // Opening a file takes longer than reading a short one.

@@ -27,7 +27,6 @@ class Sixteen {
         const __m128i upToSpace = _mm_cmpeq_epi8(_mm_min_epu8(text_, all(' ')), text_);
         return bits(_mm_or_si128(upToSpace, _mm_cmpeq_epi8(text_, all('\x7F'))));
     }
-    unsigned breaks() const { return bits(_mm_cmpeq_epi8(text_, all('\n'))); }
     unsigned idParts() const {
         const __m128i folded = _mm_or_si128(text_, all('\x20'));
         const __m128i ascii =
@@ -44,14 +43,10 @@ class Sixteen {
         return bits(_mm_andnot_si128(_mm_cmpeq_epi8(text_, all('/')), fromMinus));
     }
     unsigned points() const { return bits(_mm_cmpeq_epi8(text_, all('.'))); }
-    unsigned spacesAndCommas() const {
-        return bits(_mm_or_si128(_mm_cmpeq_epi8(text_, all(' ')), _mm_cmpeq_epi8(text_, all(','))));
-    }
-    // Of a string, no line break and no backslash.
-    unsigned plainStringParts() const {
+    unsigned stringParts() const {
         const __m128i isEnd = _mm_or_si128(
             _mm_or_si128(_mm_cmpeq_epi8(text_, all('"')), _mm_cmpeq_epi8(text_, all('\\'))),
-            _mm_or_si128(_mm_cmpeq_epi8(text_, all('\n')), _mm_cmpeq_epi8(text_, all('\xFF'))));
+            _mm_cmpeq_epi8(text_, all('\xFF')));
         return bits(isEnd) ^ 0xFFFFU;
     }
 
@@ -76,9 +71,6 @@ class Sixteen {
     unsigned blanks() const {
         return bits([](char c) { return is(c, Blank); });
     }
-    unsigned breaks() const {
-        return bits([](char c) { return c == '\n'; });
-    }
     unsigned idParts() const {
         return bits([](char c) { return is(c, IdPart); });
     }
@@ -89,11 +81,8 @@ class Sixteen {
     unsigned points() const {
         return bits([](char c) { return c == '.'; });
     }
-    unsigned spacesAndCommas() const {
-        return bits([](char c) { return c == ' ' || c == ','; });
-    }
-    unsigned plainStringParts() const {
-        return bits([](char c) { return c != '\n' && c != '\xFF' && is(c, StringPart); });
+    unsigned stringParts() const {
+        return bits([](char c) { return is(c, StringPart); });
     }
 
   private:
@@ -109,14 +98,6 @@ class Sixteen {
 };
 
 #endif
-
-// The same of sixty-four characters.
-inline std::uint64_t ofSixtyFour(const char* at, unsigned (Sixteen::*bits)() const) {
-    std::uint64_t all = 0;
-    for (unsigned long i = 0; i < 64; i += sixteen)
-        all |= std::uint64_t((Sixteen(at + i).*bits)()) << i;
-    return all;
-}
 
 // How many of sixteen characters, from the first on, have their bit set.
 inline unsigned leading(unsigned bits) {

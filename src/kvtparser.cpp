@@ -26,10 +26,12 @@
 #include "ascii.h"
 #include "bulk.h"
 #include "charclass.h"
-#include "charruns.h"
+#include "keywords.h"
+#include "literals.h"
 #include "memory.h"
+#include "payload.h"
+#include "statements.h"
 #include "textbuilder.h"
-#include "words.h"
 
 namespace ko::mirel_sdk::impl {
 
@@ -53,12 +55,6 @@ void add(std::int32_t& counter, unsigned long count) noexcept {
     counter = static_cast<std::int32_t>(std::min(sum, largest));
 }
 
-// How far behind the lookahead a run must go on for a token to be read at a glance: 15 blanks, an
-// identifier, a group of 65 characters and what is read in one piece with it.
-constexpr int longestGlance = 128;
-// How much the counters must have left for what is read between two statements.
-constexpr int farthest = 8 * longestGlance;
-
 }  // namespace
 
 void Lexer::start(std::string_view run) {
@@ -68,8 +64,9 @@ void Lexer::start(std::string_view run) {
 }
 
 void Lexer::enterRun(const char* end) {
+    run_ = next_;
     end_ = end;
-    glanceEnd_ = end - std::min<long>(end - next_, longestGlance);
+    ++runs_;
 }
 
 inline void Lexer::fetch() {
@@ -116,9 +113,29 @@ signed char Lexer::step() {
 }
 
 void Lexer::moveRun(const char* from, const char* to) {
-    const long length = end_ - next_;
-    next_ = to + (next_ - from);
-    enterRun(next_ + length);
+    const long taken = next_ - from;
+    const long length = end_ - from;
+    next_ = to;
+    enterRun(to + length);
+    next_ += taken;
+}
+
+Lexer::Place Lexer::place() const { return {next_, runs_, pos, line, column, c}; }
+
+bool Lexer::isAtHand(const Place& place) const {
+    return place.run == runs_ && place.next && run_ < place.next && place.next <= next_;
+}
+
+// The lookahead is `to` then.
+void Lexer::moveOn(const Place& from, const char* to) {
+    next_ = from.next;
+    c = from.c;
+    la = static_cast<signed char>(next_[-1]);
+    pos = from.pos;
+    line = from.line;
+    column = from.column;
+    const long count = to - (next_ - 1);
+    if (count > 0) skip(static_cast<unsigned long>(count));
 }
 
 std::string_view Lexer::ahead() const {
@@ -147,6 +164,16 @@ inline void Lexer::skipInLine(unsigned long count) {
     moveTo(next_ + count - 1, count);
 }
 
+namespace {
+
+unsigned long countBreaks(std::string_view text) {
+    constexpr unsigned long few = 32;
+    if (text.size() > few) return bulk::operations().countBreaks(text);
+    return static_cast<unsigned long>(std::count(text.begin(), text.end(), '\n'));
+}
+
+}  // namespace
+
 void Lexer::skip(unsigned long count) {
     if (!next_) {
         consumeOne();
@@ -154,7 +181,7 @@ void Lexer::skip(unsigned long count) {
     }
     // A break moves the line for what follows it: those before the last character count here.
     const std::string_view passed(next_ - 1, count - 1);
-    const unsigned long breaks = bulk::operations().countBreaks(passed);
+    const unsigned long breaks = countBreaks(passed);
     if (breaks > 0) {
         const unsigned long untilLast = passed.rfind('\n') + 1;
         skipInLine(untilLast);
@@ -281,12 +308,6 @@ Token Lexer::nextToken() {
     return kept(std::move(t));
 }
 
-// --- At a glance
-//
-// Most tokens are short, and so are the blanks before them. Where the run goes on for long enough
-// they are read here in one go; what is longer, rarer or of another shape is left to the rules that
-// follow.
-
 namespace {
 
 // The characters that stand for themselves.
@@ -297,8 +318,6 @@ constexpr struct {
              {';', Token::Semicolon},  {'\'', Token::Quote}, {'/', Token::Slash},
              {'\\', Token::Backslash}, {'=', Token::Equals}, {'+', Token::Plus},
              {'*', Token::Star},       {'|', Token::Pipe}};
-
-constexpr Token::Type firstSign = Token::Dot;
 
 constexpr std::array<Token::Type, 256> makeBeginnings() {
     std::array<Token::Type, 256> types{};
@@ -324,348 +343,17 @@ constexpr std::array<Token::Type, 256> beginnings = makeBeginnings();
 // The type of the token that a character begins; of a number, whatever it turns out to be.
 Token::Type typeBegunBy(char c) { return beginnings[static_cast<unsigned char>(c)]; }
 
-// The words that are no identifiers, as the first bytes of a short text.
-constexpr struct {
-    char spelling[words::size];
-    Token::Type type;
-} reserved[] = {{"true", Token::True}, {"false", Token::False}, {"null", Token::Null}};
-
-// The bit of a letter of either case.
-constexpr unsigned letterBit(char letter) {
-    return 1U << (static_cast<unsigned char>(letter) & 31U);
-}
-
-// Most identifiers begin with a letter that no reserved word begins with.
-constexpr unsigned reservedFirstLetters = [] {
-    unsigned letters = 0;
-    for (const auto& word : reserved)
-        letters |= letterBit(word.spelling[0]);
-    return letters;
-}();
-
 // In any letter case; the token has one.
 inline void recogniseWord(Token& t) {
-    const char first = t.text.buf()[0];
-    if ((reservedFirstLetters & letterBit(first)) == 0) return;
-    const bool mayBeReserved = t.text.len() == 4 || t.text.len() == 5;
-    if (!mayBeReserved) return;
-    for (const auto& word : reserved) {
-        if (ascii::lower(first) != word.spelling[0]) continue;
-        if (words::lowered(words::load(t.text.buf())) != words::load(word.spelling)) return;
-        t.type = word.type;
-        t.text.assign({word.spelling, t.text.len()});
-        return;
-    }
-}
-
-// A token of so many characters; none where the length is 0.
-struct Seen {
-    Token::Type type = Token::Invalid;
-    unsigned length = 0;
-};
-
-inline Seen seeId(const char* at) {
-    const unsigned length = chars::leading(chars::Sixteen(at).idParts());
-    if (!String::fitsShort(length)) return {};
-    return {Token::Id, length};
-}
-
-// A number of digits, points and signs.
-inline Seen seeNumber(const char* at) {
-    const chars::Sixteen ahead(at);
-    const unsigned length = chars::leading(ahead.decimalParts());
-    if (!String::fitsShort(length) || chars::is(at[length], chars::NumberPart)) return {};
-    const bool isReal = (ahead.points() & ((1U << length) - 1)) != 0;
-    return {isReal ? Token::Real : Token::Integer, length};
-}
-
-// A string in one line without a backslash.
-inline Seen seeString(const char* at) {
-    const unsigned length = 2 + chars::leading(chars::Sixteen(at + 1).plainStringParts());
-    if (!String::fitsShort(length) || at[length - 1] != '"') return {};
-    return {Token::StringLiteral, length};
-}
-
-// A short identifier that is no reserved word; it still has to be given its place.
-inline bool seeName(const char* at, Token& t) {
-    if (typeBegunBy(*at) != Token::Id) return false;
-    const Seen seen = seeId(at);
-    if (seen.length == 0) return false;
-    t.text.assignShort(at, seen.length);
-    t.type = Token::Id;
-    recogniseWord(t);
-    return t.type == Token::Id;
-}
-
-// What fits into a short text.
-inline Seen seeShort(Token::Type begun, const char* at) {
-    switch (begun) {
-        case Token::Id: return seeId(at);
-        case Token::Integer: return seeNumber(at);
-        case Token::StringLiteral: return seeString(at);
-        default: return {};
-    }
-}
-
-// A short group of plain numbers with spaces and commas between them, none behind the last: where
-// it begins inside the parentheses, and a bit for each character that belongs to a number.
-struct SeenGroup {
-    const char* from = nullptr;
-    unsigned length = 0;
-    std::uint64_t numbers = 0;
-
-    unsigned lengthWithParens() const { return length + 2; }
-};
-
-// Calls `visit(begin, length)` for each number as long as it returns true.
-template <class Visit>
-bool forEachNumber(const SeenGroup& group, Visit visit) {
-    for (unsigned begin = 0; begin < group.length;) {
-        begin += static_cast<unsigned>(__builtin_ctzll(group.numbers >> begin));
-        const auto count = static_cast<unsigned>(__builtin_ctzll(~(group.numbers >> begin)));
-        if (count > chars::sixteen || !visit(group.from + begin, count)) return false;
-        begin += count;
-    }
-    return true;
-}
-
-[[gnu::noinline]] bool seeParens(const char* at, SeenGroup& group) {
-    group.from = at + 1;
-    const std::uint64_t numbers = chars::ofSixtyFour(group.from, &chars::Sixteen::decimalParts);
-    const std::uint64_t gaps = chars::ofSixtyFour(group.from, &chars::Sixteen::spacesAndCommas);
-    const std::uint64_t others = ~(numbers | gaps);
-    if (others == 0) return false;
-    group.length = static_cast<unsigned>(__builtin_ctzll(others));
-    group.numbers = numbers;
-    const bool endsWithNumber = group.length > 0 && (numbers >> (group.length - 1) & 1U) != 0;
-    return group.from[group.length] == ')' && endsWithNumber;
-}
-
-// As the text of a token.
-bool collapseParens(const SeenGroup& group, String& text) {
-    char collapsed[longestGlance];
-    char* to = collapsed;
-    *to++ = '(';
-    const auto copy = [&to](const char* number, unsigned length) {
-        std::memcpy(to, number, chars::sixteen);
-        to += length;
-        *to++ = ' ';
-        return true;
-    };
-    if (!forEachNumber(group, copy)) return false;
-    to[-1] = ')';
-    text.assign({collapsed, static_cast<unsigned long>(to - collapsed)});
-    return true;
+    const ReservedWord* const word = findReserved(t.text);
+    if (!word) return;
+    t.type = word->type;
+    t.text.assign({word->spelling, t.text.len()});
 }
 
 }  // namespace
 
-// What the next tokens are, seen without taking them.
-//
-// All of it is inlined, so that it lives in registers: what a token waits for is then the end of
-// the one before it and not memory.
-class Lexer::Glance {
-  public:
-    explicit Glance(const Lexer& lexer)
-        : at_(lexer.next_ ? lexer.next_ - 1 : nullptr),
-          end_(lexer.canGlance() ? lexer.glanceEnd_ - 1 : at_),
-          before_(lexer.c),
-          line_(lexer.line),
-          column_(lexer.column) {}
-
-    // Each reads tokens that follow each other, or returns false: then it may have changed them and
-    // passed some, but `readTarget` has passed blanks at most.
-    [[gnu::always_inline]] inline bool read(Token& t);
-    // Right behind what was read.
-    [[gnu::always_inline]] inline bool readSemicolon(Token& t);
-    [[gnu::always_inline]] inline bool readScalar(Token& t, SeenScalar& seen);
-    [[gnu::always_inline]] inline bool readOutput(Token& node, Token& dot, Token& output);
-    [[gnu::always_inline]] inline bool readTarget(Token& dot, Token& id, Token& sign);
-
-    // As `read`, for what comes less often.
-    [[gnu::noinline]] bool readOther(Token& t) { return read(t); }
-
-    // Brings the lexer behind what was read.
-    void take(Lexer& lexer) const {
-        lexer.pos += static_cast<int>(at_ + 1 - lexer.next_);
-        lexer.line = line_;
-        lexer.column = column_;
-        lexer.c = before_;
-        lexer.la = static_cast<signed char>(*at_);
-        lexer.next_ = at_ + 1;
-    }
-
-  private:
-    inline bool readParens(Token& t);
-    [[gnu::always_inline]] inline bool readShort(Token::Type begun, Token& t);
-    [[gnu::always_inline]] bool reachToken() {
-        return at_ < end_ && (!chars::is(*at_, chars::Blank) || passBlanks());
-    }
-    [[gnu::always_inline]] inline bool passBlanks();
-    [[gnu::always_inline]] inline void pass(unsigned count);
-    [[gnu::always_inline]] inline void passInLine(unsigned count);
-    [[gnu::always_inline]] void passTo(const char* at) {
-        at_ = at;
-        before_ = static_cast<signed char>(at[-1]);
-    }
-    // At the place of the character before.
-    void place(Token::Type type, Token& t) const {
-        t.type = type;
-        t.line = line_;
-        t.column = column_;
-    }
-    // The same place in the ring mostly takes the same sign again.
-    [[gnu::always_inline]] void placeSign(Token::Type type, Token& t) const {
-        if (t.type != type) t.text.assign(*at_);
-        place(type, t);
-    }
-
-    const char* at_;
-    const char* end_;  // before this, much of the run is left
-    // The character before, and its place.
-    signed char before_;
-    std::int32_t line_;
-    std::int32_t column_;
-};
-
-// The bits of several counters together are no less than any of them.
-inline bool Lexer::canGlance() const {
-    return next_ < glanceEnd_ && (pos | line | column) <= largestCounter - farthest;
-}
-
-inline bool Lexer::Glance::read(Token& t) {
-    if (!reachToken()) return false;
-    const Token::Type type = typeBegunBy(*at_);
-    if (type == Token::Parens) return readParens(t);
-    if (type < firstSign) return readShort(type, t);
-    placeSign(type, t);
-    pass(1);
-    return true;
-}
-
-inline bool Lexer::Glance::readSemicolon(Token& t) {
-    if (at_ >= end_ || *at_ != ';') return false;
-    placeSign(Token::Semicolon, t);
-    passInLine(1);
-    return true;
-}
-
-inline bool Lexer::Glance::readParens(Token& t) {
-    SeenGroup group;
-    if (!seeParens(at_, group) || !collapseParens(group, t.text)) return false;
-    pass(group.lengthWithParens());
-    place(Token::Parens, t);
-    return true;
-}
-
-inline bool Lexer::Glance::readShort(Token::Type begun, Token& t) {
-    const Seen seen = seeShort(begun, at_);
-    if (seen.length == 0) return false;
-    t.text.assignShort(at_, seen.length);
-    pass(seen.length);
-    place(seen.type, t);
-    if (begun == Token::Id) recogniseWord(t);
-    return true;
-}
-
-// Where a scalar stands in the run: its token and, if that is an identifier, the group right
-// behind.
-struct Lexer::SeenScalar {
-    const char* at = nullptr;
-    SeenGroup group;
-};
-
-inline bool Lexer::Glance::readScalar(Token& t, SeenScalar& seen) {
-    if (!reachToken()) return false;
-    seen.at = at_;
-    if (!readShort(typeBegunBy(*at_), t)) return false;
-    if (t.type != Token::Id) return true;
-    if (*at_ != '(' || !seeParens(at_, seen.group)) return false;
-    passInLine(seen.group.lengthWithParens());
-    return true;
-}
-
-// "=" Id "." Id, as a reference to an output is written
-inline bool Lexer::Glance::readOutput(Token& node, Token& dot, Token& output) {
-    if (at_ >= end_ || *at_ != '=') return false;
-    const unsigned gap = at_[1] == ' ' ? 2 : 1;  // with the sign
-    const char* const nodeName = at_ + gap;
-    if (!seeName(nodeName, node) || nodeName[node.text.len()] != '.') return false;
-    const char* const outputName = nodeName + node.text.len() + 1;
-    if (!seeName(outputName, output)) return false;
-    passInLine(gap + static_cast<unsigned>(node.text.len()));
-    place(Token::Id, node);
-    placeSign(Token::Dot, dot);
-    passInLine(1 + static_cast<unsigned>(output.text.len()));
-    place(Token::Id, output);
-    return true;
-}
-
-// "." Id ( "=" | "|" ), as an assignment begins
-inline bool Lexer::Glance::readTarget(Token& dot, Token& id, Token& sign) {
-    if (!reachToken() || *at_ != '.' || !seeName(at_ + 1, id)) return false;
-    const char* const behind = at_ + 1 + id.text.len();
-    const unsigned gap = *behind == ' ' ? 1 : 0;
-    if (behind[gap] != '=' && behind[gap] != '|') return false;
-    placeSign(Token::Dot, dot);
-    pass(1 + static_cast<unsigned>(id.text.len()));
-    place(Token::Id, id);
-    passInLine(gap);
-    placeSign(typeBegunBy(*at_), sign);
-    passInLine(1);
-    return true;
-}
-
-// Passes few blanks.
-inline bool Lexer::Glance::passBlanks() {
-    if (!chars::is(at_[1], chars::Blank)) {
-        pass(1);
-        return true;
-    }
-    const chars::Sixteen ahead(at_);
-    const unsigned length = chars::leading(ahead.blanks());
-    if (length == chars::sixteen) return false;
-    // A break moves the line for what stands behind it; that may be the token.
-    const unsigned belongs = (1U << length) - 1;
-    unsigned breaks = (ahead.breaks() << 1U | unsigned(before_ == '\n')) & belongs;
-    unsigned lineBegin = 0;
-    for (; breaks != 0; breaks &= breaks - 1) {
-        lineBegin = static_cast<unsigned>(__builtin_ctz(breaks));
-        ++line_;
-        column_ = 0;
-    }
-    column_ += static_cast<int>(length - lineBegin);
-    passTo(at_ + length);
-    return true;
-}
-
-// Passes so many characters; no line break stands before the last of them.
-inline void Lexer::Glance::pass(unsigned count) {
-    if (before_ == '\n') {
-        ++line_;
-        column_ = 0;
-    }
-    passInLine(count);
-}
-
-// The same behind a character that is no line break.
-inline void Lexer::Glance::passInLine(unsigned count) {
-    column_ += static_cast<int>(count);
-    passTo(at_ + count);
-}
-
-// --- By the rules
-
-inline void Lexer::read(Token& t) {
-    Glance glance(*this);
-    if (glance.read(t)) {
-        glance.take(*this);
-    } else {
-        readAny(t);
-    }
-}
-
-void Lexer::readAny(Token& t) {
+void Lexer::read(Token& t) {
     skipBlanks();
     const Token::Type type = typeBegunBy(la);
     switch (type) {
@@ -947,14 +635,13 @@ KvtParser::~KvtParser() = default;
 // === Lookahead ==================================================================================
 
 // An invalid token never gets into the ring.
-inline void KvtParser::advance() {
-    Token& next = ring_[(head_ + lookahead) % ringSize];
+void KvtParser::advance() {
+    const unsigned place = (head_ + lookahead) % ringSize;
+    Token& next = ring_[place];
+    begins_[place] = lexer_->place();
     lexer_->read(next);
     if (next.type == Token::Invalid) refuse(next);
     head_ = (head_ + 1) % ringSize;
-    // Whose place will be taken only later, and whose text may be that of a whole buffer.
-    Token& left = ring_[(head_ - 2) % ringSize];
-    if (!String::fitsShort(left.text.len())) left.text = String();
 }
 
 void KvtParser::prime(IScene* scene, Lexer* lexer) {
@@ -990,27 +677,6 @@ bool KvtParser::match(Token& t, Token::Type type) {
     return true;
 }
 
-// Reads a ";" and the tokens to look ahead at behind it, to where they are to stand once the
-// statement is taken that the ";" ends.
-inline bool KvtParser::readEnd(Lexer::Glance& glance) {
-    Token& end = ring_[(head_ + lookahead) % ringSize];
-    return glance.readSemicolon(end) && readAhead(glance, 1);
-}
-
-// Reads as many tokens as the parser looks ahead, `skipped` places behind the unread ones.
-inline bool KvtParser::readAhead(Lexer::Glance& glance, unsigned skipped) {
-    const auto next = [this, skipped](unsigned i) -> Token& {
-        return ring_[(head_ + lookahead + skipped + i) % ringSize];
-    };
-    static_assert(lookahead == 3);
-    if (glance.readTarget(next(0), next(1), next(2))) return true;
-    Lexer::Glance other = glance;  // so that only this one has an address
-    const bool isRead =
-        other.readOther(next(0)) && other.readOther(next(1)) && other.readOther(next(2));
-    glance = other;
-    return isRead;
-}
-
 // === Statements =================================================================================
 
 // document = { statement }
@@ -1019,9 +685,11 @@ bool KvtParser::parse(IScene* scene, Lexer* lexer) {
     withNode_ = nullptr;
     definedNodes_.clear();
     prime(scene, lexer);
+    Statements statements(*this);
     try {
         while (la(1) != Token::Eof && la(1) != Token::Invalid) {
             if (!scene_) parseError("no scene to read into");
+            statements.read();
             if (!statement()) parseError("unrecognized token '%s'.", peek(1).text.buf());
         }
         resolve();
@@ -1046,9 +714,7 @@ void KvtParser::dropPending() noexcept {
 // statement = comment | remove | define | declare | with | assign
 //
 // A `with` looks like a declaration and is taken as one, of type `with` if the node is not there.
-inline bool KvtParser::statement() {
-    if (la(1) == Token::Dot)
-        return parseAssign();  // begins nothing else, and is most of a document
+bool KvtParser::statement() {
     return parseComment() || parseRemove() || parseDefine() || parseDeclare() || parseWith() ||
            parseAssign();
 }
@@ -1058,14 +724,14 @@ bool KvtParser::parseComment() {
     if (!skip(Token::Comment)) return false;
     const String comment = lastToken().text;
     const String field = comment.fromFirst(':', false).trim(true, true);
-    if (comment.contains("version:", false)) {
+    if (comment.contains(versionField, false)) {
         unsigned long version = 0;
         if (String::parse(field, version, String::Auto)) {
             scene().setFileVersion(version);
         } else {
             logWarning("Failed to parse KVT version comment: %s", comment.buf());
         }
-    } else if (comment.contains("time:", false) && !field.isEmpty()) {
+    } else if (comment.contains(timeField, false) && !field.isEmpty()) {
         scene().setFileTime(field);
     }
     scene().pushFileComment(comment);
@@ -1081,29 +747,9 @@ bool KvtParser::isNamed(const char* keyword, Token::Type end) const {
 // Takes keyword or type, name and end, and returns the name.
 String KvtParser::takeName() {
     String name = peek(2).text;
-    takeHead();
-    expectNext(nullptr);
-    return name;
-}
-
-// Takes as many tokens as the parser looks ahead.
-void KvtParser::takeHead() {
-    if (takeHeadAtAGlance()) return;
     for (unsigned i = 0; i < lookahead; ++i)
         advance();
-}
-
-bool KvtParser::takeHeadAtAGlance() {
-    Lexer::Glance glance(*lexer_);
-    if (!readAhead(glance, 0)) return false;
-    takeRead(glance, lookahead);
-    return true;
-}
-
-// Takes so many tokens, behind which the glance has read as many as the parser looks ahead.
-void KvtParser::takeRead(const Lexer::Glance& glance, unsigned count) {
-    glance.take(*lexer_);
-    head_ = (head_ + count) % ringSize;
+    return name;
 }
 
 // remove = "remove" Id ";"
@@ -1228,23 +874,6 @@ std::string_view inside(const Token& group) {
     return group.text.view().substr(1, group.text.len() - 2);
 }
 
-// Unsigned integers too go through the signed parser; they end at 2^63 - 1.
-bool readInteger(const String& text, AttrData& data) {
-    data.type = text.view().back() == 'u' ? AttrType::UInt : AttrType::Int;
-    long value = 0;
-    if (!String::parse(text, value, String::Auto)) return false;
-    data.value[0] = static_cast<std::uint64_t>(value);
-    return true;
-}
-
-bool readReal(const String& text, AttrData& data) {
-    data.type = AttrType::Real;
-    double value = 0;
-    if (!String::parse(text, value)) return false;
-    data.setReal(value);
-    return true;
-}
-
 // A string between its quotes.
 bool readText(const String& text, AttrData& data) {
     data.setText(text.substring(1, text.len() - 2).unescape().view());
@@ -1261,8 +890,8 @@ bool readLiteral(const Token& literal, AttrData& data) {
     switch (literal.type) {
         case Token::True:
         case Token::False: data.setBool(literal.type == Token::True); return true;
-        case Token::Integer: return readInteger(literal.text, data);
-        case Token::Real: return readReal(literal.text, data);
+        case Token::Integer: return readInteger(literal.text.view(), data);
+        case Token::Real: return readReal(literal.text.view(), data);
         case Token::StringLiteral: return readText(literal.text, data);
         case Token::Braces: data.type = AttrType::Object; return true;
         default: data.type = AttrType::Array; return true;
@@ -1285,12 +914,6 @@ bool readColour(std::string_view text, AttrData& data) {
     const bool isRead = math::parseRgba(text, components);
     std::memcpy(data.value, components, sizeof components);
     return isRead;
-}
-
-// The type that an identifier names, or Null.
-AttrType mathTypeNamed(const String& id) {
-    const auto* const type = scalarTypes().findNode(id.toLower(true));
-    return type ? type->value : AttrType::Null;
 }
 
 bool readMath(std::string_view text, AttrType type, AttrData& data) {
@@ -1432,21 +1055,6 @@ void KvtParser::readComponents(AssignInfo& info) {
 
 namespace {
 
-// Hands the payload of a statement's value to the scene to be freed, unless an input has taken it.
-class PayloadGuard {
-  public:
-    PayloadGuard(Scene& scene, const AttrData& data) : scene_(scene), data_(data) {}
-    PayloadGuard(const PayloadGuard&) = delete;
-    PayloadGuard& operator=(const PayloadGuard&) = delete;
-    ~PayloadGuard() {
-        if (data_.hasPayload()) scene_.discard(data_);
-    }
-
-  private:
-    Scene& scene_;
-    const AttrData& data_;
-};
-
 // The path as messages show it: a relative one begins with the name of its node.
 String shownPath(const ds::Vector<Token>& path, const Node* node) {
     const String written = KvtParser::collapse(path);
@@ -1492,144 +1100,19 @@ struct KvtParser::Walk {
     bool isNew = false;       // whether `input` was made on the way
 };
 
-// What a step should lead to.
-struct KvtParser::Expected {
-    AttrType type;
-    AttrType elementType = AttrType::Null;
-};
-
 // assign = path ( reference | value )
 bool KvtParser::parseAssign() {
     AssignInfo& info = assignment_;
     info.clear();
     const PayloadGuard guard(scene(), info.data);
-    const Token::Type sign = signOfShort();
-    if ((sign == Token::Equals && readAssignmentAtAGlance(info)) ||
-        (sign == Token::Pipe && readReferenceAtAGlance(info))) {
-        expectNext(withNode_);
-        assignShort(info);
-        return true;
-    }
     if (!path(info.path)) return false;
-    expectMember(info.path);
     if (!connect(info) && !value(info)) return false;
     assign(info);
     return true;
 }
 
-// Has memory fetch what the next statement looks up first, while this one is carried out: a node,
-// or an input of `node`, the one that this one assigns to, or null.
-inline void KvtParser::expectNext(const Node* node) const {
-    if (la(1) == Token::Dot) {
-        if (node && la(2) == Token::Id) node->expectInput(peek(2).text);
-    } else if (la(1) == Token::Id && la(2) == Token::Id) {
-        scene().expectNode(peek(2).text);
-    } else if (node && la(1) == Token::Id && la(3) == Token::Id) {
-        if (node->name() == peek(1).text) node->expectInput(peek(3).text);
-    }
-}
-
-// The same for the member of an object, while its value is read: "." Id "." Id
-void KvtParser::expectMember(const ds::Vector<Token>& path) const {
-    const bool isMember = path.size() == 4 && path[0].type == Token::Dot;
-    if (!isMember || !withNode_) return;
-    const Node& node = *withNode_;
-    if (const Input* const object = node.input(path[1].text)) object->expectInput(path[3].text);
-}
-
-// The sign of a statement that may be a short one, which begins with "." Id and the sign; else Eof.
-inline Token::Type KvtParser::signOfShort() const {
-    const bool mayBeShort = la(1) == Token::Dot && la(2) == Token::Id && withNode_;
-    return mayBeShort ? la(3) : Token::Eof;
-}
-
-// short assign = "." Id "=" scalar ";", which most of a document is made of
-//
-// Where all of it and the tokens to look ahead at can be seen, the value need not go through the
-// ring. What is not seen, or refused, is left to the rules: false, and nothing is taken.
-inline bool KvtParser::readAssignmentAtAGlance(AssignInfo& info) {
-    Lexer::Glance glance(*lexer_);
-    Lexer::SeenScalar seen;
-    if (!glance.readScalar(info.token0, seen) || !readEnd(glance) || !readScalar(seen, info)) {
-        info.clear();
-        return false;
-    }
-    takeRead(glance, lookahead + 1);
-    return true;
-}
-
-// short reference = "." Id "|" "=" Id "." Id ";", likewise
-inline bool KvtParser::readReferenceAtAGlance(AssignInfo& info) {
-    Lexer::Glance glance(*lexer_);
-    info.refPath.setSize(3);
-    Token* const output = info.refPath.data();
-    if (!glance.readOutput(output[0], output[1], output[2]) || !readEnd(glance)) {
-        info.clear();
-        return false;
-    }
-    info.token0 = output[0];
-    info.gotReference = true;
-    takeRead(glance, lookahead + 1);
-    return true;
-}
-
-namespace {
-
-bool readGroup(const SeenGroup& group, AttrType type, AttrData& data) {
-    const unsigned long components = componentCount(type);
-    unsigned long count = 0;
-    const auto read = [&](const char* number, unsigned length) {
-        return count < components &&
-               bulk::convertAhead<double>(number, length, &data.value[count++]);
-    };
-    data.type = type;
-    if (!forEachNumber(group, read)) return false;
-    const bool lacksAlpha = type == AttrType::Rgba && count == 3;
-    if (lacksAlpha) data.setComponent(3, 1);
-    return lacksAlpha || count == components;
-}
-
-}  // namespace
-
-inline bool KvtParser::readScalar(const Lexer::SeenScalar& seen, AssignInfo& info) {
-    info.gotScalar = true;
-    const Token& token = info.token0;
-    AttrData& data = info.data;
-    switch (token.type) {
-        case Token::Id: return readGroup(seen.group, mathTypeNamed(token.text), data);
-        case Token::Integer:
-            data.type = AttrType::Int;
-            return bulk::convertAhead<long>(seen.at, token.text.len(), data.value);
-        case Token::Real:
-            data.type = AttrType::Real;
-            return bulk::convertAhead<double>(seen.at, token.text.len(), data.value);
-        case Token::StringLiteral: data.setText(inside(token)); return true;
-        case Token::True:
-        case Token::False: data.setBool(token.type == Token::True); return true;
-        default: return false;
-    }
-}
-
-// Its tokens have been taken, and the first stand in the ring still.
-inline void KvtParser::assignShort(AssignInfo& info) {
-    const Token& name = peek(-2);
-    Walk walk{*withNode_, info};
-    const FoundInput found =
-        findOrCreate(walk.node, updateInputName(walk.node.type(), name.text), {info.data.type});
-    const bool isKept = info.gotReference && pending_ == Pending::Records;
-    if (!found.input || isKept) {
-        info.path.push_back(peek(-3));
-        info.path.push_back(name);
-    }
-    if (!found.input) inputNotFound(info, walk.node);
-    walk.input = found.input;
-    walk.isNew = found.isNew;
-    carryOut(walk, info);
-}
-
 void KvtParser::assign(AssignInfo& info) {
     Walk walk{assignedNode(info), info};
-    expectNext(&walk.node);
     if (!reachTarget(walk)) inputNotFound(info, walk.node);
     carryOut(walk, info);
 }
@@ -1664,8 +1147,7 @@ Node& KvtParser::assignedNode(const AssignInfo& info) {
 
 // Inputs that were there before are mostly assigned in their order: the one behind the input of the
 // statement before is looked at first, and the index of a node with many is far away.
-inline FoundInput KvtParser::findOrCreate(Node& node, const String& name,
-                                          const Expected& expected) {
+FoundInput KvtParser::findOrCreate(Node& node, const String& name, const Expected& expected) {
     Input* const next = node.inputAt(nextPosition_);
     const FoundInput found = next && next->name() == name
                                  ? FoundInput{next, false}
@@ -1890,6 +1372,17 @@ void KvtParser::postpone(PendingMap<Name>& pending, const Walk& walk, const Writ
     } else {
         pending.emplace(walk.input, written);
     }
+}
+
+// References of statements that were read whole.
+void KvtParser::connectLater(Node& node, Input* parent, const FoundInput& target,
+                             const OutputName& output) {
+    postpone(outputsToConnect_, Walk{node, assignment_, target.input, parent, target.isNew},
+             output);
+}
+
+void KvtParser::setLater(Node& node, Input* parent, const FoundInput& target, const Token& name) {
+    postpone(nodesToSet_, Walk{node, assignment_, target.input, parent, target.isNew}, name);
 }
 
 inline void KvtParser::storeValue(Input& target, Input* parent, AssignInfo& info) {

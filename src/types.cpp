@@ -1,5 +1,7 @@
 #include <ko/types.h>
 
+#include "keywords.h"
+
 namespace ko {
 
 namespace {
@@ -189,11 +191,12 @@ bool canConvert(AttrType from, AttrType to, bool* narrowing) {
 // --- Keywords -----------------------------------------------------------------------------------
 
 const ds::HashMap<String, AttrType>& scalarTypes() {
-    static const ds::HashMap<String, AttrType> types = {
-        {"vec2", A::Vec2}, {"vec3", A::Vec3}, {"vec4", A::Vec4},
-        {"pos2", A::Pos2}, {"pos3", A::Pos3}, {"quat", A::Quat},
-        {"mat3", A::Mat3}, {"mat4", A::Mat4}, {"rgba", A::Rgba},
-    };
+    static const ds::HashMap<String, AttrType> types = [] {
+        ds::HashMap<String, AttrType> named;
+        for (const impl::MathType& type : impl::mathTypes)
+            named.insert(type.spelling, type.type);
+        return named;
+    }();
     return types;
 }
 

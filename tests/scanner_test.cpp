@@ -127,7 +127,7 @@ std::string_view withoutMark(std::string_view text) {
     return text.substr(text.substr(0, 3) == "\xEF\xBB\xBF" ? 3 : 0);
 }
 
-// With so much behind it that its tokens may be taken at a glance.
+// With so much behind it that no run ends near its tokens.
 std::string farFromTheEnd(std::string_view text) {
     return std::string(text) + "\n" + std::string(150, ' ');
 }

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
+#include <utility>
 
 #include <ko/ds.h>
 #include <ko/foundation.h>
@@ -121,16 +122,25 @@ class Lexer {
     void fetchRun();
     void enterRun(const char* end);
 
+    // Where a lexer with runs stands, to go on from there while it is in that run.
+    struct Place {
+        const char* next = nullptr;
+        unsigned long run = 0;
+        std::int32_t pos = 0;
+        std::int32_t line = 0;
+        std::int32_t column = 0;
+        signed char c = 0;
+    };
+    Place place() const;
+    bool isAtHand(const Place& place) const;
+    void moveOn(const Place& from, const char* to);
+
     void skipBlanks();
     unsigned take(chars::Class belonging, String& text);
     String takeAcross(chars::Class belonging);
 
     // As `nextToken`, in the place of another one.
-    inline void read(Token& t);
-    class Glance;
-    struct SeenScalar;
-    inline bool canGlance() const;
-    void readAny(Token& t);
+    void read(Token& t);
     void readSign(Token::Type type, Token& t);
     void readId(Token& t);
     void readNumber(Token& t);
@@ -144,9 +154,9 @@ class Lexer {
     static Token kept(Token t);
 
     const char* next_ = nullptr;  // behind the lookahead; null for a source without runs
-    const char* end_ = nullptr;   // of the run that it stands in
-    // Before this, much of the run is left.
-    const char* glanceEnd_ = nullptr;
+    const char* run_ = nullptr;   // where the run begins that it stands in
+    const char* end_ = nullptr;   // and where it ends
+    unsigned long runs_ = 0;      // so far
 };
 
 // Reads a file.
@@ -272,8 +282,13 @@ class KvtParser {
     const ds::Vector<Node*>& definedNodes() const { return definedNodes_; }
 
   private:
+    class Statements;
     struct Walk;
-    struct Expected;
+    // What a step should lead to.
+    struct Expected {
+        AttrType type;
+        AttrType elementType = AttrType::Null;
+    };
     template <class Value>
     using PendingMap = ds::HashMap<interfaces::IInput*, Value>;
 
@@ -287,6 +302,8 @@ class KvtParser {
     // A reference to an output. One that is not of two names stands in `node` as it was written.
     struct OutputName {
         OutputName() = default;
+        OutputName(String nodeName, String outputName)
+            : node(std::move(nodeName)), output(std::move(outputName)) {}
         explicit OutputName(const ds::Vector<Token>& path) { *this = path; }
         OutputName& operator=(const ds::Vector<Token>& path);
         StringVector parts() const;
@@ -300,24 +317,19 @@ class KvtParser {
 
     Scene& scene() const { return static_cast<Scene&>(*scene_); }
 
-    // The i-th unread token in place; with 0, the one taken last, and before it a few more.
+    // The i-th unread token in place; with 0, the one taken last.
     const Token& peek(int i) const {
         return ring_[(head_ + static_cast<unsigned>(i) - 1) % ringSize];
     }
     // As `consume` and `match`, for tokens that nobody keeps.
-    inline void advance();
+    void advance();
     inline bool skip(Token::Type type);
     inline void take(ds::Vector<Token>& tokens, int count);
     [[noreturn]] void refuse(Token& next);
-    [[gnu::always_inline]] inline bool readEnd(Lexer::Glance& glance);
-    [[gnu::always_inline]] inline bool readAhead(Lexer::Glance& glance, unsigned skipped);
-    inline void takeRead(const Lexer::Glance& glance, unsigned count);
-    inline bool statement();
+    bool statement();
     void dropPending() noexcept;
     bool isNamed(const char* keyword, Token::Type end) const;
     String takeName();
-    void takeHead();
-    bool takeHeadAtAGlance();
 
     // Values.
     void identifier(AssignInfo& info);
@@ -330,18 +342,14 @@ class KvtParser {
     String framed(const char* kind, const String& detail) const;
 
     // An assignment in two steps: its statement is read, then carried out.
-    inline Token::Type signOfShort() const;
-    inline bool readAssignmentAtAGlance(AssignInfo& info);
-    inline bool readReferenceAtAGlance(AssignInfo& info);
-    static inline bool readScalar(const Lexer::SeenScalar& seen, AssignInfo& info);
-    inline void assignShort(AssignInfo& info);
     void assign(AssignInfo& info);
     inline void carryOut(const Walk& walk, AssignInfo& info);
-    inline void expectNext(const Node* node) const;
-    void expectMember(const ds::Vector<Token>& path) const;
     [[noreturn]] void inputNotFound(const AssignInfo& info, const Node& node);
     Node& assignedNode(const AssignInfo& info);
-    inline FoundInput findOrCreate(Node& node, const String& name, const Expected& expected);
+    void connectLater(Node& node, Input* parent, const FoundInput& target,
+                      const OutputName& output);
+    void setLater(Node& node, Input* parent, const FoundInput& target, const Token& name);
+    FoundInput findOrCreate(Node& node, const String& name, const Expected& expected);
     Input* reachTarget(Walk& walk);
     static Expected expectedAt(const Walk& walk, unsigned long i);
     Input* takeStep(Walk& walk, unsigned long i);
@@ -373,11 +381,12 @@ class KvtParser {
 
     Lexer* lexer_ = nullptr;
     static constexpr unsigned lookahead = 3;
-    static constexpr unsigned ringSize = 2 * (lookahead + 1);
+    static constexpr unsigned ringSize = lookahead + 1;
 
-    // The unread tokens from `head_` on and, before it, the one taken last. There is room for as
-    // many behind them.
+    // The unread tokens from `head_` on and, before it, the one taken last; and where the lexer
+    // stood before each.
     Token ring_[ringSize];
+    Lexer::Place begins_[ringSize];
     unsigned head_ = 0;
     interfaces::IScene* scene_ = nullptr;
     Node* withNode_ = nullptr;

@@ -1,5 +1,6 @@
-// Short assignments are read in one go where enough of the text is at hand; a source of single
-// characters never has enough. Both ways give the same scene, messages, tokens and places.
+// Most statements are read whole where enough of the text is at hand, all others by the rules; a
+// source of single characters never has enough. Both ways give the same scene, messages, tokens and
+// places.
 
 #include <ko/foundation.h>
 #include <ko/kvtparser.h>
@@ -8,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <filesystem>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -17,13 +19,16 @@
 #include "bytes.h"
 #include "reading.h"
 #include "single.h"
+#include "statements.h"
 #include "tokens.h"
 
 namespace {
 
 using ko::String;
+using ko::mirel_sdk::impl::Input;
 using ko::mirel_sdk::impl::KvtParser;
 using ko::mirel_sdk::impl::Lexer;
+using ko::mirel_sdk::impl::Node;
 using ko::mirel_sdk::impl::Scene;
 using ko::mirel_sdk::impl::StringLexer;
 using ko::mirel_sdk::impl::Token;
@@ -99,12 +104,124 @@ class Watched {
     std::multiset<std::string> messages_;
 };
 
+// A run after the other, of so many characters.
+class Runs final : public Lexer {
+  public:
+    Runs(std::string_view text, unsigned long size) : text_(text), size_(size) { start(nextRun()); }
+    signed char consume() override { return step(); }
+
+  private:
+    std::string_view nextRun() override {
+        run_ = std::string(
+            text_.substr(0, size_));  // in a place of its own, so that nobody looks beyond it
+        text_.remove_prefix(run_.size());
+        return run_;
+    }
+
+    std::string_view text_;
+    unsigned long size_;
+    std::string run_;
+};
+
+// The inputs that are attached to each output and node, in their order.
+std::string linksOf(const Scene& scene) {
+    std::ostringstream links;
+    for (const Node* const node : scene.nodes()) {
+        links << node->name().view() << ':';
+        for (const Input* const input : node->referring())
+            links << ' ' << input->fullName().view();
+        for (unsigned long i = 0; i < node->outputCount(); ++i) {
+            links << " | " << node->outputAt(i)->name().view();
+            for (const Input* const input : node->outputAt(i)->connected())
+                links << ' ' << input->fullName().view();
+        }
+        links << '\n';
+    }
+    return links.str();
+}
+
+// Messages come at once at the end of a document, in no fixed order.
+std::string sortedLines(const std::string& text) {
+    std::multiset<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        lines.insert(line + '\n');
+    std::string sorted;
+    for (const std::string& line : lines)
+        sorted += line;
+    return sorted;
+}
+
+// What a reading yields, whatever it is read with.
+template <class Read>
+std::string outcomeOf(Read read) {
+    Scene scene;
+    scene.setBufferLimit(1UL << 16U);  // kept inputs ask for much more, which takes time
+    scene.setElementLimit(1UL << 12U);
+    kvt::test::registerNodeTypes(scene);
+    ko::mirel_sdk::impl::registerInputRename("t", "gone", "[gone]");
+    const kvt::test::Reading reading = read(scene);
+    return sortedLines(reading.log) + kvt::test::jsonOf(scene, reading.ok) + linksOf(scene);
+}
+
+// The same, and where lexer and parser stand after it.
+template <class Source, class... Args>
+std::string parsedFrom(Args... args) {
+    std::ostringstream end;
+    const std::string outcome = outcomeOf([&](Scene& scene) {
+        Source lexer(args...);
+        KvtParser parser;
+        const auto reading = kvt::test::collect([&] { return parser.parse(&scene, &lexer); });
+        end << kvt::test::stateOf(lexer) << '\n'
+            << (parser.withNode() ? parser.withNode()->name().view() : "") << '\n';
+        for (int i = 0; i <= 3; ++i)
+            end << (i ? parser.lt(i) : parser.lastToken()) << '\n';
+        return reading;
+    });
+    return outcome + end.str();
+}
+
+// By the rules alone, as long as this lives.
+class ByTheRules {
+  public:
+    ByTheRules() { ko::mirel_sdk::impl::readStatementsWhole(false); }
+    ByTheRules(const ByTheRules&) = delete;
+    ByTheRules& operator=(const ByTheRules&) = delete;
+    ~ByTheRules() { ko::mirel_sdk::impl::readStatementsWhole(true); }
+};
+
+// From a string, a file, runs and single characters; in none of the last can a statement be whole.
+void expectSameOutcome(const std::string& text) {
+    const auto fromText = [&text](Scene& scene) { return kvt::test::readText(&scene, text); };
+    const auto fromFile = [&text](Scene& scene) { return kvt::test::readBytes(&scene, text); };
+    const std::string byTheRules = [&] {
+        const ByTheRules alone;
+        return outcomeOf(fromText);
+    }();
+    ASSERT_EQ(byTheRules, outcomeOf(fromText)) << text;
+    ASSERT_EQ(byTheRules, outcomeOf(fromFile)) << text;
+    const std::string parsed = parsedFrom<Single>(std::string_view(text));
+    ASSERT_EQ(parsed, parsedFrom<StringLexer>(String(std::string_view(text)))) << text;
+    ASSERT_EQ(parsed, parsedFrom<Runs>(std::string_view(text), 65 + text.size() % 100)) << text;
+}
+
+// Behind a text as much as reading its last statement whole needs, which begins no statement.
+std::string padded(const std::string& text) { return text + std::string(200, ' '); }
+
 void expectSameReading(const std::string& text) {
-    // Behind the text as much as a glance needs, which begins no statement.
-    const std::string padded = text + std::string(200, ' ');
-    Single single(padded);
-    StringLexer lexer{String(std::string_view(padded))};
+    const std::string all = padded(text);
+    Single single(all);
+    StringLexer lexer{String(std::string_view(all))};
     ASSERT_EQ(Watched().read(single), Watched().read(lexer)) << text;
+    ASSERT_NO_FATAL_FAILURE(expectSameOutcome(all));
+}
+
+// A file passes over a byte order mark, where a text has a letter.
+void expectSameOutcomesOfBeginnings(std::string text) {
+    constexpr std::string_view mark = "\xEF\xBB\xBF";
+    if (text.compare(0, mark.size(), mark) == 0) text.erase(0, mark.size());
+    for (unsigned long length = 0; length <= text.size(); ++length)
+        ASSERT_NO_FATAL_FAILURE(expectSameOutcome(padded(text.substr(0, length))));
 }
 
 constexpr const char* targets[] = {
@@ -304,7 +421,7 @@ std::string anyAssignment(Random& random) {
     return text + anyOf(random, gaps);
 }
 
-TEST(ShortAssignments, AreReadAlikeAtAGlanceAndByTheRules) {
+TEST(Statements, AreReadAlikeWholeAndByTheRules) {
     constexpr const char* heads[] = {
         "t n:",          "scalars n:",    "vectors n: ",
         "matrices n:\n", "others n:\n  ", "choice n:",
@@ -321,11 +438,11 @@ TEST(ShortAssignments, AreReadAlikeAtAGlanceAndByTheRules) {
     }
 }
 
-TEST(ShortAssignments, ThatAreRenamedToNoInputAreRefusedAlike) {
+TEST(Statements, ThatAreRenamedToNoInputAreRefusedAlike) {
     expectSameReading("t n:\n .here = 1;\n .gone = 2;\n .here = 3;");
 }
 
-TEST(ShortAssignments, OfEachValueAreReadAlikeBeforeAnyOther) {
+TEST(Statements, OfEachValueAreReadAlikeBeforeAnyOther) {
     const auto expectSame = [](const std::string& value) {
         for (const char* const next : {".b = 1;", ".b |= n.out;", "t m;", "t m:\n.c = 2;", "$", ""})
             ASSERT_NO_FATAL_FAILURE(expectSameReading("t n:\n .a = " + value + ";\n " + next));
@@ -346,12 +463,12 @@ TEST(ShortAssignments, OfEachValueAreReadAlikeBeforeAnyOther) {
             ASSERT_NO_FATAL_FAILURE(expectSame(std::string(type) + group));
 }
 
-TEST(ShortAssignments, ThatReferAgainReplaceTheReference) {
+TEST(Statements, ThatReferAgainReplaceTheReference) {
     expectSameReading("t n:\n .a |= n.x;\n .a |= n.y;\n .b |= n.x;\n .a = 1;\n .a |= n.z;");
 }
 
 // In the same order and in another one, of so many that they are found through an index.
-TEST(ShortAssignments, ThatReferAgainToMuchReplaceTheReferences) {
+TEST(Statements, ThatReferAgainToMuchReplaceTheReferences) {
     std::string text = "t n:";
     const auto refer = [&text](int input, const std::string& output) {
         text += ".i" + std::to_string(input) + " |= n." + output + ";";
@@ -366,7 +483,7 @@ TEST(ShortAssignments, ThatReferAgainToMuchReplaceTheReferences) {
     expectSameReading(text);
 }
 
-TEST(ShortAssignments, BehindEachBeginningOfABlockAreReadAlike) {
+TEST(Statements, BehindEachBeginningOfABlockAreReadAlike) {
     for (const char* const head : {"t n:", "t n :", "t  n:\n", "t\nn:", "define t;", "with t:",
                                    "with n:", "remove n;", "t true:", "t n;", "null n:", "t 1:"}) {
         for (const char* const next :
@@ -379,10 +496,30 @@ TEST(ShortAssignments, BehindEachBeginningOfABlockAreReadAlike) {
     }
 }
 
-// The documents are shorter than a glance; behind each follows what makes up for that.
-TEST(ShortAssignments, OfDocumentsAreReadAlikeAtAGlanceAndByTheRules) {
+TEST(Statements, OfDocumentsAreReadAlikeWholeAndByTheRules) {
     for (const auto& document : kvt::test::documents())
         ASSERT_NO_FATAL_FAILURE(expectSameReading(kvt::test::contents(document))) << document;
 }
+
+// A statement may end anywhere.
+TEST(Statements, OfBeginningsOfDocumentsAreReadAlikeWholeAndByTheRules) {
+    for (const auto& document : kvt::test::documents())
+        ASSERT_NO_FATAL_FAILURE(expectSameOutcomesOfBeginnings(kvt::test::contents(document)))
+            << document;
+}
+
+class StatementsOfKeptInputs : public testing::TestWithParam<const char*> {};
+
+TEST_P(StatementsOfKeptInputs, AreReadAlikeWholeAndByTheRules) {
+    const std::filesystem::path corpus = std::filesystem::path(KVT_SOURCE_DIR) / "fuzz" / "corpus";
+    for (const auto& input : std::filesystem::directory_iterator(corpus / GetParam()))
+        ASSERT_NO_FATAL_FAILURE(expectSameOutcomesOfBeginnings(kvt::test::contents(input)))
+            << input;
+}
+
+INSTANTIATE_TEST_SUITE_P(Corpora, StatementsOfKeptInputs,
+                         testing::Values("document", "hostile", "lexer", "numbers", "scene",
+                                         "session", "sources", "two"),
+                         [](const auto& corpus) { return std::string(corpus.param); });
 
 }  // namespace

@@ -1,0 +1,487 @@
+#include "statements.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string_view>
+#include <typeinfo>
+
+#include "bulk.h"
+#include "charclass.h"
+#include "charruns.h"
+#include "keywords.h"
+#include "literals.h"
+#include "payload.h"
+#include "words.h"
+
+namespace ko::mirel_sdk::impl {
+
+namespace {
+
+bool isWholeWanted = true;
+
+}  // namespace
+
+void readStatementsWhole(bool isWanted) noexcept { isWholeWanted = isWanted; }
+
+// A statement up to its value, or a declaration.
+struct KvtParser::Statements::Head {
+    enum Kind { Assign, Refer, Declare, OpenBlock };
+
+    bool isDeclaration() const { return kind == Declare || kind == OpenBlock; }
+
+    Kind kind = Assign;
+    String type;    // of a declared node
+    String node;    // declared, or that the target is of; empty for the one whose block it is
+    String object;  // that the target is a member of; empty for an input of the node
+    String input;
+    const char* end = nullptr;  // its last character
+};
+
+// Of an assignment; of type Null for names, which wait for the end of the document.
+struct KvtParser::Statements::Value {
+    AttrData data;
+    std::string_view text;  // of a String
+    String node;
+    String output;
+    const char* end = nullptr;  // the ";"
+};
+
+// How the text went on from the end of a statement to the value of the next one: blanks, names and
+// sign. What was written once behind the same beginning is mostly written again, letter for letter,
+// and need not be taken apart again.
+struct KvtParser::Statements::Spelling {
+    // Longer ones are not kept.
+    static constexpr unsigned long wordCount = 4;
+    static constexpr unsigned long longest = wordCount * words::size;
+
+    // The first `count` characters of `longest`, at least one.
+    void keep(const char* from, unsigned long count) {
+        length = count;
+        for (unsigned long i = 0; i < wordCount; ++i) {
+            const unsigned long before = std::min(i * words::size, length);
+            const unsigned long here = std::min(length - before, words::size);
+            belongs[i] = here ? ~words::Word(0) >> 8 * (words::size - here) : 0;
+            text[i] = words::load(from + i * words::size) & belongs[i];
+        }
+    }
+
+    bool isAt(const char* at) const {
+        words::Word differences = 0;
+        for (unsigned long i = 0; i < wordCount; ++i)
+            differences |= (words::load(at + i * words::size) & belongs[i]) ^ text[i];
+        return differences == 0;
+    }
+
+    words::Word text[wordCount] = {};
+    words::Word belongs[wordCount] = {};
+    unsigned long length = 0;
+    Head head;
+    Spelling* next = nullptr;  // what stood behind its statement last time
+};
+
+// === What stands in the text ====================================================================
+
+// The characters of the run from `at` on. Each step takes what it is named for, or returns false
+// and may have passed some of it: then the statement is left to the rules.
+//
+// All of it is inlined, so that it lives in registers.
+class KvtParser::Statements::Text {
+  public:
+    Text(const char* at, const char* end)
+        : at_(at), limit_(end - std::min<long>(end - at, reach)) {}
+
+    const char* at() const { return at_; }
+    bool isAt(char c) const { return *at_ == c; }
+    bool isAtNumber() const { return String::isDigit(*at_) || *at_ == '-'; }
+
+    [[gnu::always_inline]] bool take(char c) {
+        if (*at_ != c) return false;
+        ++at_;
+        return true;
+    }
+
+    [[gnu::always_inline]] bool passBlanks() {
+        while (at_ < limit_) {
+            if (!chars::is(*at_, chars::Blank)) return true;
+            at_ += chars::leading(chars::Sixteen(at_).blanks());
+        }
+        return false;
+    }
+
+    // An identifier or a reserved word.
+    [[gnu::always_inline]] bool takeWord(String& word) {
+        if (at_ >= limit_ || !chars::is(*at_, chars::IdPart) || String::isDigit(*at_)) return false;
+        const unsigned length = chars::leading(chars::Sixteen(at_).idParts());
+        if (!String::fitsShort(length)) return takeLongWord(word);
+        word.assignShort(at_, length);
+        at_ += length;
+        return true;
+    }
+
+    [[gnu::always_inline]] bool takeName(String& name) {
+        return takeWord(name) && !findReserved(name);
+    }
+
+    [[gnu::always_inline]] bool takeNumber(AttrData& data) {
+        const chars::Sixteen ahead(at_);
+        const unsigned length = chars::leading(ahead.decimalParts());
+        const bool isReal = (ahead.points() & ((1U << length) - 1)) != 0;
+        const bool isShort =
+            String::fitsShort(length) && !chars::is(at_[length], chars::NumberPart);
+        const bool isRead = isShort && (isReal ? bulk::convertAhead<double>(at_, length, data.value)
+                                               : bulk::convertAhead<long>(at_, length, data.value));
+        if (!isRead) return takeRareNumber(data);
+        data.type = isReal ? AttrType::Real : AttrType::Int;
+        at_ += length;
+        return true;
+    }
+
+    // The text between the quotes of a string that has no escapes.
+    [[gnu::always_inline]] bool takeString(std::string_view& text) {
+        const char* const begin = ++at_;
+        unsigned length = chars::sixteen;
+        for (; at_ < limit_ && length == chars::sixteen; at_ += length)
+            length = chars::leading(chars::Sixteen(at_).stringParts());
+        text = {begin, static_cast<unsigned long>(at_ - begin)};
+        return length < chars::sixteen && take('"');
+    }
+
+    // "(" numbers ")", as components of a value of `data.type`
+    bool takeComponents(AttrData& data) {
+        if (!take('(')) return false;
+        const unsigned long count = componentCount(data.type);
+        unsigned long i = 0;
+        for (; passGap() && !isAt(')'); ++i)
+            if (i == count || !takeComponent(&data.value[i])) return false;
+        const bool lacksAlpha = data.type == AttrType::Rgba && i == 3;
+        if (lacksAlpha) data.setComponent(3, 1);
+        return (i == count || lacksAlpha) && take(')');
+    }
+
+    // Empty when its end is not at hand.
+    std::string_view takeComment() {
+        const char* const begin = at_;
+        at_ = chars::skip(at_, limit_, chars::CommentPart);
+        return {begin, at_ < limit_ ? static_cast<unsigned long>(at_ - begin) : 0};
+    }
+
+    [[gnu::always_inline]] bool takeAll(const Spelling& spelling) {
+        if (at_ >= limit_ || !spelling.isAt(at_)) return false;
+        at_ += spelling.length;
+        return true;
+    }
+
+  private:
+    // How far a step and the few characters behind it may look without asking whether they are
+    // there.
+    static constexpr long reach = 64;
+
+    [[gnu::noinline]] bool takeLongWord(String& word) {
+        const char* const end = chars::skip(at_, limit_, chars::IdPart);
+        word.assign({at_, static_cast<unsigned long>(end - at_)});
+        at_ = end;
+        return end != limit_;
+    }
+
+    // Exponents, hexadecimal digits, words, and whatever else a number may be.
+    [[gnu::noinline]] bool takeRareNumber(AttrData& data) {
+        const std::string_view number = rareNumber();
+        const bool isReal = (chars::unionOf(number) & chars::RealMark) != 0;
+        at_ += number.size();
+        return at_ < limit_ && (isReal ? readReal(number, data) : readInteger(number, data));
+    }
+
+    [[gnu::always_inline]] bool takeComponent(std::uint64_t* number) {
+        const unsigned length = chars::leading(chars::Sixteen(at_).decimalParts());
+        const bool isShort =
+            String::fitsShort(length) && !chars::is(at_[length], chars::NumberPart);
+        if (!isShort || !bulk::convertAhead<double>(at_, length, number)) {
+            return takeRareComponent(number);
+        }
+        at_ += length;
+        return true;
+    }
+
+    [[gnu::noinline]] bool takeRareComponent(std::uint64_t* component) {
+        const std::string_view number = rareNumber();
+        double value = 0;
+        if (!parseNumber(number, value)) return false;
+        std::memcpy(component, &value, sizeof value);
+        at_ += number.size();
+        return at_ < limit_;
+    }
+
+    std::string_view rareNumber() const {
+        const char* const end = chars::skip(at_, limit_, chars::NumberPart);
+        return {at_, static_cast<unsigned long>(end - at_)};
+    }
+
+    // What may stand between the numbers of a group, before the first and behind the last.
+    [[gnu::always_inline]] bool passGap() {
+        while (at_ < limit_ && chars::is(*at_, chars::ParensGap))
+            ++at_;
+        return at_ < limit_;
+    }
+
+    const char* at_;
+    const char* limit_;
+};
+
+// === Heads ======================================================================================
+
+// head = declaration | target ( "=" | "|" "=" )
+inline bool KvtParser::Statements::seeHead(Text& text, Head& head) {
+    if (!text.passBlanks()) return false;
+    head.node = String();
+    if (!text.isAt('.') && (!text.takeName(head.node) || !text.passBlanks())) return false;
+    return text.isAt('.') ? seeTarget(text, head) : seeDeclaration(text, head);
+}
+
+// target = [ Id ] "." Id [ "." Id ]
+inline bool KvtParser::Statements::seeTarget(Text& text, Head& head) {
+    head.object = String();
+    if (!text.take('.') || !text.takeName(head.input) || !text.passBlanks()) return false;
+    if (text.isAt('.')) {
+        head.object = head.input;
+        if (!text.take('.') || !text.takeName(head.input) || !text.passBlanks()) return false;
+    }
+    head.kind = text.take('|') ? Head::Refer : Head::Assign;
+    return text.take('=');
+}
+
+// declaration = Id Id ( ";" | ":" ), the type and the name; "remove" and "define" look like one
+inline bool KvtParser::Statements::seeDeclaration(Text& text, Head& head) {
+    head.type = head.node;
+    if (!text.takeName(head.node) || !text.passBlanks()) return false;
+    head.end = text.at();
+    head.kind = text.isAt(':') ? Head::OpenBlock : Head::Declare;
+    const bool isOther = head.kind == Head::Declare && (head.type.compareNoCase("remove") == 0 ||
+                                                        head.type.compareNoCase("define") == 0);
+    return !isOther && (text.take(':') || text.take(';'));
+}
+
+// --- As they were spelled before
+
+inline const KvtParser::Statements::Head* KvtParser::Statements::nextHead(Text& text, Head& other) {
+    const Head* const kept = keptHead(text);
+    return kept ? kept : otherHead(text, other);
+}
+
+inline const KvtParser::Statements::Head* KvtParser::Statements::keptHead(Text& text) {
+    Spelling* const expected = last_->next;
+    if (!expected || !text.takeAll(*expected)) return nullptr;
+    last_ = expected;
+    return &expected->head;
+}
+
+const KvtParser::Statements::Head* KvtParser::Statements::otherHead(Text& text, Head& other) {
+    const char* const from = text.at();
+    if (!text.passBlanks()) return nullptr;
+    if (!text.isAt('#')) return learnHead(text, from, other);
+    if (!seeComments(text)) return nullptr;
+    const Head* const kept = keptHead(text);
+    return kept ? kept : learnHead(text, text.at(), other);
+}
+
+// Keeps the spelling of a head that will mean the same again: not one that names a node.
+const KvtParser::Statements::Head* KvtParser::Statements::learnHead(Text& text, const char* from,
+                                                                    Head& other) {
+    if (!seeHead(text, other)) return nullptr;
+    if (!other.node.isEmpty()) {
+        if (other.isDeclaration()) last_ = &spellings_[0];
+        return &other;
+    }
+    if (!text.passBlanks()) return nullptr;
+    const auto length = static_cast<unsigned long>(text.at() - from);
+    if (length > Spelling::longest) return &other;
+    Spelling& learned = newSpelling();
+    learned.keep(from, length);
+    learned.head = other;
+    last_->next = &learned;
+    last_ = &learned;
+    return &learned.head;
+}
+
+// Comments in front of a head, up to the end of the last; none that says something of the file.
+bool KvtParser::Statements::seeComments(Text& text) {
+    for (;;) {
+        const std::string_view comment = text.takeComment();
+        const auto says = [&](const char* field) { return comment.find(field) != String::npos; };
+        if (comment.empty() || says(versionField) || says(timeField)) return false;
+        comments_.push_back(comment);
+        Text behind = text;
+        if (!behind.passBlanks()) return false;
+        if (!behind.isAt('#')) return true;
+        text = behind;
+    }
+}
+
+// In the place of an old one where there are too many: whoever leads to that one finds another
+// there, and one that is as true. The one in use stays.
+KvtParser::Statements::Spelling& KvtParser::Statements::newSpelling() {
+    do
+        used_ = used_ % (mostSpellings - 1) + 1;
+    while (&spellings_[used_] == last_);
+    return spellings_[used_];
+}
+
+// === Values =====================================================================================
+
+// value = ( scalar | Id | Id "." Id ) ";", the last behind "|=" only
+inline bool KvtParser::Statements::seeValue(Text& text, const Head& head, Value& value) {
+    if (!text.passBlanks()) return false;
+    const bool isSeen = head.kind == Head::Refer ? seeOutput(text, value) : seeScalar(text, value);
+    if (!isSeen || !text.passBlanks()) return false;
+    value.end = text.at();
+    return text.take(';');
+}
+
+inline bool KvtParser::Statements::seeOutput(Text& text, Value& value) {
+    value.data.clear();
+    return text.takeName(value.node) && text.take('.') && text.takeName(value.output);
+}
+
+// scalar = number | string | "true" | "false" | Id | Id Parens
+inline bool KvtParser::Statements::seeScalar(Text& text, Value& value) {
+    value.data.clear();
+    if (text.isAtNumber()) return text.takeNumber(value.data);
+    if (text.isAt('"')) {
+        value.data.type = AttrType::String;
+        return text.takeString(value.text);
+    }
+    if (!text.takeWord(value.node)) return false;
+    if (const ReservedWord* const reserved = findReserved(value.node)) {
+        value.data.setBool(reserved->type == Token::True);
+        return reserved->type != Token::Null;
+    }
+    if (!text.isAt('(')) return true;
+    value.data.type = mathTypeNamed(value.node);
+    return value.data.type != AttrType::Null && text.takeComponents(value.data);
+}
+
+// === Carrying out ===============================================================================
+
+KvtParser::Statements::Statements(KvtParser& parser)
+    : parser_(parser),
+      scene_(isTaken(parser.scene_) ? static_cast<Scene*>(parser.scene_) : nullptr) {}
+
+KvtParser::Statements::~Statements() = default;
+
+// Only where there is something to read; it is used for the whole document.
+void KvtParser::Statements::makeRoom() {
+    spellings_ = std::make_unique<Spelling[]>(mostSpellings);
+    others_ = std::make_unique<Head[]>(2);
+    value_ = std::make_unique<Value>();
+}
+
+// What other scenes do when they are asked is their own affair, and may be seen by their programs.
+bool KvtParser::Statements::isTaken(const interfaces::IScene* scene) {
+    return isWholeWanted && scene && typeid(*scene) == typeid(Scene);
+}
+
+void KvtParser::Statements::read() {
+    Lexer& lexer = *parser_.lexer_;
+    const Lexer::Place begin = parser_.begins_[parser_.head_];
+    const bool isIndexed = parser_.la(3) == Token::Brackets;
+    if (!scene_ || isIndexed || !lexer.isAtHand(begin)) return;
+    end_ = nullptr;
+    comments_.clear();
+    if (!spellings_) makeRoom();
+    last_ = &spellings_[0];
+    try {
+        carryOutAll(Text(begin.next - 1, lexer.end_));
+    } catch (...) {
+        if (end_) lexer.moveOn(begin, end_ + 1);
+        throw;
+    }
+    if (!end_) return;
+    lexer.moveOn(begin, end_);
+    for (unsigned i = 0; i <= lookahead; ++i)
+        parser_.advance();
+}
+
+void KvtParser::Statements::carryOutAll(Text text) {
+    const Head* head = nextHead(text, others_[0]);
+    for (unsigned turn = 1; head; turn ^= 1U) {
+        if (!comments_.isEmpty()) pushComments();
+        if (!head->isDeclaration() && !seeValue(text, *head, *value_)) return;
+        const Head* const next = nextHead(text, others_[turn]);
+        if (!next) return;
+        if (next->isDeclaration()) scene_->expectNode(next->node);
+        if (!(head->isDeclaration() ? declare(*head) : assign(*head, *value_))) return;
+        end_ = head->isDeclaration() ? head->end : value_->end;
+        head = next;
+    }
+}
+
+void KvtParser::Statements::pushComments() {
+    for (const std::string_view comment : comments_) {
+        scene_->pushFileComment(String(comment));
+        end_ = comment.data();
+    }
+    comments_.clear();
+}
+
+inline bool KvtParser::Statements::declare(const Head& head) {
+    Node* node = scene_->findNode(head.node);
+    if (!node) node = scene_->createNode(head.type, head.node, String());
+    if (head.kind == Head::OpenBlock) parser_.withNode_ = node;
+    return true;
+}
+
+inline bool KvtParser::Statements::assign(const Head& head, Value& value) {
+    Node* const node = head.node.isEmpty() ? parser_.withNode_ : scene_->findNode(head.node);
+    if (!node) return false;
+    switch (value.data.type) {
+        case AttrType::Null: return wait(head, *node, value);
+        case AttrType::String: return storeText(head, *node, value);
+        default: return store(reach(head, *node, value.data.type), value.data);
+    }
+}
+
+// The target, if there is one or can be.
+inline KvtParser::Statements::Target KvtParser::Statements::reach(const Head& head, Node& node,
+                                                                  AttrType type) const {
+    const auto current = [&node](const String& name) { return updateInputName(node.type(), name); };
+    if (head.object.isEmpty()) {
+        return {parser_.findOrCreate(node, current(head.input), {type}), nullptr};
+    }
+    Input* const object = node.input(current(head.object));
+    if (!object || !object->isObject()) return {};
+    return {object->findOrCreate(current(head.input), type, AttrType::Null), object};
+}
+
+// Only a value of the target's own type, and only where it is all that the target wants to know.
+inline bool KvtParser::Statements::store(const Target& target, AttrData& data) {
+    Input* const input = target.found.input;
+    const bool isPlain = input && input->type() == data.type;
+    return isPlain && input->assign(data);
+}
+
+inline bool KvtParser::Statements::storeText(const Head& head, Node& node, Value& value) {
+    value.data.setText(value.text);
+    const PayloadGuard guard(*scene_, value.data);
+    const Target target = reach(head, node, AttrType::String);
+    const bool mayBeListed = !target.found.isNew && node.nodeType();
+    if (mayBeListed || !store(target, value.data)) return false;
+    value.data.clear();
+    return true;
+}
+
+// Only parsers that nobody looks into.
+inline bool KvtParser::Statements::wait(const Head& head, Node& node, const Value& value) {
+    if (parser_.pending_ == Pending::Records) return false;
+    const Target target = reach(head, node, AttrType::Null);
+    if (!target.found.input) return false;
+    if (head.kind == Head::Refer) {
+        parser_.connectLater(node, target.object, target.found,
+                             OutputName(value.node, value.output));
+    } else {
+        parser_.setLater(node, target.object, target.found, Token{Token::Id, value.node, 0, 0});
+    }
+    return true;
+}
+
+}  // namespace ko::mirel_sdk::impl

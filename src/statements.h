@@ -1,0 +1,98 @@
+// The fast way to read a document: whole statements, where they stand in the run.
+#pragma once
+
+#include <memory>
+#include <string_view>
+
+#include <ko/kvtparser.h>
+
+namespace ko::mirel_sdk::impl {
+
+// Whether documents are read that way, as they are unless a test says otherwise. Not while any
+// document is read.
+void readStatementsWhole(bool isWanted) noexcept;
+
+// Reads the statements that most of a document is made of, without tokens, places or messages:
+//
+//     type name ;           type name :
+//     [ node ] . input = value ;            value = number | string | bool | name | type ( numbers
+//     ) [ node ] . object . input = value ; [ node ] . input |= node . output ;
+//
+// All else, and whatever would be told about these, is left to the rules of the parser: it leaves
+// at the first statement that it does not take, of which nothing has been carried out, and the
+// rules read that one from its beginning. So nothing is said twice, and each step here may refuse
+// what is rare.
+//
+// A statement is carried out once the beginning of the next one has been seen. That is three tokens
+// at least, as many as the parser looks ahead, so that one that is invalid ends the document before
+// the statement in front of it, here as there.
+class KvtParser::Statements {
+  public:
+    // Takes none for a scene other than `Scene` itself.
+    explicit Statements(KvtParser& parser);
+    Statements(const Statements&) = delete;
+    Statements& operator=(const Statements&) = delete;
+    ~Statements();
+
+    // Reads and carries out what it takes, from the first unread token on. The parser then stands
+    // as if the rules had read it.
+    void read();
+
+  private:
+    class Text;
+    struct Head;
+    struct Value;
+    struct Spelling;
+    // What a statement assigns to, and the object that holds it, or null.
+    struct Target {
+        FoundInput found;
+        Input* object = nullptr;
+    };
+
+    static bool isTaken(const interfaces::IScene* scene);
+    void makeRoom();
+    void carryOutAll(Text text);
+    void pushComments();
+
+    // The next head: one that is kept, or `other`; null where none is seen.
+    const Head* nextHead(Text& text, Head& other);
+    const Head* keptHead(Text& text);
+    const Head* otherHead(Text& text, Head& other);
+    const Head* learnHead(Text& text, const char* from, Head& other);
+    bool seeComments(Text& text);
+    Spelling& newSpelling();
+
+    static bool seeHead(Text& text, Head& head);
+    static bool seeTarget(Text& text, Head& head);
+    static bool seeDeclaration(Text& text, Head& head);
+    static bool seeValue(Text& text, const Head& head, Value& value);
+    static bool seeOutput(Text& text, Value& value);
+    static bool seeScalar(Text& text, Value& value);
+
+    // Each carries the statement out, or returns false and nothing has been done.
+    bool declare(const Head& head);
+    bool assign(const Head& head, Value& value);
+    static bool store(const Target& target, AttrData& data);
+    bool storeText(const Head& head, Node& node, Value& value);
+    bool wait(const Head& head, Node& node, const Value& value);
+    Target reach(const Head& head, Node& node, AttrType type) const;
+
+    KvtParser& parser_;
+    Scene* const scene_;
+    // Where the last token of what was carried out begins; null before the first.
+    const char* end_ = nullptr;
+
+    // What is seen of the statement at hand and of the one behind it, if no spelling tells; and the
+    // comments between them.
+    std::unique_ptr<Head[]> others_;
+    std::unique_ptr<Value> value_;
+    ds::Vector<std::string_view> comments_;
+
+    static constexpr unsigned long mostSpellings = 128;
+    // The first leads to what stands first in a block.
+    std::unique_ptr<Spelling[]> spellings_;
+    unsigned long used_ = 0;
+    Spelling* last_ = nullptr;  // that of the head seen last
+};
+
+}  // namespace ko::mirel_sdk::impl
