@@ -21,6 +21,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <typeinfo>
 #include <utility>
 
 #include "ascii.h"
@@ -679,12 +680,56 @@ bool KvtParser::match(Token& t, Token::Type type) {
 
 // === Statements =================================================================================
 
+// Nothing is purged in the scenes whose nodes the parser knows, until they are forgotten.
+class KvtParser::Reading {
+  public:
+    explicit Reading(KvtParser& parser) : parser_(parser) {
+        if (Scene* const scene = parser_.plainScene()) parser_.hold(*scene);
+        parser_.isReading_ = true;
+    }
+    Reading(const Reading&) = delete;
+    Reading& operator=(const Reading&) = delete;
+    ~Reading() {
+        parser_.isReading_ = false;
+        for (Scene* const scene : parser_.heldScenes_)
+            scene->endReading();
+        parser_.heldScenes_.clear();
+    }
+
+  private:
+    KvtParser& parser_;
+};
+
+void KvtParser::hold(Scene& scene) {
+    heldScenes_.push_back(&scene);
+    scene.beginReading();
+}
+
+// A node that the scene has handed out, maybe of another scene.
+Node* KvtParser::given(Node* node) {
+    if (!node || !isReading_) return node;
+    Scene* const scene = &node->scene();
+    const bool isHeld =
+        std::find(heldScenes_.begin(), heldScenes_.end(), scene) != heldScenes_.end();
+    if (!isHeld) hold(*scene);
+    return node;
+}
+
+Node* KvtParser::findNode(const String& name) { return given(scene_->findNode(name)); }
+
+// The scene where it does what it does as `Scene` has it, else null.
+Scene* KvtParser::plainScene() const {
+    const bool isPlain = scene_ && typeid(*scene_) == typeid(Scene);
+    return isPlain ? static_cast<Scene*>(scene_) : nullptr;
+}
+
 // document = { statement }
 bool KvtParser::parse(IScene* scene, Lexer* lexer) {
     dropPending();
     withNode_ = nullptr;
     definedNodes_.clear();
     prime(scene, lexer);
+    const Reading reading(*this);
     Statements statements(*this);
     try {
         while (la(1) != Token::Eof && la(1) != Token::Invalid) {
@@ -727,14 +772,14 @@ bool KvtParser::parseComment() {
     if (comment.contains(versionField, false)) {
         unsigned long version = 0;
         if (String::parse(field, version, String::Auto)) {
-            scene().setFileVersion(version);
+            scene_->setFileVersion(version);
         } else {
             logWarning("Failed to parse KVT version comment: %s", comment.buf());
         }
     } else if (comment.contains(timeField, false) && !field.isEmpty()) {
-        scene().setFileTime(field);
+        scene_->setFileTime(field);
     }
-    scene().pushFileComment(comment);
+    scene_->pushFileComment(comment);
     return true;
 }
 
@@ -755,7 +800,7 @@ String KvtParser::takeName() {
 // remove = "remove" Id ";"
 bool KvtParser::parseRemove() {
     if (!isNamed("remove", Token::Semicolon)) return false;
-    scene().removeNode(takeName());
+    scene_->removeNode(takeName());
     return true;
 }
 
@@ -763,8 +808,8 @@ bool KvtParser::parseRemove() {
 bool KvtParser::parseDefine() {
     if (!isNamed("define", Token::Semicolon)) return false;
     const String name = takeName();
-    Node* node = scene().findNode(name);
-    if (!node) node = scene().defineNode(name);
+    Node* node = findNode(name);
+    if (!node) node = given(scene_->defineNode(name));
     definedNodes_.push_back(node);
     return true;
 }
@@ -776,8 +821,8 @@ bool KvtParser::parseDeclare() {
     if (!isBlock && la(3) != Token::Semicolon) return false;
     const String type = peek(1).text;
     const String name = takeName();
-    Node* node = scene().findNode(name);
-    if (!node) node = scene().createNode(type, name, String());
+    Node* node = findNode(name);
+    if (!node) node = given(scene_->createNode(type, name, String()));
     if (isBlock) withNode_ = node;
     return true;
 }
@@ -786,7 +831,7 @@ bool KvtParser::parseDeclare() {
 bool KvtParser::parseWith() {
     if (!isNamed("with", Token::Colon)) return false;
     const String name = takeName();
-    withNode_ = scene().findNode(name);
+    withNode_ = findNode(name);
     if (withNode_) return true;
     for (Node* const node : definedNodes_)
         if (node && node->type() == name) withNode_ = node;
@@ -993,8 +1038,8 @@ bool KvtParser::buffer(AssignInfo& info) {
 // What the next buffer may take of the scene's limits.
 unsigned long KvtParser::bufferBytesLeft() const {
     if (!scene_) return noBufferLimit;
-    const unsigned long total = scene().bufferTotalLimit();
-    return std::min(scene().bufferLimit(), total - std::min(total, bufferBytes_));
+    const unsigned long total = scene_->bufferTotalLimit();
+    return std::min(scene_->bufferLimit(), total - std::min(total, bufferBytes_));
 }
 
 // Takes zeroed memory for the count that the statement gives; none for a count of 0.
@@ -1104,7 +1149,7 @@ struct KvtParser::Walk {
 bool KvtParser::parseAssign() {
     AssignInfo& info = assignment_;
     info.clear();
-    const PayloadGuard guard(scene(), info.data);
+    const PayloadGuard guard(*scene_, info.data);
     if (!path(info.path)) return false;
     if (!connect(info) && !value(info)) return false;
     assign(info);
@@ -1136,7 +1181,7 @@ void KvtParser::inputNotFound(const AssignInfo& info, const Node& node) {
 Node& KvtParser::assignedNode(const AssignInfo& info) {
     const Token& first = info.path[0];
     const bool isRelative = first.type == Token::Dot;
-    Node* const node = isRelative ? withNode_ : scene().findNode(first.text);
+    Node* const node = isRelative ? withNode_ : findNode(first.text);
     if (node) return *node;
     const String shown = shownPath(info.path, nullptr);
     if (isRelative) parseError("'with' node not set (input: %s)", shown.buf());
@@ -1451,21 +1496,25 @@ void forEachBatch(const Map& pending, Visit visit) {
 
 // Asks memory for the nodes that a batch is about to look up by the names that `nameOf` gives.
 template <class Batch, class NameOf>
-void expectNodes(const Scene& scene, const Batch& batch, NameOf nameOf) {
+void expectNodes(const Scene* scene, const Batch& batch, NameOf nameOf) {
+    if (!scene) return;
     for (const auto* const entry : batch) {
         __builtin_prefetch(entry->key, 1);
-        scene.expectNode(nameOf(entry->value));
+        scene->expectNode(nameOf(entry->value));
     }
     for (const auto* const entry : batch)
-        scene.expectFoundNode(nameOf(entry->value));
+        scene->expectFoundNode(nameOf(entry->value));
 }
 
 }  // namespace
 
-// output = node "." name
+// output = node "." name, whatever the tokens say that they are: what is meant is the text
 KvtParser::OutputName& KvtParser::OutputName::operator=(const ds::Vector<Token>& path) {
-    const bool isShape = path.size() == 3 && path[0].type == Token::Id &&
-                         path[1].type == Token::Dot && path[2].type == Token::Id;
+    const auto isName = [](const String& text) {
+        return !text.isEmpty() && text.find('.', false, 0) == String::npos;
+    };
+    const bool isShape =
+        path.size() == 3 && isName(path[0].text) && path[1].text == "." && isName(path[2].text);
     node = isShape ? path[0].text : collapse(path);
     output = isShape ? path[2].text : String();
     return *this;
@@ -1533,7 +1582,8 @@ void KvtParser::tellUnconnected(const OutputNames& pending) {
 
 // Likewise. Each round touches what the one before it asked memory for.
 bool KvtParser::connectWhatIsThere(const Batch<OutputName>& batch) {
-    expectNodes(scene(), batch, [](const OutputName& name) -> const String& { return name.node; });
+    expectNodes(plainScene(), batch,
+                [](const OutputName& name) -> const String& { return name.node; });
     Node* nodes[batchSize];
     for (unsigned long i = 0; i < batch.size(); ++i) {
         nodes[i] = nodeOf(batch[i]->value);
@@ -1554,10 +1604,10 @@ bool KvtParser::connectWhatIsThere(const Batch<OutputName>& batch) {
     return allConnected;
 }
 
-Node* KvtParser::nodeOf(const OutputName& name) const {
-    if (!name.output.isEmpty()) return scene().findNode(name.node);
+Node* KvtParser::nodeOf(const OutputName& name) {
+    if (!name.output.isEmpty()) return findNode(name.node);
     const StringVector parts = name.parts();
-    return parts.size() == 2 ? scene().findNode(parts[0]) : nullptr;
+    return parts.size() == 2 ? findNode(parts[0]) : nullptr;
 }
 
 // Of the node that the reference names.
@@ -1568,7 +1618,7 @@ Output* KvtParser::outputOf(Node& node, const OutputName& name) {
     return name.output.isEmpty() ? found(name.parts()[1]) : found(name.output);
 }
 
-void KvtParser::warnUnconnected(IInput& input, const OutputName& name) const {
+void KvtParser::warnUnconnected(IInput& input, const OutputName& name) {
     const String text = name.output.isEmpty() ? name.node : name.node + "." + name.output;
     const StringVector parts = text.split('.', true, false);
     if (parts.size() != 2) {
@@ -1598,7 +1648,7 @@ void KvtParser::tellUnset(const NodeNames& pending) {
 }
 
 bool KvtParser::setWhatIsThere(const Batch<Token>& batch) {
-    expectNodes(scene(), batch,
+    expectNodes(plainScene(), batch,
                 [](const Token& reference) -> const String& { return reference.text; });
     Node* nodes[batchSize];
     for (unsigned long i = 0; i < batch.size(); ++i) {
@@ -1614,8 +1664,8 @@ bool KvtParser::setWhatIsThere(const Batch<Token>& batch) {
     return allSet;
 }
 
-Node* KvtParser::referredNode(const Token& reference) const {
-    return reference.type == Token::Null ? nullptr : scene().findNode(reference.text);
+Node* KvtParser::referredNode(const Token& reference) {
+    return reference.type == Token::Null ? nullptr : findNode(reference.text);
 }
 
 // === Entry points ===============================================================================

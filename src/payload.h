@@ -8,7 +8,7 @@ namespace ko::mirel_sdk::impl {
 // Hands the payload of a statement's value to the scene to be freed, unless an input has taken it.
 class PayloadGuard {
   public:
-    PayloadGuard(Scene& scene, const AttrData& data) : scene_(scene), data_(data) {}
+    PayloadGuard(interfaces::IScene& scene, const AttrData& data) : scene_(scene), data_(data) {}
     PayloadGuard(const PayloadGuard&) = delete;
     PayloadGuard& operator=(const PayloadGuard&) = delete;
     ~PayloadGuard() {
@@ -16,7 +16,7 @@ class PayloadGuard {
     }
 
   private:
-    Scene& scene_;
+    interfaces::IScene& scene_;
     const AttrData& data_;
 };
 

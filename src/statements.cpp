@@ -5,7 +5,6 @@
 #include <cstring>
 #include <memory>
 #include <string_view>
-#include <typeinfo>
 
 #include "bulk.h"
 #include "charclass.h"
@@ -363,9 +362,9 @@ inline bool KvtParser::Statements::seeScalar(Text& text, Value& value) {
 
 // === Carrying out ===============================================================================
 
+// What other scenes do when they are asked is their own affair, and their programs may look.
 KvtParser::Statements::Statements(KvtParser& parser)
-    : parser_(parser),
-      scene_(isTaken(parser.scene_) ? static_cast<Scene*>(parser.scene_) : nullptr) {}
+    : parser_(parser), scene_(isWholeWanted ? parser.plainScene() : nullptr) {}
 
 KvtParser::Statements::~Statements() = default;
 
@@ -374,11 +373,6 @@ void KvtParser::Statements::makeRoom() {
     spellings_ = std::make_unique<Spelling[]>(mostSpellings);
     others_ = std::make_unique<Head[]>(2);
     value_ = std::make_unique<Value>();
-}
-
-// What other scenes do when they are asked is their own affair, and may be seen by their programs.
-bool KvtParser::Statements::isTaken(const interfaces::IScene* scene) {
-    return isWholeWanted && scene && typeid(*scene) == typeid(Scene);
 }
 
 void KvtParser::Statements::read() {

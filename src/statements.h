@@ -49,7 +49,6 @@ class KvtParser::Statements {
         Input* object = nullptr;
     };
 
-    static bool isTaken(const interfaces::IScene* scene);
     void makeRoom();
     void carryOutAll(Text text);
     void pushComments();

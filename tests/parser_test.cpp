@@ -15,6 +15,7 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -35,6 +36,7 @@ using ko::mirel_sdk::impl::AttrData;
 using ko::mirel_sdk::impl::Input;
 using ko::mirel_sdk::impl::KvtParser;
 using ko::mirel_sdk::impl::Node;
+using ko::mirel_sdk::impl::Output;
 using ko::mirel_sdk::impl::Scene;
 using ko::mirel_sdk::impl::StringLexer;
 using ko::mirel_sdk::impl::Token;
@@ -1155,6 +1157,37 @@ TEST(Assignments, ThatWaitForOtherThanTwoNamesAreWarnedOf) {
     ASSERT_EQ(1U, log.records().size());
     EXPECT_EQ("Invalid output: n/out.", log.records()[0].text.view());
     EXPECT_EQ(nullptr, node->findOutput("out"));
+}
+
+// Whatever the tokens are said to be.
+TEST(Assignments, ThatWaitGoByTheTextOfTheirReferences) {
+    Parsing p("");
+    Node* const node = p.scene.createNode("t", "n", "");
+    const auto file = [&](const char* input, const char* first, const char* between,
+                          const char* last) {
+        KvtParser::AssignInfo info;
+        for (const Token& t : {token(Token::Id, first, 1, 1), token(Token::Dot, between, 1, 2),
+                               token(Token::Id, last, 1, 3)})
+            info.refPath.push_back(t);
+        p.parser.pendingConnections.insert(node->createInput(input, AttrType::Null), info);
+    };
+    file("a", "n.b", ".", "c");
+    file("b", "n", ".", "c.d");
+    file("c", "n", "", ".out");
+    file("d", "", ".", "n.out");
+    file("e", "n", "/", "out");
+    const LogCapture log;
+    p.parser.resolveConnections();
+    std::multiset<std::string> messages;
+    for (const auto& record : log.records())
+        messages.insert(std::string(record.text.view()));
+    EXPECT_EQ((std::multiset<std::string>{"Invalid output: n.b.c.", "Invalid output: n.c.d.",
+                                          "Invalid output: n/out."}),
+              messages);
+    const Output* const output = node->findOutput("out");
+    ASSERT_TRUE(output);
+    EXPECT_EQ(output, node->input("c")->connection());
+    EXPECT_EQ(output, node->input("d")->connection());
 }
 
 TEST(Assignments, KeepTheirInputsWhileTheyWait) {

@@ -315,7 +315,11 @@ class KvtParser {
     using OutputNames = PendingMap<OutputName>;
     using NodeNames = PendingMap<Token>;
 
-    Scene& scene() const { return static_cast<Scene&>(*scene_); }
+    class Reading;
+    void hold(Scene& scene);
+    Node* given(Node* node);
+    Node* findNode(const String& name);
+    Scene* plainScene() const;
 
     // The i-th unread token in place; with 0, the one taken last.
     const Token& peek(int i) const {
@@ -371,13 +375,13 @@ class KvtParser {
     bool connectAll(const OutputNames& pending);
     bool connectWhatIsThere(const Batch<OutputName>& batch);
     void tellUnconnected(const OutputNames& pending);
-    void warnUnconnected(interfaces::IInput& input, const OutputName& name) const;
-    Node* nodeOf(const OutputName& name) const;
+    void warnUnconnected(interfaces::IInput& input, const OutputName& name);
+    Node* nodeOf(const OutputName& name);
     static Output* outputOf(Node& node, const OutputName& name);
     bool setAll(const NodeNames& pending);
     void tellUnset(const NodeNames& pending);
     bool setWhatIsThere(const Batch<Token>& batch);
-    Node* referredNode(const Token& reference) const;
+    Node* referredNode(const Token& reference);
 
     Lexer* lexer_ = nullptr;
     static constexpr unsigned lookahead = 3;
@@ -389,6 +393,8 @@ class KvtParser {
     Lexer::Place begins_[ringSize];
     unsigned head_ = 0;
     interfaces::IScene* scene_ = nullptr;
+    bool isReading_ = false;
+    ds::Vector<Scene*> heldScenes_;  // while a document is read: those whose nodes are known
     Node* withNode_ = nullptr;
     unsigned long nextPosition_ = 0;  // behind the input that was assigned last
     unsigned long bufferBytes_ = 0;   // that buffers have asked for so far

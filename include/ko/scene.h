@@ -367,8 +367,8 @@ class IInput {
     ~IInput() = default;
 };
 
-// What a reader asks of a scene. The one implementation is impl::Scene, and the reader relies on
-// it.
+// What a reader asks of a scene: impl::Scene, or one of the program's own, which hands out nodes of
+// some impl::Scene.
 class IScene {
   public:
     virtual ~IScene() = default;
@@ -385,6 +385,12 @@ class IScene {
     // Cuts every connection and reference from and to the node and takes it out of the scene. The
     // object lives on until `Scene::purgeRemoved()`. An unknown name is ignored.
     virtual void removeNode(const String& name) = 0;
+
+    // Bytes that one buffer of a document, and that all of them, may ask for.
+    virtual unsigned long bufferLimit() const { return impl::noBufferLimit; }
+    virtual unsigned long bufferTotalLimit() const { return impl::noBufferLimit; }
+    // Frees the payload of a value that no input takes.
+    virtual void discard(const impl::AttrData& data) noexcept { impl::freePayload(data); }
 };
 
 }  // namespace interfaces
@@ -831,9 +837,10 @@ class Scene : public interfaces::IScene {
     };
     Chain<Node, NodesInOrder> nodes() const { return Chain<Node, NodesInOrder>({this}); }
     unsigned long nodeCount() const { return index_.size(); }
-    // Destroys the removed nodes, after cutting what was connected to them since. Not while a
-    // document is being read, nor in a walk whose next node or input would be among them.
-    void purgeRemoved();
+    // Destroys the removed nodes, after cutting what was connected to them since; while a document
+    // is read into the scene, when that ends. Not in a walk whose next node or input would be among
+    // them.
+    void purgeRemoved() noexcept;
 
     // Nodes of this type made from now on start with what it declares. Its renames enter the
     // process-wide table. The result lives as long as the scene. Throws std::bad_alloc: the type is
@@ -847,19 +854,21 @@ class Scene : public interfaces::IScene {
     unsigned long elementLimit() const { return elementLimit_; }
     void setElementLimit(unsigned long elements) { elementLimit_ = elements; }
     // Bytes that one buffer of a document may ask for; `noBufferLimit` for no limit.
-    unsigned long bufferLimit() const { return bufferLimit_; }
+    unsigned long bufferLimit() const override { return bufferLimit_; }
     void setBufferLimit(unsigned long bytes) { bufferLimit_ = bytes; }
     // Bytes that all buffers of one document may ask for, those that were replaced again included;
     // `noBufferLimit` for no limit.
-    unsigned long bufferTotalLimit() const { return bufferTotalLimit_; }
+    unsigned long bufferTotalLimit() const override { return bufferTotalLimit_; }
     void setBufferTotalLimit(unsigned long bytes) { bufferTotalLimit_ = bytes; }
-
-    // Frees the payload of a value that no input takes.
-    void discard(const AttrData& data) noexcept { freePayload(data); }
 
   private:
     friend class Input;
+    friend class KvtParser;
     friend class Node;
+
+    // Between them a reader knows nodes of this scene.
+    void beginReading() noexcept { ++readings_; }
+    void endReading() noexcept;
 
     void enter(const NodeType* registered);
     void unlink(Node& node) noexcept;
@@ -874,6 +883,8 @@ class Scene : public interfaces::IScene {
     Node* firstNode_ = nullptr;
     Node* lastNode_ = nullptr;
     Node* firstRemoved_ = nullptr;
+    unsigned long readings_ = 0;                          // that go on
+    bool isPurgeDue_ = false;                             // when the last of them ends
     std::vector<std::unique_ptr<const NodeType>> types_;  // replaced ones too: nodes refer to them
     NameIndex<const NodeType> typeIndex_;
     unsigned long elementCount_ = 0;

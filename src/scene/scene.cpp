@@ -69,7 +69,14 @@ Node* Scene::firstRemainingFrom(Node* node) const {
     return before ? before->next() : firstNode_;
 }
 
-void Scene::purgeRemoved() {
+void Scene::endReading() noexcept {
+    --readings_;
+    if (isPurgeDue_) purgeRemoved();
+}
+
+void Scene::purgeRemoved() noexcept {
+    isPurgeDue_ = readings_ > 0;
+    if (isPurgeDue_) return;
     while (Node* const node = firstRemoved_) {
         firstRemoved_ = node->next_;
         Pool::destroy(node);
