@@ -33,6 +33,7 @@
 #include "payload.h"
 #include "statements.h"
 #include "textbuilder.h"
+#include "waitinglist.h"
 
 namespace ko::mirel_sdk::impl {
 
@@ -629,8 +630,11 @@ void KvtParser::wrongTypeWarning(const String& value, IInput* input) {
     logError("%s", framed("TYPE ERROR", detail).buf());
 }
 
-KvtParser::KvtParser() = default;
-KvtParser::KvtParser(Pending pending) : pending_(pending) {}
+KvtParser::KvtParser() : KvtParser(Pending::Records) {}
+KvtParser::KvtParser(Pending pending)
+    : pending_(pending),
+      outputsToConnect_(std::make_unique<Outputs>()),
+      nodesToSet_(std::make_unique<Nodes>()) {}
 KvtParser::~KvtParser() = default;
 
 // === Lookahead ==================================================================================
@@ -752,8 +756,8 @@ bool KvtParser::parse(IScene* scene, Lexer* lexer) {
 void KvtParser::dropPending() noexcept {
     pendingConnections = {};
     pendingIdentifiers = {};
-    outputsToConnect_ = {};
-    nodesToSet_ = {};
+    *outputsToConnect_ = {};
+    *nodesToSet_ = {};
 }
 
 // statement = comment | remove | define | declare | with | assign
@@ -1164,11 +1168,11 @@ void KvtParser::assign(AssignInfo& info) {
 
 inline void KvtParser::carryOut(const Walk& walk, AssignInfo& info) {
     if (info.gotReference) {
-        if (pending_ == Pending::Records) return postpone(pendingConnections, walk, info);
-        postpone(outputsToConnect_, walk, info.refPath);
+        if (pending_ == Pending::Records) return keepRecord(pendingConnections, walk, info);
+        outputsToConnect_->add(walk.input, walk.isNew, OutputName(info.refPath));
     } else if (info.gotIdentifier) {
-        if (pending_ == Pending::Records) return postpone(pendingIdentifiers, walk, info);
-        postpone(nodesToSet_, walk, info.token4);
+        if (pending_ == Pending::Records) return keepRecord(pendingIdentifiers, walk, info);
+        nodesToSet_->add(walk.input, walk.isNew, NodeName(info.token4));
     } else {
         storeValue(*walk.input, walk.parent, info);
     }
@@ -1389,45 +1393,15 @@ bool takesAsIs(const Input& target, const AttrData& data) {
 
 }  // namespace
 
-// What waits for the target already: the last assignment to an input wins. Inputs that were there
-// before are mostly assigned in their order, and memory takes as long as a few statements.
-template <class Value>
-Value* KvtParser::earlier(PendingMap<Value>& pending, const Walk& walk) {
-    if (walk.isNew) return nullptr;
-    constexpr unsigned long ahead = 8;
-    if (!walk.parent) pending.expect(walk.node.inputAt(walk.input->position() + ahead));
-    auto* const entry = pending.findNode(walk.input);
-    return entry ? &entry->value : nullptr;
-}
-
-void KvtParser::postpone(PendingMap<AssignInfo>& pending, const Walk& walk,
-                         const AssignInfo& info) {
-    if (AssignInfo* const waiting = earlier(pending, walk)) {
-        *waiting = info;
+// In the place of one that waits for the target already: the last assignment to an input wins.
+void KvtParser::keepRecord(Records& pending, const Walk& walk, const AssignInfo& info) {
+    auto* const earlier = walk.isNew ? nullptr : pending.findNode(walk.input);
+    if (earlier) {
+        earlier->value = info;
         return;
     }
     held_.push_back(RefersTo<IInput>(walk.input));  // first, so that nothing waits without it
     pending.emplace(walk.input, info);
-}
-
-template <class Name, class Written>
-void KvtParser::postpone(PendingMap<Name>& pending, const Walk& walk, const Written& written) {
-    if (Name* const waiting = earlier(pending, walk)) {
-        *waiting = written;
-    } else {
-        pending.emplace(walk.input, written);
-    }
-}
-
-// References of statements that were read whole.
-void KvtParser::connectLater(Node& node, Input* parent, const FoundInput& target,
-                             const OutputName& output) {
-    postpone(outputsToConnect_, Walk{node, assignment_, target.input, parent, target.isNew},
-             output);
-}
-
-void KvtParser::setLater(Node& node, Input* parent, const FoundInput& target, const Token& name) {
-    postpone(nodesToSet_, Walk{node, assignment_, target.input, parent, target.isNew}, name);
 }
 
 inline void KvtParser::storeValue(Input& target, Input* parent, AssignInfo& info) {
@@ -1480,12 +1454,12 @@ namespace {
 
 constexpr unsigned long batchSize = 64;
 
-// Visits the entries in the order of the document, a batch at a time: what is looked up all over a
-// large scene then waits for memory side by side.
-template <class Map, class Visit>
-void forEachBatch(const Map& pending, Visit visit) {
-    ds::Vector<const typename Map::Node*> batch;
-    pending.forEachInserted([&](const auto& entry) {
+// Visits what waits a batch at a time: what is looked up all over a large scene then waits for
+// memory side by side.
+template <class Entry, class List, class Visit>
+void forEachBatch(const List& waiting, Visit visit) {
+    ds::Vector<const Entry*> batch;
+    waiting.forEach([&](const Entry& entry) {
         batch.push_back(&entry);
         if (batch.size() < batchSize) return;
         visit(batch);
@@ -1494,30 +1468,40 @@ void forEachBatch(const Map& pending, Visit visit) {
     if (!batch.isEmpty()) visit(batch);
 }
 
-// Asks memory for the nodes that a batch is about to look up by the names that `nameOf` gives.
-template <class Batch, class NameOf>
-void expectNodes(const Scene* scene, const Batch& batch, NameOf nameOf) {
+// Asks memory for the nodes that a batch is about to look up.
+template <class Batch>
+void expectNodes(const Scene* scene, const Batch& batch) {
     if (!scene) return;
     for (const auto* const entry : batch) {
-        __builtin_prefetch(entry->key, 1);
-        scene->expectNode(nameOf(entry->value));
+        __builtin_prefetch(entry->input, 1);
+        scene->expectNode(entry->refersTo.node);
     }
     for (const auto* const entry : batch)
-        scene->expectFoundNode(nameOf(entry->value));
+        scene->expectFoundNode(entry->refersTo.node);
+}
+
+// Calls `visit(entry)` for each of those that lead nowhere, in the order in which a map of inputs
+// has them: by the lowest byte of the address, then as they were assigned.
+template <class Entry, class List, class LeadsNowhere, class Visit>
+void forEachAstray(const List& waiting, LeadsNowhere leadsNowhere, Visit visit) {
+    ds::HashMap<IInput*, const Entry*> astray;
+    waiting.forEach([&](const Entry& entry) {
+        if (leadsNowhere(entry.refersTo)) astray.insert(entry.input, &entry);
+    });
+    astray.forEach([&visit](const auto& node) { visit(*node.value); });
 }
 
 }  // namespace
 
 // output = node "." name, whatever the tokens say that they are: what is meant is the text
-KvtParser::OutputName& KvtParser::OutputName::operator=(const ds::Vector<Token>& path) {
+KvtParser::OutputName::OutputName(const ds::Vector<Token>& path) {
     const auto isName = [](const String& text) {
         return !text.isEmpty() && text.find('.', false, 0) == String::npos;
     };
     const bool isShape =
         path.size() == 3 && isName(path[0].text) && path[1].text == "." && isName(path[2].text);
     node = isShape ? path[0].text : collapse(path);
-    output = isShape ? path[2].text : String();
-    return *this;
+    if (isShape) output = path[2].text;
 }
 
 // Two parts name a node and an output too, as in ".node.output" or "node.output[0]".
@@ -1527,25 +1511,33 @@ bool KvtParser::OutputName::isNull() const {
     return output.isEmpty() && node.toLower(true).trim(true, true) == "null";
 }
 
-// What was kept whole, which only parsers that are driven by hand do, is resolved by its names too.
-KvtParser::OutputNames KvtParser::takeOutputs() {
-    OutputNames names = std::move(outputsToConnect_);
-    pendingConnections.forEachInserted(
-        [&names](const auto& entry) { names.emplace(entry.key, entry.value.refPath); });
-    return names;
+KvtParser::NodeName::NodeName(const Token& reference) {
+    if (reference.type != Token::Null) node = reference.text;
 }
 
-KvtParser::NodeNames KvtParser::takeNodes() {
-    NodeNames names = std::move(nodesToSet_);
-    pendingIdentifiers.forEachInserted(
-        [&names](const auto& entry) { names.emplace(entry.key, entry.value.token4); });
-    return names;
+// What was kept whole, which only parsers that are driven by hand do, is resolved by its names too.
+KvtParser::Outputs KvtParser::takeOutputs() {
+    Outputs waiting = std::move(*outputsToConnect_);
+    waiting.settle();
+    pendingConnections.forEachInserted([&waiting](const auto& entry) {
+        waiting.add(entry.key, true, OutputName(entry.value.refPath));
+    });
+    return waiting;
+}
+
+KvtParser::Nodes KvtParser::takeNodes() {
+    Nodes waiting = std::move(*nodesToSet_);
+    waiting.settle();
+    pendingIdentifiers.forEachInserted([&waiting](const auto& entry) {
+        waiting.add(entry.key, true, NodeName(entry.value.token4));
+    });
+    return waiting;
 }
 
 // Everything is connected and set before anything is told: a log sink that throws ends this.
 void KvtParser::resolve() {
-    const OutputNames outputs = takeOutputs();
-    const NodeNames nodes = takeNodes();
+    const Outputs outputs = takeOutputs();
+    const Nodes nodes = takeNodes();
     const bool allConnected = connectAll(outputs);
     const bool allSet = setAll(nodes);
     if (!allConnected) tellUnconnected(outputs);
@@ -1553,52 +1545,52 @@ void KvtParser::resolve() {
 }
 
 void KvtParser::resolveConnections() {
-    const OutputNames outputs = takeOutputs();
+    const Outputs outputs = takeOutputs();
     if (!connectAll(outputs)) tellUnconnected(outputs);
 }
 
 void KvtParser::resolveIdentifiers() {
-    const NodeNames nodes = takeNodes();
+    const Nodes nodes = takeNodes();
     if (!setAll(nodes)) tellUnset(nodes);
 }
 
 // True when all of it was there.
-bool KvtParser::connectAll(const OutputNames& pending) {
+bool KvtParser::connectAll(const Outputs& waiting) {
     bool allConnected = true;
-    forEachBatch(pending, [&](const auto& batch) {
+    forEachBatch<Waiting<OutputName>>(waiting, [&](const auto& batch) {
         allConnected = connectWhatIsThere(batch) && allConnected;
     });
     return allConnected;
 }
 
-void KvtParser::tellUnconnected(const OutputNames& pending) {
-    pending.forEach([this](const auto& entry) {
-        const OutputName& name = entry.value;
+void KvtParser::tellUnconnected(const Outputs& waiting) {
+    const auto leadsNowhere = [this](const OutputName& name) {
         Node* const node = nodeOf(name);
-        const bool isConnected = node && outputOf(*node, name);
-        if (!isConnected && !name.isNull()) warnUnconnected(*entry.key, name);
+        return !(node && outputOf(*node, name)) && !name.isNull();
+    };
+    forEachAstray<Waiting<OutputName>>(waiting, leadsNowhere, [this](const auto& entry) {
+        warnUnconnected(*entry.input, entry.refersTo);
     });
 }
 
 // Likewise. Each round touches what the one before it asked memory for.
 bool KvtParser::connectWhatIsThere(const Batch<OutputName>& batch) {
-    expectNodes(plainScene(), batch,
-                [](const OutputName& name) -> const String& { return name.node; });
+    expectNodes(plainScene(), batch);
     Node* nodes[batchSize];
     for (unsigned long i = 0; i < batch.size(); ++i) {
-        nodes[i] = nodeOf(batch[i]->value);
+        nodes[i] = nodeOf(batch[i]->refersTo);
         if (nodes[i]) nodes[i]->expectOutput();
     }
     Output* outputs[batchSize];
     for (unsigned long i = 0; i < batch.size(); ++i) {
-        outputs[i] = nodes[i] ? outputOf(*nodes[i], batch[i]->value) : nullptr;
+        outputs[i] = nodes[i] ? outputOf(*nodes[i], batch[i]->refersTo) : nullptr;
         if (outputs[i]) outputs[i]->expectConnection();
     }
     bool allConnected = true;
     for (unsigned long i = 0; i < batch.size(); ++i) {
-        const bool isNull = !outputs[i] && batch[i]->value.isNull();
-        if (outputs[i]) batch[i]->key->connect(outputs[i]);
-        if (isNull) batch[i]->key->disconnect();
+        const bool isNull = !outputs[i] && batch[i]->refersTo.isNull();
+        if (outputs[i]) batch[i]->input->connect(outputs[i]);
+        if (isNull) batch[i]->input->disconnect();
         allConnected = allConnected && (outputs[i] || isNull);
     }
     return allConnected;
@@ -1632,40 +1624,41 @@ void KvtParser::warnUnconnected(IInput& input, const OutputName& name) {
     }
 }
 
-bool KvtParser::setAll(const NodeNames& pending) {
+bool KvtParser::setAll(const Nodes& waiting) {
     bool allSet = true;
-    forEachBatch(pending, [&](const auto& batch) { allSet = setWhatIsThere(batch) && allSet; });
+    forEachBatch<Waiting<NodeName>>(
+        waiting, [&](const auto& batch) { allSet = setWhatIsThere(batch) && allSet; });
     return allSet;
 }
 
-void KvtParser::tellUnset(const NodeNames& pending) {
-    pending.forEach([this](const auto& entry) {
-        const Token& reference = entry.value;
-        if (reference.type == Token::Null || referredNode(reference)) return;
-        logWarning("Cannot assign nonexistent node %s to %s.", reference.text.buf(),
-                   entry.key->fullName().buf());
+void KvtParser::tellUnset(const Nodes& waiting) {
+    const auto leadsNowhere = [this](const NodeName& name) {
+        return !name.isNull() && !referredNode(name);
+    };
+    forEachAstray<Waiting<NodeName>>(waiting, leadsNowhere, [](const auto& entry) {
+        logWarning("Cannot assign nonexistent node %s to %s.", entry.refersTo.node.buf(),
+                   entry.input->fullName().buf());
     });
 }
 
-bool KvtParser::setWhatIsThere(const Batch<Token>& batch) {
-    expectNodes(plainScene(), batch,
-                [](const Token& reference) -> const String& { return reference.text; });
+bool KvtParser::setWhatIsThere(const Batch<NodeName>& batch) {
+    expectNodes(plainScene(), batch);
     Node* nodes[batchSize];
     for (unsigned long i = 0; i < batch.size(); ++i) {
-        nodes[i] = referredNode(batch[i]->value);
+        nodes[i] = referredNode(batch[i]->refersTo);
         if (nodes[i]) nodes[i]->expectReference();
     }
     bool allSet = true;
     for (unsigned long i = 0; i < batch.size(); ++i) {
-        const bool isKnown = nodes[i] || batch[i]->value.type == Token::Null;
-        if (isKnown) batch[i]->key->setNode(nodes[i]);
+        const bool isKnown = nodes[i] || batch[i]->refersTo.isNull();
+        if (isKnown) batch[i]->input->setNode(nodes[i]);
         allSet = allSet && isKnown;
     }
     return allSet;
 }
 
-Node* KvtParser::referredNode(const Token& reference) {
-    return reference.type == Token::Null ? nullptr : findNode(reference.text);
+Node* KvtParser::referredNode(const NodeName& name) {
+    return name.isNull() ? nullptr : findNode(name.node);
 }
 
 // === Entry points ===============================================================================

@@ -61,12 +61,20 @@ struct alignas(std::max_align_t) Origin {
     void* memory;
 };
 
+// Of what stands in a block of a page or more, the lowest byte of the address is the same whatever
+// else the heap has: maps of addresses then have their keys in the same order.
+std::size_t alignmentFor(std::size_t bytes) {
+    constexpr std::size_t page = 4096;
+    constexpr std::size_t lowestByte = 256;
+    if (bytes >= memory::largePage) return memory::largePage;
+    return bytes >= page ? lowestByte : alignof(std::max_align_t);
+}
+
 }  // namespace
 
 void* allocateBlock(std::size_t bytes) {
-    const bool isLarge = bytes >= memory::largePage;
-    const std::size_t alignment = isLarge ? memory::largePage : alignof(std::max_align_t);
-    const std::size_t slack = sizeof(Origin) + (isLarge ? alignment - 1 : 0);
+    const std::size_t alignment = alignmentFor(bytes);
+    const std::size_t slack = sizeof(Origin) + alignment - alignof(std::max_align_t);
     if (bytes > std::numeric_limits<std::size_t>::max() - slack) throw std::bad_alloc();
     void* const memory = ::operator new(bytes + slack);
     const std::uintptr_t first = reinterpret_cast<std::uintptr_t>(memory) + sizeof(Origin);

@@ -12,6 +12,7 @@
 #include "keywords.h"
 #include "literals.h"
 #include "payload.h"
+#include "waitinglist.h"
 #include "words.h"
 
 namespace ko::mirel_sdk::impl {
@@ -436,29 +437,24 @@ inline bool KvtParser::Statements::assign(const Head& head, Value& value) {
 }
 
 // The target, if there is one or can be.
-inline KvtParser::Statements::Target KvtParser::Statements::reach(const Head& head, Node& node,
-                                                                  AttrType type) const {
+inline FoundInput KvtParser::Statements::reach(const Head& head, Node& node, AttrType type) const {
     const auto current = [&node](const String& name) { return updateInputName(node.type(), name); };
-    if (head.object.isEmpty()) {
-        return {parser_.findOrCreate(node, current(head.input), {type}), nullptr};
-    }
+    if (head.object.isEmpty()) return parser_.findOrCreate(node, current(head.input), {type});
     Input* const object = node.input(current(head.object));
     if (!object || !object->isObject()) return {};
-    return {object->findOrCreate(current(head.input), type, AttrType::Null), object};
+    return object->findOrCreate(current(head.input), type, AttrType::Null);
 }
 
-// Only a value of the target's own type, and only where it is all that the target wants to know.
-inline bool KvtParser::Statements::store(const Target& target, AttrData& data) {
-    Input* const input = target.found.input;
-    const bool isPlain = input && input->type() == data.type;
-    return isPlain && input->assign(data);
+// Only a value of the target's own type: all others are fitted by the rules.
+inline bool KvtParser::Statements::store(const FoundInput& target, const AttrData& data) {
+    return target.input && target.input->type() == data.type && target.input->assign(data);
 }
 
 inline bool KvtParser::Statements::storeText(const Head& head, Node& node, Value& value) {
     value.data.setText(value.text);
     const PayloadGuard guard(*scene_, value.data);
-    const Target target = reach(head, node, AttrType::String);
-    const bool mayBeListed = !target.found.isNew && node.nodeType();
+    const FoundInput target = reach(head, node, AttrType::String);
+    const bool mayBeListed = !target.isNew && node.nodeType();
     if (mayBeListed || !store(target, value.data)) return false;
     value.data.clear();
     return true;
@@ -467,13 +463,13 @@ inline bool KvtParser::Statements::storeText(const Head& head, Node& node, Value
 // Only parsers that nobody looks into.
 inline bool KvtParser::Statements::wait(const Head& head, Node& node, const Value& value) {
     if (parser_.pending_ == Pending::Records) return false;
-    const Target target = reach(head, node, AttrType::Null);
-    if (!target.found.input) return false;
+    const FoundInput target = reach(head, node, AttrType::Null);
+    if (!target.input) return false;
     if (head.kind == Head::Refer) {
-        parser_.connectLater(node, target.object, target.found,
-                             OutputName(value.node, value.output));
+        parser_.outputsToConnect_->add(target.input, target.isNew,
+                                       OutputName(value.node, value.output));
     } else {
-        parser_.setLater(node, target.object, target.found, Token{Token::Id, value.node, 0, 0});
+        parser_.nodesToSet_->add(target.input, target.isNew, NodeName(value.node));
     }
     return true;
 }

@@ -43,11 +43,6 @@ class KvtParser::Statements {
     struct Head;
     struct Value;
     struct Spelling;
-    // What a statement assigns to, and the object that holds it, or null.
-    struct Target {
-        FoundInput found;
-        Input* object = nullptr;
-    };
 
     void makeRoom();
     void carryOutAll(Text text);
@@ -71,10 +66,10 @@ class KvtParser::Statements {
     // Each carries the statement out, or returns false and nothing has been done.
     bool declare(const Head& head);
     bool assign(const Head& head, Value& value);
-    static bool store(const Target& target, AttrData& data);
+    static bool store(const FoundInput& target, const AttrData& data);
     bool storeText(const Head& head, Node& node, Value& value);
     bool wait(const Head& head, Node& node, const Value& value);
-    Target reach(const Head& head, Node& node, AttrType type) const;
+    FoundInput reach(const Head& head, Node& node, AttrType type) const;
 
     KvtParser& parser_;
     Scene* const scene_;

@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <memory>
 #include <new>
 #include <set>
 #include <sstream>
@@ -425,6 +426,23 @@ TEST(BufferLimit, HoldsForSizesPast64Bits) {
         EXPECT_EQ("error: PARSE ERROR " + position + ": invalid buffer element count: [" +
                       each.count + "].\nfailed\n",
                   r.read(head + " {1};"));
+    }
+}
+
+// By the lowest byte of the addresses of the inputs, which do not depend on what else the heap has.
+TEST(EntryPoints, TellInTheSameOrderWhatLeadsNowhere) {
+    std::string text = "t n:\n";
+    for (int i = 0; i < 100; ++i)
+        text += ".i" + std::to_string(i) + (i % 2 ? " |= gone.out;\n" : " = gone;\n");
+    const auto logOf = [&text] {
+        Scene scene;
+        return kvt::test::readText(&scene, text).log;
+    };
+    const std::string expected = logOf();
+    std::vector<std::unique_ptr<char[]>> others;
+    for (unsigned long size = 1; size < 6000; size += 111) {
+        others.push_back(std::make_unique<char[]>(size));
+        ASSERT_EQ(expected, logOf()) << size;
     }
 }
 

@@ -136,6 +136,93 @@ constexpr unsigned long spreadBits(unsigned long hash) noexcept {
 // An odd number that is drawn once a process.
 unsigned long oddRandom() noexcept;
 
+// A list whose elements never move, made in their places: room for as many again as there are is
+// taken at a time.
+template <class T>
+class BlockList {
+  public:
+    BlockList() = default;
+    BlockList(BlockList&& other) noexcept { swap(other); }
+    BlockList& operator=(BlockList&& other) noexcept {
+        BlockList taken(std::move(other));
+        swap(taken);
+        return *this;
+    }
+    ~BlockList() = default;
+    void swap(BlockList& other) noexcept {
+        std::swap(blocks_, other.blocks_);
+        std::swap(size_, other.size_);
+    }
+
+    template <class... Args>
+    T& emplace(Args&&... args) {
+        constexpr unsigned long smallest = 2;
+        if (blocks_.isEmpty() || blocks_[blocks_.size() - 1].isFull()) {
+            blocks_.push_back(Block(std::max(size_, smallest)));
+        }
+        T& made = blocks_[blocks_.size() - 1].add(std::forward<Args>(args)...);
+        ++size_;
+        return made;
+    }
+
+    unsigned long size() const noexcept { return size_; }
+    bool isEmpty() const noexcept { return size_ == 0; }
+    // Calls `visit(element)` for every element, in their order.
+    template <class Visit>
+    void forEach(Visit visit) {
+        for (Block& block : blocks_)
+            for (T& element : block)
+                visit(element);
+    }
+    template <class Visit>
+    void forEach(Visit visit) const {
+        for (const Block& block : blocks_)
+            for (const T& element : block)
+                visit(element);
+    }
+
+  private:
+    class Block {
+      public:
+        Block() = default;
+        explicit Block(unsigned long capacity)
+            : elements_(static_cast<T*>(allocateBlock(capacity * sizeof(T)))),
+              capacity_(capacity) {}
+        Block(Block&& other) noexcept
+            : elements_(std::exchange(other.elements_, nullptr)),
+              size_(std::exchange(other.size_, 0)),
+              capacity_(std::exchange(other.capacity_, 0)) {}
+        Block& operator=(Block other) noexcept {
+            std::swap(elements_, other.elements_);
+            std::swap(size_, other.size_);
+            std::swap(capacity_, other.capacity_);
+            return *this;
+        }
+        ~Block() {
+            std::destroy_n(elements_, size_);
+            freeBlock(elements_);
+        }
+
+        bool isFull() const { return size_ == capacity_; }
+        template <class... Args>
+        T& add(Args&&... args) {
+            T* const made = new (elements_ + size_) T(std::forward<Args>(args)...);
+            ++size_;
+            return *made;
+        }
+        T* begin() const { return elements_; }
+        T* end() const { return elements_ + size_; }
+
+      private:
+        T* elements_ = nullptr;
+        unsigned long size_ = 0;
+        unsigned long capacity_ = 0;
+    };
+
+    Vector<Block> blocks_;
+    unsigned long size_ = 0;
+};
+
 // A map of 256 inline buckets, chosen by the lowest byte of a key's hash: `key.hash()`, or the
 // address for pointers. Keys match by hash alone. Nothing is ever removed, and nodes never move.
 //
@@ -177,10 +264,9 @@ class HashMap {
     ~HashMap() = default;
     void swap(HashMap& other) noexcept {
         std::swap(buckets_, other.buckets_);
-        std::swap(blocks_, other.blocks_);
+        nodes_.swap(other.nodes_);
         std::swap(slots_, other.slots_);
         std::swap(factor_, other.factor_);
-        std::swap(size_, other.size_);
     }
 
     // Appends a node; of two nodes with one hash the earlier is found.
@@ -188,14 +274,13 @@ class HashMap {
     // The same with a value that is made in place.
     template <class... Args>
     Node& emplace(const K& key, Args&&... args) {
-        if (isIndexed()) makeIndexFor(size_ + 1);
+        if (isIndexed()) makeIndexFor(size() + 1);
         const unsigned long hash = hashOf(key);
-        Node& node = room().add(hash, key, std::forward<Args>(args)...);
+        Node& node = nodes_.emplace(hash, key, std::forward<Args>(args)...);
         Bucket& bucket = buckets_[hash % bucketCount];
         (bucket.last ? bucket.last->next : bucket.first) = &node;
         bucket.last = &node;
         ++bucket.size;
-        ++size_;
         if (isIndexed()) index(node);
         return node;
     }
@@ -204,15 +289,10 @@ class HashMap {
     Node* findNode(const K& key) {
         const unsigned long hash = hashOf(key);
         const bool isLong = buckets_[hash % bucketCount].size > longestScan;
-        if (isLong && !isIndexed()) makeIndexFor(size_);
+        if (isLong && !isIndexed()) makeIndexFor(size());
         return find(hash);
     }
     const Node* findNode(const K& key) const { return find(hashOf(key)); }
-    // Has memory fetch what `findNode` looks at first, where that may be far away. Inlined: calls
-    // of a function that changes nothing are left out.
-    [[gnu::always_inline]] void expect(const K& key) const {
-        if (isIndexed()) __builtin_prefetch(&slots_[home(hashOf(key))]);
-    }
 
     // The value for `key`. When there is none: with pointer keys a default one is inserted first,
     // with other keys it is `missing()`.
@@ -233,7 +313,7 @@ class HashMap {
         return s_v;
     }
 
-    unsigned long size() const noexcept { return size_; }
+    unsigned long size() const noexcept { return nodes_.size(); }
     // The keys, bucket by bucket, in the order of their insertion within each.
     Vector<K> keys() const {
         Vector<K> all;
@@ -250,9 +330,7 @@ class HashMap {
     // The same in the order of insertion, which is how they lie in memory.
     template <class Visit>
     void forEachInserted(Visit visit) const {
-        for (const Block& block : blocks_)
-            for (const Node& node : block)
-                visit(node);
+        nodes_.forEach(visit);
     }
 
   private:
@@ -262,44 +340,6 @@ class HashMap {
         Node* first = nullptr;
         Node* last = nullptr;
         unsigned long size = 0;
-    };
-
-    // Room for nodes, made one behind the other.
-    class Block {
-      public:
-        Block() = default;
-        explicit Block(unsigned long capacity)
-            : nodes_(static_cast<Node*>(allocateBlock(capacity * sizeof(Node)))),
-              capacity_(capacity) {}
-        Block(Block&& other) noexcept
-            : nodes_(std::exchange(other.nodes_, nullptr)),
-              size_(std::exchange(other.size_, 0)),
-              capacity_(std::exchange(other.capacity_, 0)) {}
-        Block& operator=(Block other) noexcept {
-            std::swap(nodes_, other.nodes_);
-            std::swap(size_, other.size_);
-            std::swap(capacity_, other.capacity_);
-            return *this;
-        }
-        ~Block() {
-            std::destroy_n(nodes_, size_);
-            freeBlock(nodes_);
-        }
-
-        bool isFull() const { return size_ == capacity_; }
-        template <class... Args>
-        Node& add(unsigned long hash, const K& key, Args&&... args) {
-            Node* const made = new (nodes_ + size_) Node(hash, key, std::forward<Args>(args)...);
-            ++size_;
-            return *made;
-        }
-        Node* begin() const { return nodes_; }
-        Node* end() const { return nodes_ + size_; }
-
-      private:
-        Node* nodes_ = nullptr;
-        unsigned long size_ = 0;
-        unsigned long capacity_ = 0;
     };
 
     // A place of the index, in open addressing. The hash stands here too: to tell that a place is
@@ -315,15 +355,6 @@ class HashMap {
         } else {
             return key.hash();
         }
-    }
-
-    // The block that takes in the next node; together they double.
-    Block& room() {
-        constexpr unsigned long smallest = 2;
-        if (blocks_.isEmpty() || blocks_[blocks_.size() - 1].isFull()) {
-            blocks_.push_back(Block(size_ > smallest ? size_ : smallest));
-        }
-        return blocks_[blocks_.size() - 1];
     }
 
     Node* find(unsigned long hash) const {
@@ -361,9 +392,7 @@ class HashMap {
             size *= 2;
         slots_ = Vector<Slot>::ofSize(size);
         factor_ = oddRandom();
-        for (Block& block : blocks_)
-            for (Node& node : block)
-                index(node);
+        nodes_.forEach([this](Node& node) { index(node); });
     }
 
     // Of equal hashes the first stays.
@@ -375,10 +404,9 @@ class HashMap {
     }
 
     Bucket buckets_[bucketCount];
-    Vector<Block> blocks_;
+    BlockList<Node> nodes_;
     Vector<Slot> slots_;  // none, or a power of two of them
     unsigned long factor_ = 1;
-    unsigned long size_ = 0;
 };
 
 }  // namespace ko::ds

@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -289,8 +290,7 @@ class KvtParser {
         AttrType type;
         AttrType elementType = AttrType::Null;
     };
-    template <class Value>
-    using PendingMap = ds::HashMap<interfaces::IInput*, Value>;
+    using Records = ds::HashMap<interfaces::IInput*, AssignInfo>;
 
     // What is kept of an assignment until it is resolved: its record, or only the names in it,
     // which is enough where nobody can look at the maps, and takes far less memory.
@@ -304,16 +304,32 @@ class KvtParser {
         OutputName() = default;
         OutputName(String nodeName, String outputName)
             : node(std::move(nodeName)), output(std::move(outputName)) {}
-        explicit OutputName(const ds::Vector<Token>& path) { *this = path; }
-        OutputName& operator=(const ds::Vector<Token>& path);
+        explicit OutputName(const ds::Vector<Token>& path);
         StringVector parts() const;
         bool isNull() const;
 
         String node;
         String output;
     };
-    using OutputNames = PendingMap<OutputName>;
-    using NodeNames = PendingMap<Token>;
+    // A node, or none.
+    struct NodeName {
+        explicit NodeName(String name) : node(std::move(name)) {}
+        explicit NodeName(const Token& reference);
+        bool isNull() const { return node.isEmpty(); }
+
+        String node;
+    };
+
+    // What waits for the end of the document, in its order: inputs, each with what it refers to.
+    template <class Name>
+    struct Waiting {
+        Waiting(interfaces::IInput* target, Name name) : input(target), refersTo(std::move(name)) {}
+
+        interfaces::IInput* input;  // null where another assignment to it came later
+        Name refersTo;
+    };
+    template <class Name>
+    class WaitingList;
 
     class Reading;
     void hold(Scene& scene);
@@ -350,38 +366,33 @@ class KvtParser {
     inline void carryOut(const Walk& walk, AssignInfo& info);
     [[noreturn]] void inputNotFound(const AssignInfo& info, const Node& node);
     Node& assignedNode(const AssignInfo& info);
-    void connectLater(Node& node, Input* parent, const FoundInput& target,
-                      const OutputName& output);
-    void setLater(Node& node, Input* parent, const FoundInput& target, const Token& name);
     FoundInput findOrCreate(Node& node, const String& name, const Expected& expected);
     Input* reachTarget(Walk& walk);
     static Expected expectedAt(const Walk& walk, unsigned long i);
     Input* takeStep(Walk& walk, unsigned long i);
     Input* takeIndexStep(Input& array, const String& name, const Token& token, AttrType expected);
     void checkIntermediate(Input& input, const Expected& expected);
-    template <class Value>
-    static Value* earlier(PendingMap<Value>& pending, const Walk& walk);
-    void postpone(PendingMap<AssignInfo>& pending, const Walk& walk, const AssignInfo& info);
-    template <class Name, class Written>
-    static void postpone(PendingMap<Name>& pending, const Walk& walk, const Written& written);
+    void keepRecord(Records& pending, const Walk& walk, const AssignInfo& info);
     inline void storeValue(Input& target, Input* parent, AssignInfo& info);
     bool fit(AssignInfo& info, Input& target);
     void checkEnumeration(const Input& target);
     template <class Name>
-    using Batch = ds::Vector<const typename PendingMap<Name>::Node*>;
-    OutputNames takeOutputs();
-    NodeNames takeNodes();
+    using Batch = ds::Vector<const Waiting<Name>*>;
+    using Outputs = WaitingList<OutputName>;
+    using Nodes = WaitingList<NodeName>;
+    Outputs takeOutputs();
+    Nodes takeNodes();
     void resolve();
-    bool connectAll(const OutputNames& pending);
+    bool connectAll(const Outputs& waiting);
     bool connectWhatIsThere(const Batch<OutputName>& batch);
-    void tellUnconnected(const OutputNames& pending);
+    void tellUnconnected(const Outputs& waiting);
     void warnUnconnected(interfaces::IInput& input, const OutputName& name);
     Node* nodeOf(const OutputName& name);
     static Output* outputOf(Node& node, const OutputName& name);
-    bool setAll(const NodeNames& pending);
-    void tellUnset(const NodeNames& pending);
-    bool setWhatIsThere(const Batch<Token>& batch);
-    Node* referredNode(const Token& reference);
+    bool setAll(const Nodes& waiting);
+    void tellUnset(const Nodes& waiting);
+    bool setWhatIsThere(const Batch<NodeName>& batch);
+    Node* referredNode(const NodeName& name);
 
     Lexer* lexer_ = nullptr;
     static constexpr unsigned lookahead = 3;
@@ -403,8 +414,8 @@ class KvtParser {
     // What an assignment is read into, one after the other.
     AssignInfo assignment_;
     const Pending pending_ = Pending::Records;
-    OutputNames outputsToConnect_;
-    NodeNames nodesToSet_;
+    const std::unique_ptr<Outputs> outputsToConnect_;
+    const std::unique_ptr<Nodes> nodesToSet_;
     // Keep the inputs of the records alive, one reference each: whoever drives the parser may
     // purge removed nodes meanwhile. What a document does destroys no input.
     ds::Vector<RefersTo<interfaces::IInput>> held_;
