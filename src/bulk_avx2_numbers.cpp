@@ -270,18 +270,29 @@ KO_AVX2_INLINE __m256d divided(Quad& numbers) {
     return _mm256_or_pd(_mm256_div_pd(toReals(numbers.mantissa), numbers.divisor), signs);
 }
 
-// Each of these writes the numbers that it vouches for, and leaves the places of others.
-
-KO_AVX2_INLINE void store(Quad& numbers, double* out) {
-    const __m256d reals = divided(numbers);
-    const __m256d former = _mm256_loadu_pd(out);
-    _mm256_storeu_pd(out, _mm256_blendv_pd(former, reals, _mm256_castsi256_pd(numbers.isPlain)));
-}
-
 // The lower halves of 64-bit words.
 KO_AVX2_INLINE __m128i narrowed(__m256i wide) {
     const __m256i even = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6);
     return _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(wide, even));
+}
+
+// Writes the plain ones of four lanes. Integers are blended as if they were reals: byte by byte,
+// g++ 12 compiles that wrongly where char has no sign.
+KO_AVX2_INLINE void putPlain(__m256d values, __m256i isPlain, double* out) {
+    const __m256d former = _mm256_loadu_pd(out);
+    _mm256_storeu_pd(out, _mm256_blendv_pd(former, values, _mm256_castsi256_pd(isPlain)));
+}
+
+KO_AVX2_INLINE void putPlain(__m128 values, __m256i isPlain, float* out) {
+    const __m128 former = _mm_loadu_ps(out);
+    _mm_storeu_ps(out, _mm_blendv_ps(former, values, _mm_castsi128_ps(narrowed(isPlain))));
+}
+
+// Each of these writes the numbers that it vouches for, and leaves the places of others.
+
+KO_AVX2_INLINE void store(Quad& numbers, double* out) {
+    const __m256d reals = divided(numbers);
+    putPlain(reals, numbers.isPlain, out);
 }
 
 // A double that lies just between two floats may have been rounded to there.
@@ -291,19 +302,15 @@ KO_AVX2_INLINE void store(Quad& numbers, float* out) {
         _mm256_and_si256(_mm256_castpd_si256(reals), _mm256_set1_epi64x(0x1FFFFFFF));
     const __m256i isBetween = _mm256_cmpeq_epi64(lost, _mm256_set1_epi64x(0x10000000));
     numbers.isPlain = _mm256_andnot_si256(isBetween, numbers.isPlain);
-    const __m128 former = _mm_loadu_ps(out);
-    _mm_storeu_ps(out, _mm_blendv_ps(former, _mm256_cvtpd_ps(reals),
-                                     _mm_castsi128_ps(narrowed(numbers.isPlain))));
+    putPlain(_mm256_cvtpd_ps(reals), numbers.isPlain, out);
 }
 
 KO_AVX2_INLINE void put(__m256i values, __m256i isPlain, std::uint64_t* out) {
-    auto* const to = reinterpret_cast<__m256i*>(out);
-    _mm256_storeu_si256(to, _mm256_blendv_epi8(_mm256_loadu_si256(to), values, isPlain));
+    putPlain(_mm256_castsi256_pd(values), isPlain, reinterpret_cast<double*>(out));
 }
 
 KO_AVX2_INLINE void put(__m256i values, __m256i isPlain, std::uint32_t* out) {
-    auto* const to = reinterpret_cast<__m128i*>(out);
-    _mm_storeu_si128(to, _mm_blendv_epi8(_mm_loadu_si128(to), narrowed(values), narrowed(isPlain)));
+    putPlain(_mm_castsi128_ps(narrowed(values)), isPlain, reinterpret_cast<float*>(out));
 }
 
 // The lowest bytes of each, as many as a `Small` has.

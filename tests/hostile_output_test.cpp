@@ -10,7 +10,6 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -37,6 +36,7 @@ namespace {
 namespace fs = std::filesystem;
 using ko::LogRecord;
 using ko::Severity;
+using ko::String;
 using ko::mirel_sdk::impl::Scene;
 using kvt::test::Outcome;
 using kvt::test::Random;
@@ -67,7 +67,7 @@ std::vector<std::string_view> splitAtBars(std::string_view text) {
 
 bool isOfName(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) {
-        return c < 0 || c == '_' || std::isalnum(static_cast<unsigned char>(c));
+        return String::isLetter(c) || String::isDigit(c) || c == '_';
     });
 }
 
