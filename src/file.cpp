@@ -5,7 +5,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <memory>
+#include <string_view>
+#include <utility>
 
 #include <ko/foundation.h>
 
@@ -37,18 +40,24 @@ class FileSource {
     }
 
     bool read(signed char& c) {
+        takeBack();
         if (next_ == end_ && !fill()) return false;
-        c = static_cast<signed char>(*next_++);
-        advancePosition(1);
+        c = static_cast<signed char>(*next_);
+        pass(1);
         return true;
     }
 
-    std::string_view readBlock() {
+    std::string_view lendBlock(std::function<unsigned long()> giveBack) {
+        takeBack();
         if (next_ == end_ && !fill()) return {};
-        const std::string_view block(next_, static_cast<unsigned long>(end_ - next_));
-        next_ = end_;
-        advancePosition(block.size());
-        return block;
+        giveBack_ = std::move(giveBack);
+        return {next_, atHand()};
+    }
+
+    void takeBack() {
+        if (!giveBack_) return;
+        const auto giveBack = std::exchange(giveBack_, nullptr);
+        pass(atHand() - giveBack());
     }
 
     File::Error error() const noexcept { return error_; }
@@ -62,8 +71,10 @@ class FileSource {
     bool fill();
     unsigned long fillBlock();
     void skipByteOrderMark() noexcept;
+    unsigned long atHand() const noexcept { return static_cast<unsigned long>(end_ - next_); }
     // Only the reading thread writes the position; others just look.
-    void advancePosition(unsigned long count) noexcept {
+    void pass(unsigned long count) noexcept {
+        next_ += count;
         position_.store(position() + count, std::memory_order_relaxed);
     }
 
@@ -74,6 +85,7 @@ class FileSource {
     std::unique_ptr<char[]> block_;
     const char* next_ = nullptr;
     const char* end_ = nullptr;
+    std::function<unsigned long()> giveBack_;  // empty unless the bytes at hand are lent
     unsigned long size_ = 0;
     std::atomic<unsigned long> position_{0};
     File::Error error_ = File::None;
@@ -136,12 +148,10 @@ bool FileSource::fill() {
 
 void FileSource::skipByteOrderMark() noexcept {
     constexpr unsigned long length = 3;
-    const bool isMark = atStart_ && end_ - next_ >= static_cast<std::ptrdiff_t>(length) &&
-                        std::memcmp(next_, "\xEF\xBB\xBF", length) == 0;
+    const bool isMark =
+        atStart_ && atHand() >= length && std::memcmp(next_, "\xEF\xBB\xBF", length) == 0;
     atStart_ = false;
-    if (!isMark) return;
-    next_ += length;
-    advancePosition(length);
+    if (isMark) pass(length);
 }
 
 // --- Reasons ------------------------------------------------------------------------------------
@@ -205,7 +215,13 @@ File File::memory(const void* bytes, unsigned long size) {
 
 bool File::read(signed char& c) { return get() && get()->read(c); }
 
-std::string_view File::readBlock() { return get() ? get()->readBlock() : std::string_view(); }
+std::string_view File::lendBlock(std::function<unsigned long()> giveBack) {
+    return get() ? get()->lendBlock(std::move(giveBack)) : std::string_view();
+}
+
+void File::takeBack() {
+    if (get()) get()->takeBack();
+}
 
 File::Error File::error() const noexcept { return get() ? get()->error() : CannotOpen; }
 

@@ -140,6 +140,14 @@ void Lexer::moveOn(const Place& from, const char* to) {
     if (count > 0) skip(static_cast<unsigned long>(count));
 }
 
+// The run may be gone then, so the lookahead becomes one by itself.
+unsigned long Lexer::leaveRun() noexcept {
+    const auto left = static_cast<unsigned long>(end_ - next_);
+    next_ = reinterpret_cast<const char*>(&la) + 1;
+    enterRun(next_);
+    return left;
+}
+
 std::string_view Lexer::ahead() const {
     if (!next_) return {reinterpret_cast<const char*>(&la), 1};
     return {next_ - 1, static_cast<unsigned long>(end_ - next_) + 1};
@@ -193,7 +201,11 @@ void Lexer::skip(unsigned long count) {
     skipInLine(count);
 }
 
-FileLexer::FileLexer(File file) : file_(std::move(file)) { start(file_.readBlock()); }
+FileLexer::FileLexer(File file) : file_(std::move(file)) { start(FileLexer::nextRun()); }
+
+std::string_view FileLexer::nextRun() {
+    return file_.lendBlock([this] { return leaveRun(); });
+}
 
 // The lookahead of an empty text is its terminator, which is skipped as a blank.
 StringLexer::StringLexer(String text) : text_(std::move(text)) {

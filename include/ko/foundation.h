@@ -306,7 +306,7 @@ class String {
     explicit String(TextBuffer* buffer) noexcept {
         const auto address = reinterpret_cast<std::uintptr_t>(buffer);
         std::memcpy(bytes_, &address, sizeof address);
-        bytes_[tag] = sharedMark;
+        bytes_[tag] = static_cast<char>(sharedMark);
         buffer->retain();
     }
     bool isShort() const noexcept { return static_cast<signed char>(bytes_[tag]) >= 0; }
@@ -403,15 +403,20 @@ class File : private RefersTo<FileSource> {
 
     // The next byte in `c`; false at the end of the file and on an error.
     bool read(signed char& c);
-    // The bytes that are at hand, read from the source when there are none; empty at the end of the
-    // file and on an error. Valid until the next read.
-    std::string_view readBlock();
+    // Lends the bytes that are at hand, read from the source when there are none; empty at the end
+    // of the file and on an error. Before anyone reads on, and for `takeBack`, the file calls
+    // `giveBack`, which tells how many of them, at their end, are to be read again; from then on
+    // the borrower looks at none.
+    std::string_view lendBlock(std::function<unsigned long()> giveBack);
+    // Ends the loan, if there is one. Who borrowed asks for it before going away.
+    void takeBack();
     Error error() const noexcept;
     // One line that says what `error()` is, with the system's reason; empty without an error.
     String errorText() const;
     // Bytes of the whole source; 0 where that cannot be known, as for a pipe.
     unsigned long size() const noexcept;
-    // Bytes read so far, a byte order mark included.
+    // Bytes read so far, a byte order mark included; those of a block that is lent count when it is
+    // given back.
     unsigned long position() const noexcept;
 
   private:

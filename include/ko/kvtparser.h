@@ -106,6 +106,8 @@ class Lexer {
     signed char step();
     // The run now stands at `to` instead of `from`.
     void moveRun(const char* from, const char* to);
+    // Leaves the run, but for the lookahead, and tells how many characters after that it has.
+    unsigned long leaveRun() noexcept;
 
   private:
     friend class KvtParser;
@@ -160,17 +162,18 @@ class Lexer {
     unsigned long runs_ = 0;      // so far
 };
 
-// Reads a file.
+// Reads a file, in blocks that it borrows: whoever else reads the file, meanwhile or later, goes on
+// after the lookahead.
 class FileLexer final : public Lexer {
   public:
     explicit FileLexer(File file);
     FileLexer(const FileLexer&) = delete;
     FileLexer& operator=(const FileLexer&) = delete;
-    ~FileLexer() override = default;
+    ~FileLexer() override { file_.takeBack(); }
     signed char consume() override { return step(); }
 
   private:
-    std::string_view nextRun() override { return file_.readBlock(); }
+    std::string_view nextRun() override;
 
     File file_;
 };
