@@ -286,7 +286,7 @@ class KvtParser {
     const ds::Vector<Node*>& definedNodes() const { return definedNodes_; }
 
   private:
-    class Statements;
+    class [[gnu::visibility("hidden")]] Statements;
     struct Walk;
     // What a step should lead to.
     struct Expected {
