@@ -6,12 +6,12 @@
 #include <memory>
 #include <string_view>
 
-#include "bulk.h"
 #include "charclass.h"
 #include "charruns.h"
 #include "keywords.h"
 #include "literals.h"
 #include "payload.h"
+#include "shortnumbers.h"
 #include "waitinglist.h"
 #include "words.h"
 
@@ -127,11 +127,13 @@ class KvtParser::Statements::Text {
     [[gnu::always_inline]] bool takeNumber(AttrData& data) {
         const chars::Sixteen ahead(at_);
         const unsigned length = chars::leading(ahead.decimalParts());
-        const bool isReal = (ahead.points() & ((1U << length) - 1)) != 0;
+        const unsigned points = ahead.points() & ((1U << length) - 1);
+        const bool isReal = points != 0;
         const bool isShort =
             String::fitsShort(length) && !chars::is(at_[length], chars::NumberPart);
-        const bool isRead = isShort && (isReal ? bulk::convertAhead<double>(at_, length, data.value)
-                                               : bulk::convertAhead<long>(at_, length, data.value));
+        const bool isRead =
+            isShort && (isReal ? shortnumbers::toReal(at_, length, points, data.value)
+                               : shortnumbers::toInteger(at_, length, data.value));
         if (!isRead) return takeRareNumber(data);
         data.type = isReal ? AttrType::Real : AttrType::Int;
         at_ += length;
@@ -194,10 +196,11 @@ class KvtParser::Statements::Text {
     }
 
     [[gnu::always_inline]] bool takeComponent(std::uint64_t* number) {
-        const unsigned length = chars::leading(chars::Sixteen(at_).decimalParts());
+        const chars::Sixteen ahead(at_);
+        const unsigned length = chars::leading(ahead.decimalParts());
         const bool isShort =
             String::fitsShort(length) && !chars::is(at_[length], chars::NumberPart);
-        if (!isShort || !bulk::convertAhead<double>(at_, length, number)) {
+        if (!isShort || !shortnumbers::toReal(at_, length, ahead.points(), number)) {
             return takeRareComponent(number);
         }
         at_ += length;
