@@ -76,9 +76,11 @@ inline void Lexer::fetch() {
     la = static_cast<signed char>(*next_++);
 }
 
-// A source that throws has no more characters: whoever catches that may ask for tokens still.
+// A source that throws has no more characters: whoever catches that may ask for tokens still. The
+// run is gone also where no other follows.
 void Lexer::fetchRun() {
     la = endOfInput;
+    ++runs_;
     const std::string_view run = nextRun();
     if (run.empty()) return;
     next_ = run.data();

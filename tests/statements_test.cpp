@@ -104,7 +104,8 @@ class Watched {
     std::multiset<std::string> messages_;
 };
 
-// A run after the other, of so many characters.
+// A run after the other, of so many characters. Where a run was, other statements stand when it is
+// gone.
 class Runs final : public Lexer {
   public:
     Runs(std::string_view text, unsigned long size) : text_(text), size_(size) { start(nextRun()); }
@@ -112,8 +113,11 @@ class Runs final : public Lexer {
 
   private:
     std::string_view nextRun() override {
-        run_ = std::string(
-            text_.substr(0, size_));  // in a place of its own, so that nobody looks beyond it
+        constexpr std::string_view other = "                    .q=1;.r=2;.s=3;";
+        for (unsigned long i = 0; i < run_.size(); ++i)
+            run_[i] = other[i % other.size()];
+        gone_ = std::move(run_);
+        run_ = std::string(text_.substr(0, size_));
         text_.remove_prefix(run_.size());
         return run_;
     }
@@ -121,6 +125,7 @@ class Runs final : public Lexer {
     std::string_view text_;
     unsigned long size_;
     std::string run_;
+    std::string gone_;
 };
 
 // The inputs that are attached to each output and node, in their order.
@@ -203,6 +208,16 @@ void expectSameOutcome(const std::string& text) {
     const std::string parsed = parsedFrom<Single>(std::string_view(text));
     ASSERT_EQ(parsed, parsedFrom<StringLexer>(String(std::string_view(text)))) << text;
     ASSERT_EQ(parsed, parsedFrom<Runs>(std::string_view(text), 65 + text.size() % 100)) << text;
+}
+
+TEST(Statements, AreNotReadFromARunThatIsGone) {
+    for (const char* const rest :
+         {"# said", "t m;", ".b = 2;", "t m: .c |= n.o;", "t m: .c = \""}) {
+        const std::string text = "t n: .a = 1; " + std::string(rest) + std::string(100, 'x');
+        const std::string parsed = parsedFrom<Single>(std::string_view(text));
+        for (const unsigned long size : {20UL, 100UL, 1000UL})
+            EXPECT_EQ(parsed, parsedFrom<Runs>(std::string_view(text), size)) << text;
+    }
 }
 
 // Behind a text as much as reading its last statement whole needs, which begins no statement.
