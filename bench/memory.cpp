@@ -7,13 +7,12 @@
 
 #include <cstdio>
 #include <fstream>
-#include <iostream>
 #include <limits>
-#include <memory>
 #include <stdexcept>
 #include <string>
 
-#include <ko/kvtparser.h>
+#include "files.h"
+#include "kvt.h"
 
 namespace bench {
 
@@ -38,22 +37,15 @@ double statusField(const std::string& name) {
 
 }  // namespace
 
-MemoryUse measureMemory(const std::string& program, const std::string& path) {
-    const std::string command = "'" + program + "' --memory-of='" + path + "'";
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    MemoryUse use;
-    if (!pipe || std::fscanf(pipe.get(), "%lf %lf", &use.scene, &use.peakBeyond) != 2)
-        throw std::runtime_error("cannot measure the memory of " + path);
-    return use;
+MemoryUse measureMemory(const std::string& path) {
+    const auto [scene, peakBeyond] = runProgram(thisProgram(), "--memory-of", path);
+    return {scene, peakBeyond};
 }
 
 void printMemoryUse(const std::string& path) {
-    using namespace ko::mirel_sdk;
     const double allocatedBefore = allocated();
     const double residentBefore = statusField("VmRSS");
-    impl::Scene scene;
-    if (!impl::parseKvt(&scene, ko::File::open(path.c_str()), false))
-        throw std::runtime_error("cannot read " + path);
+    const auto scene = sceneOfFile(path);
     const double sceneBytes = allocated() - allocatedBefore;
     const double peak = statusField("VmHWM") - residentBefore;
     std::printf("%.0f %.0f\n", sceneBytes, peak - sceneBytes);

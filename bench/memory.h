@@ -10,8 +10,8 @@ struct MemoryUse {
     double peakBeyond = 0;  // resident bytes at the peak of reading that the scene does not explain
 };
 
-// Runs `program` (this one) once more to read the document at `path`.
-MemoryUse measureMemory(const std::string& program, const std::string& path);
+// Runs this program once more to read the document at `path`.
+MemoryUse measureMemory(const std::string& path);
 
 // What that process does: reads the document and prints the two numbers.
 void printMemoryUse(const std::string& path);

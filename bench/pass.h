@@ -2,12 +2,16 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 
 #include "child.h"
-#include "readers.h"
 
 namespace bench {
 
+// Owns what was read, whatever that is; freed outside the measured time.
+using Result = std::shared_ptr<void>;
+
+// Reads a whole document once; throws std::runtime_error when it was not read to its end.
 using Reader = std::function<Result()>;
 
 // In seconds.

@@ -13,7 +13,7 @@
 #include <type_traits>
 #include <vector>
 
-#include <ko/kvtparser.h>
+#include "kvt.h"
 
 namespace bench {
 
@@ -99,25 +99,18 @@ Result readRapidJson(const Content& content) {
     return document;
 }
 
-Result checked(std::shared_ptr<Scene> scene, bool wasRead, unsigned long nodes) {
-    require(wasRead && scene->nodeCount() == nodes, "kvt");
+Result checked(std::shared_ptr<Scene> scene, unsigned long nodes) {
+    require(scene->nodeCount() == nodes, "kvt");
     return scene;
 }
 
 }  // namespace
 
 Result readFile(const std::string& path, unsigned long nodes) {
-    auto scene = std::make_shared<Scene>();
-    const ko::File file = ko::File::open(path.c_str());
-    const bool wasRead = parseKvt(scene.get(), file, false) && file.error() == ko::File::None;
-    return checked(std::move(scene), wasRead, nodes);
+    return checked(sceneOfFile(path), nodes);
 }
 
-Result readText(const Content& content) {
-    auto scene = std::make_shared<Scene>();
-    const bool wasRead = parseString(scene.get(), content.kvt);
-    return checked(std::move(scene), wasRead, content.nodes);
-}
+Result readText(const Content& content) { return checked(sceneOfText(content.kvt), content.nodes); }
 
 Result stdFromChars(const Content& content) { return convertBuffers(content, StdConvert()); }
 

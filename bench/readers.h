@@ -2,15 +2,12 @@
 // throw std::runtime_error when the document was not read to its end.
 #pragma once
 
-#include <memory>
 #include <string>
 
 #include "content.h"
+#include "pass.h"
 
 namespace bench {
-
-// Owns what was read, whatever that is; freed outside the measured time.
-using Result = std::shared_ptr<void>;
 
 // This library, into a fresh scene.
 Result readFile(const std::string& path, unsigned long nodes);

@@ -1,0 +1,60 @@
+// The contests of the benchmark, and the documents that they are about.
+#pragma once
+
+#include <functional>
+#include <iosfwd>
+#include <memory>
+#include <regex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "content.h"
+#include "contest.h"
+#include "files.h"
+#include "table.h"
+
+namespace bench {
+
+class Suite {
+  public:
+    // A tenth of the sizes if `isQuick`.
+    explicit Suite(bool isQuick) : divisor_(isQuick ? 10 : 1) {}
+
+    // Runs the contests whose names match; false when there is none.
+    bool run(const std::regex& only);
+    // What came of them.
+    void print(std::ostream& out) const;
+    // One of the documents by name. Throws std::out_of_range when there is none.
+    Content document(const std::string& name) const;
+
+  private:
+    using Make = Content (*)(unsigned long);
+    using Named = std::pair<std::string, std::function<void()>>;
+
+    std::vector<Named> contests();
+    void meshContest();
+    void shuffledContest();
+    void integerContest();
+    void statementContest();
+    void growthContest(const std::string& name, Make make, bool hasThird, Goal limit);
+    void byteContest();
+    void memoryContest();
+
+    // What every contest over one document has.
+    void addOurs(Contest& contest, const std::string& name, const Content& content);
+    static void addDocumentPeers(Contest& contest, const std::string& name, const Content& content);
+    static void addLoops(Contest& contest, const std::string& name, const Content& content);
+
+    // The document in a file that stays in the system's cache until the next one comes.
+    std::string fileOf(const Content& content);
+    void measure(Contest& contest);
+
+    unsigned long divisor_;
+    TemporaryDirectory directory_;
+    std::unique_ptr<CachedFile> file_;
+    Table table_;
+    PassTimes total_;
+};
+
+}  // namespace bench
