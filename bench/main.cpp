@@ -19,7 +19,7 @@ constexpr const char* usage =
     "\n"
     "  --quick      a tenth of the sizes\n"
     "  --only       the contests whose names match: meshes, shuffled, integers, statements,\n"
-    "               nodes, connections, identifiers, bytes, memory\n"
+    "               scene, nodes, connections, identifiers, bytes, memory\n"
     "  --document   writes the document of a contest, to read it under a profiler\n";
 
 // What is wrong with the arguments, in a line.

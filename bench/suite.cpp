@@ -6,12 +6,17 @@
 #include <map>
 
 #include "bulk.h"
+#include "jsonscene.h"
+#include "kvt.h"
 #include "memory.h"
 #include "readers.h"
 
 namespace bench {
 
 namespace {
+
+// For ten times as many.
+constexpr Goal growth{12, 10.5};
 
 Load loadOf(const Content& content) {
     return {content.kvt.len(), content.items, !content.numbers.empty()};
@@ -145,6 +150,24 @@ void Suite::statementContest() {
     measure(contest);
 }
 
+// All make the same scene of it; whether they do is looked at first.
+void Suite::sceneContest() {
+    const Content content = document("statements");
+    inChild([&] {
+        const auto expected = sceneOfText(content.kvt);
+        requireSame(*sceneByRapidJson(content), *expected);
+        requireSame(*sceneBySimdJson(content), *expected);
+        return true;
+    });
+    Contest contest;
+    addPeer(contest, "scene, KVT", content, readText);
+    addPeer(contest, "scene, RapidJSON", content, sceneByRapidJson);
+    addPeer(contest, "scene, simdjson", content, sceneBySimdJson);
+    contest.compare("scene, KVT", "scene, RapidJSON");
+    contest.compare("scene, KVT", "scene, simdjson");
+    measure(contest);
+}
+
 // The same kind of document at a tenth and at full size, and at a hundredth if `hasThird`.
 void Suite::growthContest(const std::string& name, Make make, bool hasThird, Goal limit) {
     std::vector<Content> contents;
@@ -224,12 +247,10 @@ std::vector<Suite::Named> Suite::contests() {
         {"shuffled", [&] { shuffledContest(); }},
         {"integers", [&] { integerContest(); }},
         {"statements", [&] { statementContest(); }},
-        {"nodes",
-         [&] {
-             growthContest("nodes", makeStatements, false, {12, 10.5});
-         }},
-        {"connections", [&] { growthContest("connections", makeConnections, true, {12, 10.5}); }},
-        {"identifiers", [&] { growthContest("identifiers", makeIdentifiers, true, {12, 10.5}); }},
+        {"scene", [&] { sceneContest(); }},
+        {"nodes", [&] { growthContest("nodes", makeStatements, false, growth); }},
+        {"connections", [&] { growthContest("connections", makeConnections, true, growth); }},
+        {"identifiers", [&] { growthContest("identifiers", makeIdentifiers, true, growth); }},
         {"bytes", [&] { byteContest(); }},
         {"memory", [&] { memoryContest(); }},
     };

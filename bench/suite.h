@@ -37,6 +37,7 @@ class Suite {
     void shuffledContest();
     void integerContest();
     void statementContest();
+    void sceneContest();
     void growthContest(const std::string& name, Make make, bool hasThird, Goal limit);
     void byteContest();
     void memoryContest();
