@@ -70,6 +70,11 @@ class Writer {
         key(name).append(R"({"output": ")").append(output).append(R"("})");
     }
 
+    // A statement outside of the node's block. Not for JSON.
+    void assign(std::string_view path, std::string_view value) {
+        kvt_.append(path).append(" = ").append(value).append(";\n");
+    }
+
     // `count` numbers for elements of `size` numbers, three on a line.
     template <class AppendNumber>
     void buffer(std::string_view name, std::string_view element, unsigned long size,
@@ -161,13 +166,21 @@ std::string reals(Random& random, int count, const char* separator) {
     return text;
 }
 
+std::string mathValue(const std::string& keyword, const std::string& numbers) {
+    return keyword + "(" + numbers + ")";
+}
+
 // The same numbers as a KVT value with that keyword and as a JSON array under it: without the
 // keyword nobody could make the scene.
 void mathInput(Writer& writer, Random& random, const char* name, const char* keyword, int count) {
     const std::string numbers = reals(random, count, ", ");
-    writer.input(name, keyword + ("(" + numbers + ")"),
+    writer.input(name, mathValue(keyword, numbers),
                  std::string(R"({")") + keyword + R"(": [)" + numbers + "]}");
 }
+
+std::string flag(Random& random) { return random.below(2) ? "true" : "false"; }
+
+std::string label(Random& random) { return "\"steel " + std::to_string(random.below(1000)) + "\""; }
 
 std::string nodeName(unsigned long number) { return "n" + std::to_string(number); }
 
@@ -175,12 +188,32 @@ void writeMaterial(Writer& writer, Random& random, unsigned long number) {
     writer.beginNode("material", number);
     writer.input("roughness", reals(random, 1, ""));
     writer.input("samples", std::to_string(random.below(5000)));
-    writer.input("visible", random.below(2) ? "true" : "false");
-    writer.input("label", "\"steel " + std::to_string(random.below(1000)) + "\"");
+    writer.input("visible", flag(random));
+    writer.input("label", label(random));
     mathInput(writer, random, "center", "pos3", 3);
     mathInput(writer, random, "color", "rgba", 4);
     writer.connect("bump", nodeName(random.below(number + 1)) + ".out");
     writer.endNode();
+}
+
+void writeMembers(Writer& writer, Random& random, unsigned long number) {
+    writer.beginNode("mesh", number);
+    mathInput(writer, random, "transform.center", "pos3", 3);
+    mathInput(writer, random, "transform.scale", "vec3", 3);
+    writer.input("transform.locked", flag(random));
+    writer.input("shading.roughness", reals(random, 1, ""));
+    writer.input("shading.samples", std::to_string(random.below(5000)));
+    writer.input("shading.label", label(random));
+    writer.endNode();
+}
+
+void writePaths(Writer& writer, Random& random, unsigned long number) {
+    const std::string node = nodeName(number);
+    writer.assign(node + ".roughness", reals(random, 1, ""));
+    writer.assign(node + ".samples", std::to_string(random.below(5000)));
+    writer.assign(node + ".visible", flag(random));
+    writer.assign(node + ".label", label(random));
+    writer.assign(node + ".center", mathValue("pos3", reals(random, 3, ", ")));
 }
 
 // A node further down than `number`; the last one names the first.
@@ -320,6 +353,37 @@ Content makeIdentifiers(unsigned long nodes) {
         writer.endNode();
     }
     return writer.finish(nodes);
+}
+
+Content makeDeclarations(unsigned long nodes) {
+    Writer writer;
+    for (unsigned long i = 0; i < nodes; ++i) {
+        writer.beginNode("mix", i);
+        writer.endNode();
+    }
+    return writer.finish(nodes);
+}
+
+Content makePaths(unsigned long nodes) {
+    constexpr unsigned long statementsEach = 6;
+    Writer writer;
+    Random random;
+    for (unsigned long i = 0; i < nodes; ++i) {
+        writer.beginNode("material", i);
+        writer.endNode();
+    }
+    for (unsigned long i = 0; i < nodes; ++i)
+        writePaths(writer, random, i);
+    return writer.finish(statementsEach * nodes);
+}
+
+Content makeMembers(unsigned long nodes) {
+    constexpr unsigned long statementsEach = 7;
+    Writer writer;
+    Random random;
+    for (unsigned long i = 0; i < nodes; ++i)
+        writeMembers(writer, random, i);
+    return writer.finish(statementsEach * nodes);
 }
 
 Content makeImageNumbers(unsigned long pixels) {

@@ -46,6 +46,13 @@ Content makeStatements(unsigned long nodes);
 Content makeConnections(unsigned long nodes);
 Content makeIdentifiers(unsigned long nodes);
 
+// Nodes without inputs.
+Content makeDeclarations(unsigned long nodes);
+// Nodes, then five inputs of each under its full path; without JSON.
+Content makePaths(unsigned long nodes);
+// Nodes with two objects of three members; in JSON their paths are the names.
+Content makeMembers(unsigned long nodes);
+
 // An image of four bytes a pixel, as numbers, as compact bytes, as a compressed block; without
 // JSON. Items are the bytes of the image.
 Content makeImageNumbers(unsigned long pixels);

@@ -14,13 +14,17 @@ namespace bench {
 namespace {
 
 constexpr const char* usage =
-    "usage: ./dev bench [--quick] [--only=REGEX]\n"
+    "usage: ./dev bench [--quick] [--only=REGEX] [--against DIR]\n"
     "       ./dev bench [--quick] --document=NAME FILE\n"
     "\n"
     "  --quick      a tenth of the sizes\n"
     "  --only       the contests whose names match: meshes, shuffled, integers, statements,\n"
     "               scene, nodes, connections, identifiers, bytes, memory\n"
-    "  --document   writes the document of a contest, to read it under a profiler\n";
+    "  --against    contests with an older library too: DIR is a checkout of its commit that is\n"
+    "               built; their names end in \"older\"\n"
+    "  --document   writes a document, to read it under a profiler: meshes, shuffled, integers,\n"
+    "               statements, nodes, connections, identifiers, declarations, paths, members,\n"
+    "               group\n";
 
 // What is wrong with the arguments, in a line.
 struct BadArguments : std::runtime_error {
@@ -29,6 +33,7 @@ struct BadArguments : std::runtime_error {
 
 struct Options {
     bool isQuick = false;
+    bool comparesOlder = false;
     bool asksForHelp = false;
     bool asksForMemory = false;  // of reading the file, for the contest of that name
     std::string only;
@@ -52,6 +57,8 @@ bool takeFile(const std::string& argument, Options& options) {
 void readOption(const std::string& argument, Options& options) {
     if (argument == "--quick") {
         options.isQuick = true;
+    } else if (argument == "--against") {
+        options.comparesOlder = true;
     } else if (argument == "--help") {
         options.asksForHelp = true;
     } else if (argument == "--memory-of") {
@@ -101,7 +108,7 @@ void run(const Options& options) {
         return;
     }
     if (options.asksForMemory) return printMemoryUse(options.file);
-    Suite suite(options.isQuick);
+    Suite suite(options.isQuick, options.comparesOlder);
     if (options.document.empty()) {
         runContests(suite, options);
     } else {

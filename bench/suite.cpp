@@ -18,6 +18,19 @@ namespace {
 // For ten times as many.
 constexpr Goal growth{12, 10.5};
 
+constexpr OlderContest olderContests[] = {
+    {"statements", "statements", "", {1.8, 2.1}},
+    {"connections", "connections", "--text --kept", {1.5, 1.9}},
+    {"identifiers", "identifiers", "--text --kept", {1.5, 1.9}},
+    {"declarations", "declarations", "", {1.0, 1.3}},
+    {"absolute paths", "paths", "", {1.0, 1.3}},
+    {"members of objects", "members", "", {1.0, 1.3}},
+    {"meshes", "meshes", "", {0.97, 1.0}},
+    {"shuffled", "shuffled", "", {0.97, 1.0}},
+    {"integers", "integers", "", {0.97, 1.0}},
+    {"plain path", "meshes", "--plain", {0.97, 1.0}},
+};
+
 Load loadOf(const Content& content) {
     return {content.kvt.len(), content.items, !content.numbers.empty()};
 }
@@ -25,6 +38,14 @@ Load loadOf(const Content& content) {
 // A reader's pass in a process of its own.
 Contest::Pass in(Memory memory, Reader read) {
     return [read = std::move(read), memory] { return timePass(read, memory); };
+}
+
+// The same by a program of its own.
+Contest::Pass by(const std::string& program, const std::string& options, const std::string& path) {
+    return [=] {
+        const auto [cpu, wall] = runProgram(programBeside(program), options, path);
+        return PassTimes{cpu, wall};
+    };
 }
 
 using ReadContent = std::function<Result(const Content&)>;
@@ -142,8 +163,8 @@ void Suite::statementContest() {
     Contest contest;
     addOurs(contest, "statements", content);
     addDocumentPeers(contest, "statements", content);
-    contest.compare("statements, file", "statements, simdjson", {0, 1.0});
-    contest.compare("statements, file", "statements, RapidJSON", {0.75, 2.0});
+    contest.compare("statements, file", "statements, simdjson", {1.0, 1.2});
+    contest.compare("statements, file", "statements, RapidJSON", {1.6, 2.0});
     contest.compare("statements, file", "statements, RapidJSON exact");
     contest.compare("statements, file", "statements, nlohmann");
     contest.compare("statements, string", "statements, RapidJSON");
@@ -215,14 +236,26 @@ void Suite::memoryContest() {
         return use;
     };
     const MemoryUse ofMeshes = measureDocument(document("meshes"));
-    const MemoryUse ofOneGroup = measureDocument(document("one group"));
+    const MemoryUse ofOneGroup = measureDocument(document("group"));
     const MemoryUse ofStatements = measureDocument(document("statements"));
     table_.addShare("meshes, scene", ofMeshes.scene, {0.55, 0.48});
     table_.addShare("meshes, peak beyond", ofMeshes.peakBeyond, {0.5, 0.1});
     table_.addShare("one group, scene", ofOneGroup.scene, {});
     table_.addShare("one group, peak beyond", ofOneGroup.peakBeyond, {2.1, 1.1});
-    table_.addShare("statements, scene", ofStatements.scene, {6, 3});
+    table_.addShare("statements, scene", ofStatements.scene, {3.3, 2.8});
     table_.addShare("statements, peak beyond", ofStatements.peakBeyond, {});
+}
+
+void Suite::olderContest(const OlderContest& older) {
+    const Content content = document(older.document);
+    const std::string path = fileOf(content);
+    const std::string today = older.name + std::string(", today");
+    const std::string before = older.name + std::string(", older");
+    Contest contest;
+    contest.add(today, loadOf(content), by("kvt-bench-reader", older.options, path));
+    contest.add(before, loadOf(content), by("kvt-bench-older", older.options, path));
+    contest.compare(today, before, older.goal);
+    measure(contest);
 }
 
 // --- Running ------------------------------------------------------------------------------------
@@ -232,28 +265,35 @@ Content Suite::document(const std::string& name) const {
         {"meshes", [&] { return makeMeshes(10, 250000 / divisor_); }},
         {"shuffled", [&] { return makeShuffled(10, 250000 / divisor_); }},
         {"integers", [&] { return makeIntegers(10, 2500000 / divisor_); }},
-        {"one group", [&] { return makeOneGroup(20000000 / divisor_); }},
+        {"group", [&] { return makeOneGroup(20000000 / divisor_); }},
         {"statements", [&] { return makeStatements(200000 / divisor_); }},
         {"nodes", [&] { return makeStatements(1000000 / divisor_); }},
         {"connections", [&] { return makeConnections(1000000 / divisor_); }},
         {"identifiers", [&] { return makeIdentifiers(1000000 / divisor_); }},
+        {"declarations", [&] { return makeDeclarations(1000000 / divisor_); }},
+        {"paths", [&] { return makePaths(200000 / divisor_); }},
+        {"members", [&] { return makeMembers(200000 / divisor_); }},
     };
     return documents.at(name)();
 }
 
 std::vector<Suite::Named> Suite::contests() {
-    return {
+    std::vector<Named> contests = {
         {"meshes", [&] { meshContest(); }},
         {"shuffled", [&] { shuffledContest(); }},
         {"integers", [&] { integerContest(); }},
         {"statements", [&] { statementContest(); }},
         {"scene", [&] { sceneContest(); }},
         {"nodes", [&] { growthContest("nodes", makeStatements, false, growth); }},
-        {"connections", [&] { growthContest("connections", makeConnections, true, growth); }},
-        {"identifiers", [&] { growthContest("identifiers", makeIdentifiers, true, growth); }},
+        {"connections", [&] { growthContest("connections", makeConnections, true, {}); }},
+        {"identifiers", [&] { growthContest("identifiers", makeIdentifiers, true, {}); }},
         {"bytes", [&] { byteContest(); }},
         {"memory", [&] { memoryContest(); }},
     };
+    if (!comparesOlder_) return contests;
+    for (const OlderContest& each : olderContests)
+        contests.emplace_back(each.name + std::string(", older"), [&] { olderContest(each); });
+    return contests;
 }
 
 bool Suite::run(const std::regex& only) {

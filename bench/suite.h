@@ -16,10 +16,21 @@
 
 namespace bench {
 
+// A contest between this library and an older one, each in a program of its own that takes
+// `options`.
+struct OlderContest {
+    const char* name;
+    const char* document;
+    const char* options;
+    Goal goal;
+};
+
 class Suite {
   public:
-    // A tenth of the sizes if `isQuick`.
-    explicit Suite(bool isQuick) : divisor_(isQuick ? 10 : 1) {}
+    // A tenth of the sizes if `isQuick`. `comparesOlder` asks for the contests with the older
+    // library that the program `kvt-bench-older` was built with.
+    Suite(bool isQuick, bool comparesOlder)
+        : divisor_(isQuick ? 10 : 1), comparesOlder_(comparesOlder) {}
 
     // Runs the contests whose names match; false when there is none.
     bool run(const std::regex& only);
@@ -41,6 +52,7 @@ class Suite {
     void growthContest(const std::string& name, Make make, bool hasThird, Goal limit);
     void byteContest();
     void memoryContest();
+    void olderContest(const OlderContest& older);
 
     // What every contest over one document has.
     void addOurs(Contest& contest, const std::string& name, const Content& content);
@@ -52,6 +64,7 @@ class Suite {
     void measure(Contest& contest);
 
     unsigned long divisor_;
+    bool comparesOlder_;
     TemporaryDirectory directory_;
     std::unique_ptr<CachedFile> file_;
     Table table_;
