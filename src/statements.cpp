@@ -439,11 +439,13 @@ inline bool KvtParser::Statements::assign(const Head& head, Value& value) {
     }
 }
 
-// The target, if there is one or can be.
+// The target, if there is one or can be. An object that is made for it stays: the rules would make
+// it before they find that it cannot hold the target.
 inline FoundInput KvtParser::Statements::reach(const Head& head, Node& node, AttrType type) const {
     const auto current = [&node](const String& name) { return updateInputName(node.type(), name); };
     if (head.object.isEmpty()) return parser_.findOrCreate(node, current(head.input), {type});
-    Input* const object = node.input(current(head.object));
+    constexpr KvtParser::Expected anObject = {AttrType::Object};
+    Input* const object = parser_.findOrCreate(node, current(head.object), anObject).input;
     if (!object || !object->isObject()) return {};
     return object->findOrCreate(current(head.input), type, AttrType::Null);
 }
