@@ -4,11 +4,14 @@
 // bracketed groups are single tokens. KvtParser is a recursive-descent parser over a ring of three
 // tokens, LL(3), and reads a document in one pass: each routine stands under the line of grammar
 // that it reads. An assignment is read whole before anything is looked up in the scene; its value
-// is stored at once. References to outputs and nodes wait in two maps, keyed by the input they
-// belong to, until the end of the document, so that they may name nodes further down.
+// is stored at once. References to outputs and nodes wait until the end of the document, so that
+// they may name nodes further down.
+//
+// These are the rules, and all that is ever said comes from them. Most statements do not need them:
+// `KvtParser::Statements` reads those as characters, and the parser goes on where it stops.
 //
 // The first error ends the document: diagnostics throw, `KvtParser::parse` catches and logs. What
-// the scene was given until then stays; what waits in the maps is dropped.
+// the scene was given until then stays; what waits is dropped.
 #include <ko/kvtparser.h>
 
 #include <algorithm>
@@ -16,6 +19,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <stdexcept>
@@ -657,8 +661,12 @@ KvtParser::~KvtParser() = default;
 void KvtParser::advance() {
     const unsigned place = (head_ + lookahead) % ringSize;
     Token& next = ring_[place];
-    begins_[place] = lexer_->place();
+    const Lexer::Place begin = lexer_->place();
+    // Somebody else has read on: nobody goes back over that.
+    if (begin != reached_) std::fill(std::begin(begins_), std::end(begins_), Lexer::Place());
+    begins_[place] = begin;
     lexer_->read(next);
+    reached_ = lexer_->place();
     if (next.type == Token::Invalid) refuse(next);
     head_ = (head_ + 1) % ringSize;
 }

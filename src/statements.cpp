@@ -93,6 +93,7 @@ class KvtParser::Statements::Text {
         : at_(at), limit_(end - std::min<long>(end - at, reach)) {}
 
     const char* at() const { return at_; }
+    bool isNearEnd() const { return at_ >= limit_; }
     bool isAt(char c) const { return *at_ == c; }
     bool isAtNumber() const { return String::isDigit(*at_) || *at_ == '-'; }
 
@@ -282,8 +283,15 @@ inline const KvtParser::Statements::Head* KvtParser::Statements::keptHead(Text& 
 const KvtParser::Statements::Head* KvtParser::Statements::otherHead(Text& text, Head& other) {
     const char* const from = text.at();
     if (!text.passBlanks()) return nullptr;
-    if (!text.isAt('#')) return learnHead(text, from, other);
-    if (!seeComments(text)) return nullptr;
+    return text.isAt('#') ? headBehindComments(text, other) : learnHead(text, from, other);
+}
+
+// Where no head follows, all those comments are left to the rules, and are not looked at again.
+const KvtParser::Statements::Head* KvtParser::Statements::headBehindComments(Text& text,
+                                                                             Head& other) {
+    const bool areSeen = seeComments(text);
+    leftTo_ = text.at();
+    if (!areSeen) return nullptr;
     const Head* const kept = keptHead(text);
     return kept ? kept : learnHead(text, text.at(), other);
 }
@@ -380,24 +388,39 @@ void KvtParser::Statements::makeRoom() {
 }
 
 void KvtParser::Statements::read() {
-    Lexer& lexer = *parser_.lexer_;
-    const Lexer::Place begin = parser_.begins_[parser_.head_];
+    const Lexer& lexer = *parser_.lexer_;
+    const Lexer::Place& begin = parser_.begins_[parser_.head_];
     const bool isIndexed = parser_.la(3) == Token::Brackets;
-    if (!scene_ || isIndexed || !lexer.isAtHand(begin)) return;
-    end_ = nullptr;
-    comments_.clear();
+    if (!scene_ || isIndexed || lexer.place() != parser_.reached_ || !lexer.isAtHand(begin)) return;
+    if (begin.run != leftRun_) leftTo_ = nullptr;
+    leftRun_ = begin.run;
+    const Text text(begin.next - 1, lexer.end_);
+    if ((leftTo_ && begin.next <= leftTo_) || text.isNearEnd()) return;
     if (!spellings_) makeRoom();
+    readFrom(begin, text);
+}
+
+void KvtParser::Statements::readFrom(Lexer::Place begin, Text text) {
+    done_ = {};
+    comments_.clear();
     last_ = &spellings_[0];
     try {
-        carryOutAll(Text(begin.next - 1, lexer.end_));
+        carryOutAll(text);
+        if (done_.empty()) return;
+        parser_.lexer_->moveOn(begin, done_.data());
+        for (unsigned i = 0; i <= lookahead; ++i)
+            parser_.advance();
     } catch (...) {
-        if (end_) lexer.moveOn(begin, end_ + 1);
+        if (!done_.empty()) leaveBehind(begin);
         throw;
     }
-    if (!end_) return;
-    lexer.moveOn(begin, end_);
-    for (unsigned i = 0; i <= lookahead; ++i)
-        parser_.advance();
+}
+
+// Nothing that was carried out is read again, whoever goes on with the lexer or the parser.
+void KvtParser::Statements::leaveBehind(const Lexer::Place& begin) {
+    parser_.lexer_->moveOn(begin, done_.data() + done_.size());
+    for (Token& t : parser_.ring_)
+        t = Token();
 }
 
 void KvtParser::Statements::carryOutAll(Text text) {
@@ -409,7 +432,7 @@ void KvtParser::Statements::carryOutAll(Text text) {
         if (!next) return;
         if (next->isDeclaration()) scene_->expectNode(next->node);
         if (!(head->isDeclaration() ? declare(*head) : assign(*head, *value_))) return;
-        end_ = head->isDeclaration() ? head->end : value_->end;
+        done_ = {head->isDeclaration() ? head->end : value_->end, 1};
         head = next;
     }
 }
@@ -417,7 +440,7 @@ void KvtParser::Statements::carryOutAll(Text text) {
 void KvtParser::Statements::pushComments() {
     for (const std::string_view comment : comments_) {
         scene_->pushFileComment(String(comment));
-        end_ = comment.data();
+        done_ = comment;
     }
     comments_.clear();
 }

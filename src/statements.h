@@ -45,6 +45,8 @@ class KvtParser::Statements {
     struct Spelling;
 
     void makeRoom();
+    void readFrom(Lexer::Place begin, Text text);
+    void leaveBehind(const Lexer::Place& begin);
     void carryOutAll(Text text);
     void pushComments();
 
@@ -52,6 +54,7 @@ class KvtParser::Statements {
     const Head* nextHead(Text& text, Head& other);
     const Head* keptHead(Text& text);
     const Head* otherHead(Text& text, Head& other);
+    const Head* headBehindComments(Text& text, Head& other);
     const Head* learnHead(Text& text, const char* from, Head& other);
     bool seeComments(Text& text);
     Spelling& newSpelling();
@@ -73,8 +76,11 @@ class KvtParser::Statements {
 
     KvtParser& parser_;
     Scene* const scene_;
-    // Where the last token of what was carried out begins; null before the first.
-    const char* end_ = nullptr;
+    // The last token of what was carried out; none before the first.
+    std::string_view done_;
+    // Up to where, in which run, the rules are to read because no head stood behind comments.
+    const char* leftTo_ = nullptr;
+    unsigned long leftRun_ = 0;
 
     // What is seen of the statement at hand and of the one behind it, if no spelling tells; and the
     // comments between them.

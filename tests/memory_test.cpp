@@ -240,6 +240,47 @@ TEST(SingleOperations, LeaveNoInputWithoutItsText) {
     }
 }
 
+bool failsToParse(KvtParser& parser, Scene& scene, StringLexer& lexer, unsigned long allocation) {
+    const FailingMemory memory(allocation, Failing::Once);
+    try {
+        parser.parse(&scene, &lexer);
+        return false;
+    } catch (const std::bad_alloc&) {
+        return true;
+    }
+}
+
+// Whichever allocation fails, nothing is carried out twice, and no comment read as a statement, by
+// whoever goes on with the lexer or the parser.
+TEST(SingleOperations, GoOnBehindWhatWasCarriedOut) {
+    const std::pair<std::string, unsigned long> documents[] = {
+        {"t n: .a = \"x\";\n# first said here, long\n# t EVIL; t n: .bbbbbbbb = 7; # and so on\n"
+         " .b = \"long string value of it\"; .c = 1; .d = 2;\n",
+         2},
+        {"# t EVIL;t n;# 12345678901\nt n: .a = 1; .b = \"x\";\n", 1},
+        {"# first\nt n: .a = 1; .b = \"x\"; .c = 3;\n", 1},
+    };
+    const LogCapture quiet;
+    for (const auto& [document, comments] : documents) {
+        const std::string text = document + std::string(120, ' ');
+        bool hasFailed = true;
+        for (unsigned long allocation = 0; hasFailed; ++allocation) {
+            for (const bool isSameParser : {false, true}) {
+                Scene scene;
+                StringLexer lexer{String(std::string_view(text))};
+                KvtParser parser;
+                hasFailed = failsToParse(parser, scene, lexer, allocation);
+                KvtParser another;
+                if (!isSameParser) another.parse(&scene, &lexer);
+                while (isSameParser && (parser.parseComment() || parser.parseDeclare())) {
+                }
+                EXPECT_FALSE(scene.findNode("EVIL")) << document << allocation;
+                EXPECT_GE(comments, scene.comments().size()) << document << allocation;
+            }
+        }
+    }
+}
+
 // Whichever allocation fails, what is in the map keeps its input beyond the node.
 TEST(SingleOperations, HoldTheInputsOfWhatIsPending) {
     const std::string text = "t n: .a |= x.y; .b = 1;" + std::string(200, ' ');

@@ -42,6 +42,19 @@ std::string repeated(const std::string& text, int times) {
     return result;
 }
 
+// --- Comments
+
+// Whatever stands behind them.
+TEST(ManyComments, AreReadOnce) {
+    const std::string comments = repeated("#\n", 20 * many);
+    for (const char* const behind :
+         {"remove n;", "# version: 1\nt n;", "define d;", "[", "t n;", ""}) {
+        Scene scene;
+        readText(&scene, "t n;\n" + comments + behind + std::string(200, ' '));
+        EXPECT_LE(static_cast<unsigned long>(20 * many), scene.comments().size()) << behind;
+    }
+}
+
 // --- Depth
 
 // Runs `action` on a thread with a stack of 256 KiB.

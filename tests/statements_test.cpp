@@ -10,11 +10,13 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "bytes.h"
 #include "reading.h"
@@ -217,6 +219,44 @@ TEST(Statements, AreNotReadFromARunThatIsGone) {
         const std::string parsed = parsedFrom<Single>(std::string_view(text));
         for (const unsigned long size : {20UL, 100UL, 1000UL})
             EXPECT_EQ(parsed, parsedFrom<Runs>(std::string_view(text), size)) << text;
+    }
+}
+
+// Where a log sink reads on with the document's own lexer, or moves its place, nobody goes back.
+TEST(Statements, AreReadFromWhereTheLexerStands) {
+    const std::string text =
+        "t n: .i = 1; .i = 2.5; .a = 1; .b = 2; .c = 3; .d = 4; # said\n .e = 5; $" +
+        std::string(200, ' ');
+    const auto readWith = [&text](const std::function<void(StringLexer&)>& disturb) {
+        Scene scene;
+        StringLexer lexer{String(std::string_view(text))};
+        KvtParser parser;
+        bool isDone = false;
+        std::string log;
+        const ko::LogCapture capture([&](const ko::LogRecord& record) {
+            log += std::string(record.text.view()) + '\n';
+            if (!std::exchange(isDone, true)) disturb(lexer);
+        });
+        const bool isRead = parser.parse(&scene, &lexer);
+        return log + kvt::test::jsonOf(scene, isRead);
+    };
+    const std::function<void(StringLexer&)> disturbances[] = {
+        [](StringLexer& lexer) {
+            for (int i = 0; i < 6; ++i)
+                lexer.nextToken();
+        },
+        [](StringLexer& lexer) { lexer.consume(); },
+        [](StringLexer& lexer) { lexer.line = 500; },
+        [](StringLexer& lexer) {
+            lexer = StringLexer(String("t m: .x = 1; # and\n.y = 2; .z = 3;"));
+        },
+    };
+    for (const auto& disturb : disturbances) {
+        const std::string byTheRules = [&] {
+            const ByTheRules alone;
+            return readWith(disturb);
+        }();
+        EXPECT_EQ(byTheRules, readWith(disturb));
     }
 }
 

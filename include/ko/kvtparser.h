@@ -133,6 +133,11 @@ class Lexer {
         std::int32_t line = 0;
         std::int32_t column = 0;
         signed char c = 0;
+
+        bool operator!=(const Place& other) const {
+            return next != other.next || run != other.run || pos != other.pos ||
+                   line != other.line || column != other.column || c != other.c;
+        }
     };
     Place place() const;
     bool isAtHand(const Place& place) const;
@@ -405,6 +410,7 @@ class KvtParser {
     // stood before each.
     Token ring_[ringSize];
     Lexer::Place begins_[ringSize];
+    Lexer::Place reached_;  // behind the last token
     unsigned head_ = 0;
     interfaces::IScene* scene_ = nullptr;
     bool isReading_ = false;
