@@ -36,6 +36,8 @@ struct KvtParser::Statements::Head {
     String node;    // declared, or that the target is of; empty for the one whose block it is
     String object;  // that the target is a member of; empty for an input of the node
     String input;
+    String element;             // of an array, "[3]" or "[*]"; empty for the input itself
+    unsigned long index = 0;    // of that element, if it is not the one behind the last
     const char* end = nullptr;  // its last character
 };
 
@@ -163,6 +165,19 @@ class KvtParser::Statements::Text {
         return (i == count || lacksAlpha) && take(')');
     }
 
+    // "[" ( number | "*" ) "]", as an element is written
+    bool takeIndex(Head& head) {
+        const char* const begin = at_++;
+        const unsigned digits = chars::leading(chars::Sixteen(at_).decimalParts());
+        constexpr unsigned most = 9;
+        const bool isNumber = String::isDigit(*at_) && digits <= most &&
+                              shortnumbers::toInteger(at_, digits, &head.index);
+        if (!isNumber && *at_ != '*') return false;
+        at_ += isNumber ? digits : 1;
+        head.element.assignShort(begin, static_cast<unsigned long>(at_ - begin) + 1);
+        return take(']');
+    }
+
     // Empty when its end is not at hand.
     std::string_view takeComment() {
         const char* const begin = at_;
@@ -243,14 +258,16 @@ inline bool KvtParser::Statements::seeHead(Text& text, Head& head) {
     return text.isAt('.') ? seeTarget(text, head) : seeDeclaration(text, head);
 }
 
-// target = [ Id ] "." Id [ "." Id ]
+// target = [ Id ] "." Id [ "." Id ] [ Brackets ]
 inline bool KvtParser::Statements::seeTarget(Text& text, Head& head) {
     head.object = String();
+    head.element = String();
     if (!text.take('.') || !text.takeName(head.input) || !text.passBlanks()) return false;
     if (text.isAt('.')) {
         head.object = head.input;
         if (!text.take('.') || !text.takeName(head.input) || !text.passBlanks()) return false;
     }
+    if (text.isAt('[') && (!text.takeIndex(head) || !text.passBlanks())) return false;
     head.kind = text.take('|') ? Head::Refer : Head::Assign;
     return text.take('=');
 }
@@ -390,8 +407,7 @@ void KvtParser::Statements::makeRoom() {
 void KvtParser::Statements::read() {
     const Lexer& lexer = *parser_.lexer_;
     const Lexer::Place& begin = parser_.begins_[parser_.head_];
-    const bool isIndexed = parser_.la(3) == Token::Brackets;
-    if (!scene_ || isIndexed || lexer.place() != parser_.reached_ || !lexer.isAtHand(begin)) return;
+    if (!scene_ || lexer.place() != parser_.reached_ || !lexer.isAtHand(begin)) return;
     if (begin.run != leftRun_) leftTo_ = nullptr;
     leftRun_ = begin.run;
     const Text text(begin.next - 1, lexer.end_);
@@ -462,15 +478,38 @@ inline bool KvtParser::Statements::assign(const Head& head, Value& value) {
     }
 }
 
-// The target, if there is one or can be. An object that is made for it stays: the rules would make
-// it before they find that it cannot hold the target.
+// The target, if there is one or can be. An object or array that is made for it stays: the rules
+// would make it too before they find that it cannot hold the target.
 inline FoundInput KvtParser::Statements::reach(const Head& head, Node& node, AttrType type) const {
     const auto current = [&node](const String& name) { return updateInputName(node.type(), name); };
-    if (head.object.isEmpty()) return parser_.findOrCreate(node, current(head.input), {type});
-    constexpr KvtParser::Expected anObject = {AttrType::Object};
+    const bool isElement = !head.element.isEmpty();
+    if (isElement && current(head.element) != head.element) return {};
+    const Expected expected = isElement ? Expected{AttrType::Array, type} : Expected{type};
+    const FoundInput input = reachInput(head, node, expected);
+    return isElement && input.input ? reachElement(head, *input.input, type) : input;
+}
+
+inline FoundInput KvtParser::Statements::reachInput(const Head& head, Node& node,
+                                                    const Expected& expected) const {
+    const auto current = [&node](const String& name) { return updateInputName(node.type(), name); };
+    if (head.object.isEmpty()) return parser_.findOrCreate(node, current(head.input), expected);
+    constexpr Expected anObject = {AttrType::Object};
     Input* const object = parser_.findOrCreate(node, current(head.object), anObject).input;
     if (!object || !object->isObject()) return {};
-    return object->findOrCreate(current(head.input), type, AttrType::Null);
+    return object->findOrCreate(current(head.input), expected.type, expected.elementType);
+}
+
+// An element that is there, or the one behind the last.
+FoundInput KvtParser::Statements::reachElement(const Head& head, Input& array,
+                                               AttrType type) const {
+    const bool canHold = array.isArray() && (type == AttrType::Null || array.arrayType() == type);
+    if (!canHold) return {};
+    const unsigned long count = array.inputCount();
+    const unsigned long index = head.element[1] == '*' ? count : head.index;
+    const bool isFull = scene_->elementCount() >= scene_->elementLimit();
+    if (index > count || (index == count && isFull)) return {};
+    array.growTo(index);
+    return {array.inputAt(index), false};
 }
 
 // Only a value of the target's own type: all others are fitted by the rules.
@@ -482,7 +521,8 @@ inline bool KvtParser::Statements::storeText(const Head& head, Node& node, Value
     value.data.setText(value.text);
     const PayloadGuard guard(*scene_, value.data);
     const FoundInput target = reach(head, node, AttrType::String);
-    const bool mayBeListed = !target.isNew && node.nodeType();
+    const bool isOfNode = head.object.isEmpty() && head.element.isEmpty();
+    const bool mayBeListed = isOfNode && !target.isNew && node.nodeType();
     if (mayBeListed || !store(target, value.data)) return false;
     value.data.clear();
     return true;

@@ -73,6 +73,8 @@ class KvtParser::Statements {
     bool storeText(const Head& head, Node& node, Value& value);
     bool wait(const Head& head, Node& node, const Value& value);
     FoundInput reach(const Head& head, Node& node, AttrType type) const;
+    FoundInput reachInput(const Head& head, Node& node, const Expected& expected) const;
+    FoundInput reachElement(const Head& head, Input& array, AttrType type) const;
 
     KvtParser& parser_;
     Scene* const scene_;

@@ -301,6 +301,19 @@ constexpr const char* targets[] = {
     "n.a",
     ".a.b",
     ".a[1]",
+    ".a[0]",
+    ".b[*]",
+    ".array[0]",
+    ".array[*]",
+    ".list[2]",
+    ".object.c[0]",
+    "n.b[1]",
+    ".a [007]",
+    ".a[-1]",
+    ".a[]",
+    ".a[1234567890]",
+    ".a[1].b",
+    ".a[0][1]",
     ".long_name_of_20_",
     ".7",
     ". a",
@@ -516,6 +529,29 @@ TEST(Statements, OfEachValueAreReadAlikeBeforeAnyOther) {
     for (const char* const type : groupTypes)
         for (const char* const group : groups)
             ASSERT_NO_FATAL_FAILURE(expectSame(std::string(type) + group));
+}
+
+// Up to the limit and beyond it.
+TEST(Statements, OfElementsAreReadAlike) {
+    const auto elements = [](const std::string& value, const std::string& index, int count) {
+        std::string text = "t n:";
+        for (int i = 0; i < count; ++i)
+            text += "\n.e[" + (index.empty() ? std::to_string(i) : index) + "] " + value + ";";
+        return text + "\n.e[0] " + value + ";";
+    };
+    for (const char* const value : {"= 1", "= 1.5", "= \"said\"", "= true", "= vec2(1 2)", "= m",
+                                    "|= n.out", "= null", "|= null"}) {
+        for (const char* const index : {"", "*", "0", "1"}) {
+            ASSERT_NO_FATAL_FAILURE(expectSameReading(elements(value, index, 5)));
+            ASSERT_NO_FATAL_FAILURE(expectSameReading("t n: .e = 1;" + elements(value, index, 3)));
+            ASSERT_NO_FATAL_FAILURE(
+                expectSameReading("t n: .e[0] = vec3(1 2 3);" + elements(value, index, 3)));
+        }
+        ASSERT_NO_FATAL_FAILURE(expectSameOutcome(padded(elements(value, "", 5000))));
+    }
+    ko::mirel_sdk::impl::registerInputRename("t", "[1]", "[0]");
+    expectSameReading(elements("= 1", "", 5));
+    ko::mirel_sdk::impl::clearRenames();
 }
 
 TEST(Statements, ThatReferAgainReplaceTheReference) {
