@@ -271,11 +271,18 @@ void expectSameReading(const std::string& text) {
     ASSERT_NO_FATAL_FAILURE(expectSameOutcome(all));
 }
 
+// Sanitizers take several times as long: with them, every fourth beginning has to do.
+#ifdef KVT_SANITIZED
+constexpr unsigned long step = 4;
+#else
+constexpr unsigned long step = 1;
+#endif
+
 // A file passes over a byte order mark, where a text has a letter.
 void expectSameOutcomesOfBeginnings(std::string text) {
     constexpr std::string_view mark = "\xEF\xBB\xBF";
     if (text.compare(0, mark.size(), mark) == 0) text.erase(0, mark.size());
-    for (unsigned long length = 0; length <= text.size(); ++length)
+    for (unsigned long length = text.size() % step; length <= text.size(); length += step)
         ASSERT_NO_FATAL_FAILURE(expectSameOutcome(padded(text.substr(0, length))));
 }
 
