@@ -267,6 +267,16 @@ Content makeCompactImage(unsigned long pixels, const std::string& text) {
     return writer.finish(4 * pixels);
 }
 
+// As many nodes of so many statements, each written by `write`.
+Content makeNodes(unsigned long nodes, unsigned long statementsEach,
+                  void (*write)(Writer&, Random&, unsigned long)) {
+    Writer writer;
+    Random random;
+    for (unsigned long i = 0; i < nodes; ++i)
+        write(writer, random, i);
+    return writer.finish(statementsEach * nodes);
+}
+
 }  // namespace
 
 Content makeMeshes(unsigned long meshes, unsigned long verticesEach) {
@@ -325,11 +335,7 @@ Content makeOneGroup(unsigned long numbers) {
 
 Content makeStatements(unsigned long nodes) {
     constexpr unsigned long statementsEach = 8;
-    Writer writer;
-    Random random;
-    for (unsigned long i = 0; i < nodes; ++i)
-        writeMaterial(writer, random, i);
-    return writer.finish(statementsEach * nodes);
+    return makeNodes(nodes, statementsEach, writeMaterial);
 }
 
 Content makeConnections(unsigned long nodes) {
@@ -379,11 +385,7 @@ Content makePaths(unsigned long nodes) {
 
 Content makeMembers(unsigned long nodes) {
     constexpr unsigned long statementsEach = 7;
-    Writer writer;
-    Random random;
-    for (unsigned long i = 0; i < nodes; ++i)
-        writeMembers(writer, random, i);
-    return writer.finish(statementsEach * nodes);
+    return makeNodes(nodes, statementsEach, writeMembers);
 }
 
 Content makeImageNumbers(unsigned long pixels) {

@@ -478,12 +478,19 @@ inline bool KvtParser::Statements::assign(const Head& head, Value& value) {
     }
 }
 
+namespace {
+
+String currentName(const Node& node, const String& written) {
+    return updateInputName(node.type(), written);
+}
+
+}  // namespace
+
 // The target, if there is one or can be. An object or array that is made for it stays: the rules
 // would make it too before they find that it cannot hold the target.
 inline FoundInput KvtParser::Statements::reach(const Head& head, Node& node, AttrType type) const {
-    const auto current = [&node](const String& name) { return updateInputName(node.type(), name); };
     const bool isElement = !head.element.isEmpty();
-    if (isElement && current(head.element) != head.element) return {};
+    if (isElement && currentName(node, head.element) != head.element) return {};
     const Expected expected = isElement ? Expected{AttrType::Array, type} : Expected{type};
     const FoundInput input = reachInput(head, node, expected);
     return isElement && input.input ? reachElement(head, *input.input, type) : input;
@@ -491,12 +498,13 @@ inline FoundInput KvtParser::Statements::reach(const Head& head, Node& node, Att
 
 inline FoundInput KvtParser::Statements::reachInput(const Head& head, Node& node,
                                                     const Expected& expected) const {
-    const auto current = [&node](const String& name) { return updateInputName(node.type(), name); };
-    if (head.object.isEmpty()) return parser_.findOrCreate(node, current(head.input), expected);
+    if (head.object.isEmpty())
+        return parser_.findOrCreate(node, currentName(node, head.input), expected);
     constexpr Expected anObject = {AttrType::Object};
-    Input* const object = parser_.findOrCreate(node, current(head.object), anObject).input;
+    Input* const object =
+        parser_.findOrCreate(node, currentName(node, head.object), anObject).input;
     if (!object || !object->isObject()) return {};
-    return object->findOrCreate(current(head.input), expected.type, expected.elementType);
+    return object->findOrCreate(currentName(node, head.input), expected.type, expected.elementType);
 }
 
 // An element that is there, or the one behind the last.

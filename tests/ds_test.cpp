@@ -1,4 +1,4 @@
-// The growable array and the map of 256 buckets.
+// The growable array, the list of blocks and the map of 256 buckets.
 
 #include <ko/ds.h>
 #include <ko/foundation.h>
@@ -675,6 +675,41 @@ TEST(PointerKeyedMapTest, AllBucketsTogetherKeepTheirValues) {
         ASSERT_EQ(map.find(&block[i]), i);
     EXPECT_EQ(map.size(), block.size());
     EXPECT_EQ(map.keys().size(), block.size());
+}
+
+// --- BlockList
+
+TEST(BlockLists, KeepTheirElementsWhereTheyAre) {
+    ko::ds::BlockList<std::string> list;
+    std::vector<const std::string*> places;
+    for (int i = 0; i < 1000; ++i)
+        places.push_back(&list.emplace(std::to_string(i)));
+    ko::ds::BlockList<std::string> moved(std::move(list));
+    EXPECT_EQ(1000U, moved.size());
+    unsigned long at = 0;
+    moved.forEach([&](const std::string& text) {
+        EXPECT_EQ(places[at], &text);
+        EXPECT_EQ(std::to_string(at), text);
+        ++at;
+    });
+    EXPECT_EQ(1000U, at);
+    moved = ko::ds::BlockList<std::string>();
+    EXPECT_EQ(0U, moved.size());
+    moved.forEach([](const std::string&) { FAIL(); });
+}
+
+TEST(BlockLists, AreAsTheyWereWhenAnElementCannotBeMade) {
+    struct RefusedIfAsked {
+        explicit RefusedIfAsked(bool refuses) {
+            if (refuses) throw std::runtime_error("refused");
+        }
+    };
+    ko::ds::BlockList<RefusedIfAsked> list;
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_THROW(list.emplace(true), std::runtime_error);
+        list.emplace(false);
+        EXPECT_EQ(static_cast<unsigned long>(i) + 1, list.size());
+    }
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The containers of the reader: a growable array and a map of 256 buckets.
+// The containers of the reader: a growable array, a list of blocks and a map of 256 buckets.
 #pragma once
 
 #include <algorithm>
@@ -166,7 +166,6 @@ class BlockList {
     }
 
     unsigned long size() const noexcept { return size_; }
-    bool isEmpty() const noexcept { return size_ == 0; }
     // Calls `visit(element)` for every element, in their order.
     template <class Visit>
     void forEach(Visit visit) {

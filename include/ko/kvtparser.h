@@ -309,7 +309,6 @@ class KvtParser {
 
     // A reference to an output. One that is not of two names stands in `node` as it was written.
     struct OutputName {
-        OutputName() = default;
         OutputName(String nodeName, String outputName)
             : node(std::move(nodeName)), output(std::move(outputName)) {}
         explicit OutputName(const ds::Vector<Token>& path);

@@ -261,10 +261,6 @@ class NamedList {
     inline void add(T* item);  // throws std::bad_alloc and is then unchanged
     unsigned long size() const { return size_; }
     T* operator[](unsigned long i) const { return many_ ? many_->items[i] : few_[i]; }
-    // Has memory fetch what `find` looks at first, where that may be far away.
-    void expect(const String& name) const {
-        if (many_) many_->index.expect(name);
-    }
     // Has memory fetch the first item.
     void expectFirst() const {
         if (size_ > 0) __builtin_prefetch(few_[0]);
@@ -441,10 +437,6 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
     Input* inputAt(unsigned long i) override;
     Input* input(const String& name) override;
     const Input* input(const String& name) const;
-    // As Node's.
-    void expectInput(const String& name) const {
-        if (isObject() && value_.children) value_.children->expect(name);
-    }
     FoundInput findOrCreate(const String& name, AttrType type, AttrType elementType);
     // The child or element at `i`; null past the end, and for an element that nothing has touched:
     // it has `untouchedType(i)` and that type's default.
@@ -687,8 +679,6 @@ class Node {
     // The output `name`. A node without a registered type gets one when it is asked for it; null
     // when the name is empty, or unknown to the registered type.
     Output* output(const String& name);
-    // Says that this input is about to be looked up.
-    void expectInput(const String& name) const { inputs_.expect(name); }
     // Says that an output is about to be looked up.
     void expectOutput() const { outputs_.expectFirst(); }
     // The output `name` if it is there already, or null.
