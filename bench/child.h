@@ -13,6 +13,11 @@
 #include <stdexcept>
 #include <type_traits>
 
+// Of the library, where it is one that takes memory from the system itself.
+namespace ko::memory {
+[[gnu::weak]] void keepLargePages(unsigned long most) noexcept;
+}
+
 namespace bench {
 
 // What a process reads into.
@@ -25,6 +30,7 @@ enum class Memory {
 inline void keepMemory() {
     mallopt(M_MMAP_MAX, 0);
     mallopt(M_TRIM_THRESHOLD, -1);
+    if (ko::memory::keepLargePages) ko::memory::keepLargePages(~0UL);
 }
 
 template <class Work>

@@ -1,5 +1,5 @@
-// The scene is what the allocator says was handed out between the two ends of reading (blocks in
-// the heap and blocks mapped alone). The peak is the kernel's high-water mark of resident memory
+// The scene is what was handed out between the two ends of reading: by the allocator, and by the
+// system to others than the allocator. The peak is the kernel's high-water mark of resident memory
 // over what was resident before, less the scene.
 #include "memory.h"
 
@@ -18,11 +18,6 @@ namespace bench {
 
 namespace {
 
-double allocated() {
-    const struct mallinfo2 info = mallinfo2();
-    return static_cast<double>(info.uordblks + info.hblkhd);
-}
-
 // A field of this process's status, in bytes.
 double statusField(const std::string& name) {
     std::ifstream status("/proc/self/status");
@@ -33,6 +28,13 @@ double statusField(const std::string& name) {
         status.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
     }
     throw std::runtime_error("/proc/self/status has no " + name);
+}
+
+// Blocks that the allocator maps alone are part of both sizes of the process.
+double allocated() {
+    const struct mallinfo2 info = mallinfo2();
+    const double heap = static_cast<double>(info.arena);
+    return static_cast<double>(info.uordblks) + statusField("VmSize") - heap;
 }
 
 }  // namespace

@@ -387,8 +387,6 @@ void Machine::purgeRemoved() {
 void Machine::findNode() {
     const String name = chosenName(choices_, Named::Node);
     attempt([&] {
-        scene_->expectNode(name);
-        scene_->expectFoundNode(name);
         const Node* const found = scene_->findNode(name);
         require(!found || found->name() == name, "a node of another name");
     });

@@ -42,7 +42,6 @@
 namespace ko::mirel_sdk::impl {
 
 using interfaces::IInput;
-using interfaces::IInputContainer;
 using interfaces::IScene;
 
 // === Lexer sources ==============================================================================
@@ -1216,16 +1215,14 @@ Node& KvtParser::assignedNode(const AssignInfo& info) {
 
 // --- The walk to the target ---------------------------------------------------------------------
 
-// Inputs that were there before are mostly assigned in their order: the one behind the input of the
-// statement before is looked at first, and the index of a node with many is far away.
-FoundInput KvtParser::findOrCreate(Node& node, const String& name, const Expected& expected) {
-    Input* const next = node.inputAt(nextPosition_);
-    const FoundInput found = next && next->name() == name
-                                 ? FoundInput{next, false}
-                                 : node.findOrCreate(name, expected.type, expected.elementType);
-    if (found.input) nextPosition_ = found.input->position() + 1;
-    return found;
+namespace {
+
+// Whether there are inputs below this one, or can be.
+bool mayHold(const Input& input) {
+    return input.isObject() || input.isArray() || input.type() == AttrType::Null;
 }
+
+}  // namespace
 
 Input* KvtParser::reachTarget(Walk& walk) {
     for (unsigned long i = walk.stepBehind(0); !walk.isEnd(i); i = walk.stepBehind(i)) {
@@ -1252,14 +1249,14 @@ Input* KvtParser::takeStep(Walk& walk, unsigned long i) {
     const Token& token = walk.info.path[i];
     const String name = updateInputName(walk.node.type(), token.text);
     const Expected expected = expectedAt(walk, i);
-    if (walk.input && !walk.input->container()) return nullptr;
+    if (walk.input && !mayHold(*walk.input)) return nullptr;
     if (walk.input && walk.input->isArray()) {
         walk.isNew = false;  // as far as anyone keeps count
         return takeIndexStep(*walk.input, name, token, expected.type);
     }
     const FoundInput step =
         walk.input ? walk.input->findOrCreate(name, expected.type, expected.elementType)
-                   : findOrCreate(walk.node, name, expected);
+                   : walk.node.findOrCreate(name, expected.type, expected.elementType);
     walk.isNew = step.isNew;
     const bool isLast = walk.isEnd(walk.stepBehind(i));
     if (step.input && !step.isNew && !isLast) checkIntermediate(*step.input, expected);
@@ -1468,219 +1465,6 @@ void KvtParser::checkEnumeration(const Input& target) {
     const String detail = String::format("setting non-existent enum value '%s' @ %s", text.buf(),
                                          target.fullName().buf());
     logWarning("%s", framed("ENUM WARNING", detail).buf());
-}
-
-// === Resolution =================================================================================
-
-namespace {
-
-constexpr unsigned long batchSize = 64;
-
-// Visits what waits a batch at a time: what is looked up all over a large scene then waits for
-// memory side by side.
-template <class Entry, class List, class Visit>
-void forEachBatch(const List& waiting, Visit visit) {
-    ds::Vector<const Entry*> batch;
-    waiting.forEach([&](const Entry& entry) {
-        batch.push_back(&entry);
-        if (batch.size() < batchSize) return;
-        visit(batch);
-        batch.clear();
-    });
-    if (!batch.isEmpty()) visit(batch);
-}
-
-// Asks memory for the nodes that a batch is about to look up.
-template <class Batch>
-void expectNodes(const Scene* scene, const Batch& batch) {
-    if (!scene) return;
-    for (const auto* const entry : batch) {
-        __builtin_prefetch(entry->input, 1);
-        scene->expectNode(entry->refersTo.node);
-    }
-    for (const auto* const entry : batch)
-        scene->expectFoundNode(entry->refersTo.node);
-}
-
-// Calls `visit(entry)` for each of those that lead nowhere, in the order in which a map of inputs
-// has them: by the lowest byte of the address, then as they were assigned.
-template <class Entry, class List, class LeadsNowhere, class Visit>
-void forEachAstray(const List& waiting, LeadsNowhere leadsNowhere, Visit visit) {
-    ds::HashMap<IInput*, const Entry*> astray;
-    waiting.forEach([&](const Entry& entry) {
-        if (leadsNowhere(entry.refersTo)) astray.insert(entry.input, &entry);
-    });
-    astray.forEach([&visit](const auto& node) { visit(*node.value); });
-}
-
-}  // namespace
-
-// output = node "." name, whatever the tokens say that they are: what is meant is the text
-KvtParser::OutputName::OutputName(const ds::Vector<Token>& path) {
-    const auto isName = [](const String& text) {
-        return !text.isEmpty() && text.find('.', false, 0) == String::npos;
-    };
-    const bool isShape =
-        path.size() == 3 && isName(path[0].text) && path[1].text == "." && isName(path[2].text);
-    node = isShape ? path[0].text : collapse(path);
-    if (isShape) output = path[2].text;
-}
-
-// Two parts name a node and an output too, as in ".node.output" or "node.output[0]".
-StringVector KvtParser::OutputName::parts() const { return node.split('.', true, false); }
-
-bool KvtParser::OutputName::isNull() const {
-    return output.isEmpty() && node.toLower(true).trim(true, true) == "null";
-}
-
-KvtParser::NodeName::NodeName(const Token& reference) {
-    if (reference.type != Token::Null) node = reference.text;
-}
-
-// What was kept whole, which only parsers that are driven by hand do, is resolved by its names too.
-KvtParser::Outputs KvtParser::takeOutputs() {
-    Outputs waiting = std::move(*outputsToConnect_);
-    waiting.settle();
-    pendingConnections.forEachInserted([&waiting](const auto& entry) {
-        waiting.add(entry.key, true, OutputName(entry.value.refPath));
-    });
-    return waiting;
-}
-
-KvtParser::Nodes KvtParser::takeNodes() {
-    Nodes waiting = std::move(*nodesToSet_);
-    waiting.settle();
-    pendingIdentifiers.forEachInserted([&waiting](const auto& entry) {
-        waiting.add(entry.key, true, NodeName(entry.value.token4));
-    });
-    return waiting;
-}
-
-// Everything is connected and set before anything is told: a log sink that throws ends this.
-void KvtParser::resolve() {
-    const Outputs outputs = takeOutputs();
-    const Nodes nodes = takeNodes();
-    const bool allConnected = connectAll(outputs);
-    const bool allSet = setAll(nodes);
-    if (!allConnected) tellUnconnected(outputs);
-    if (!allSet) tellUnset(nodes);
-}
-
-void KvtParser::resolveConnections() {
-    const Outputs outputs = takeOutputs();
-    if (!connectAll(outputs)) tellUnconnected(outputs);
-}
-
-void KvtParser::resolveIdentifiers() {
-    const Nodes nodes = takeNodes();
-    if (!setAll(nodes)) tellUnset(nodes);
-}
-
-// True when all of it was there.
-bool KvtParser::connectAll(const Outputs& waiting) {
-    bool allConnected = true;
-    forEachBatch<Waiting<OutputName>>(waiting, [&](const auto& batch) {
-        allConnected = connectWhatIsThere(batch) && allConnected;
-    });
-    return allConnected;
-}
-
-void KvtParser::tellUnconnected(const Outputs& waiting) {
-    const auto leadsNowhere = [this](const OutputName& name) {
-        Node* const node = nodeOf(name);
-        return !(node && outputOf(*node, name)) && !name.isNull();
-    };
-    forEachAstray<Waiting<OutputName>>(waiting, leadsNowhere, [this](const auto& entry) {
-        warnUnconnected(*entry.input, entry.refersTo);
-    });
-}
-
-// Likewise. Each round touches what the one before it asked memory for.
-bool KvtParser::connectWhatIsThere(const Batch<OutputName>& batch) {
-    expectNodes(plainScene(), batch);
-    Node* nodes[batchSize];
-    for (unsigned long i = 0; i < batch.size(); ++i) {
-        nodes[i] = nodeOf(batch[i]->refersTo);
-        if (nodes[i]) nodes[i]->expectOutput();
-    }
-    Output* outputs[batchSize];
-    for (unsigned long i = 0; i < batch.size(); ++i) {
-        outputs[i] = nodes[i] ? outputOf(*nodes[i], batch[i]->refersTo) : nullptr;
-        if (outputs[i]) outputs[i]->expectConnection();
-    }
-    bool allConnected = true;
-    for (unsigned long i = 0; i < batch.size(); ++i) {
-        const bool isNull = !outputs[i] && batch[i]->refersTo.isNull();
-        if (outputs[i]) batch[i]->input->connect(outputs[i]);
-        if (isNull) batch[i]->input->disconnect();
-        allConnected = allConnected && (outputs[i] || isNull);
-    }
-    return allConnected;
-}
-
-Node* KvtParser::nodeOf(const OutputName& name) {
-    if (!name.output.isEmpty()) return findNode(name.node);
-    const StringVector parts = name.parts();
-    return parts.size() == 2 ? findNode(parts[0]) : nullptr;
-}
-
-// Of the node that the reference names.
-Output* KvtParser::outputOf(Node& node, const OutputName& name) {
-    const auto found = [&node](const String& written) {
-        return node.output(updateOutputName(node.type(), written));
-    };
-    return name.output.isEmpty() ? found(name.parts()[1]) : found(name.output);
-}
-
-void KvtParser::warnUnconnected(IInput& input, const OutputName& name) {
-    const String text = name.output.isEmpty() ? name.node : name.node + "." + name.output;
-    const StringVector parts = text.split('.', true, false);
-    if (parts.size() != 2) {
-        logWarning("Invalid output: %s.", text.buf());
-    } else if (!nodeOf(name)) {
-        logWarning("Cannot connect nonexistent node %s to %s.", parts[0].buf(),
-                   input.fullName().buf());
-    } else {
-        logWarning("Cannot connect nonexistent output %s to %s.", text.buf(),
-                   input.fullName().buf());
-    }
-}
-
-bool KvtParser::setAll(const Nodes& waiting) {
-    bool allSet = true;
-    forEachBatch<Waiting<NodeName>>(
-        waiting, [&](const auto& batch) { allSet = setWhatIsThere(batch) && allSet; });
-    return allSet;
-}
-
-void KvtParser::tellUnset(const Nodes& waiting) {
-    const auto leadsNowhere = [this](const NodeName& name) {
-        return !name.isNull() && !referredNode(name);
-    };
-    forEachAstray<Waiting<NodeName>>(waiting, leadsNowhere, [](const auto& entry) {
-        logWarning("Cannot assign nonexistent node %s to %s.", entry.refersTo.node.buf(),
-                   entry.input->fullName().buf());
-    });
-}
-
-bool KvtParser::setWhatIsThere(const Batch<NodeName>& batch) {
-    expectNodes(plainScene(), batch);
-    Node* nodes[batchSize];
-    for (unsigned long i = 0; i < batch.size(); ++i) {
-        nodes[i] = referredNode(batch[i]->refersTo);
-        if (nodes[i]) nodes[i]->expectReference();
-    }
-    bool allSet = true;
-    for (unsigned long i = 0; i < batch.size(); ++i) {
-        const bool isKnown = nodes[i] || batch[i]->refersTo.isNull();
-        if (isKnown) batch[i]->input->setNode(nodes[i]);
-        allSet = allSet && isKnown;
-    }
-    return allSet;
-}
-
-Node* KvtParser::referredNode(const NodeName& name) {
-    return name.isNull() ? nullptr : findNode(name.node);
 }
 
 // === Entry points ===============================================================================

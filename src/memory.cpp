@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <mutex>
 #include <new>
 
 #include <ko/ds.h>
@@ -21,6 +22,12 @@
 #ifdef KO_ADDRESS_SANITIZER
 #include <sanitizer/asan_interface.h>
 #endif
+
+// Where the program has LeakSanitizer: it looks for pointers only in memory that it knows of.
+extern "C" {
+[[gnu::weak]] void __lsan_register_root_region(const void* begin, std::size_t bytes);
+[[gnu::weak]] void __lsan_unregister_root_region(const void* begin, std::size_t bytes);
+}
 
 namespace ko::memory {
 
@@ -41,6 +48,105 @@ void adviseLarge(void* memory, unsigned long bytes) noexcept {
 #else
 
 void adviseLarge(void*, unsigned long) noexcept {}
+
+#endif
+
+// AddressSanitizer watches what comes from the allocator.
+#if defined(__linux__) && !defined(KO_ADDRESS_SANITIZER)
+
+namespace {
+
+char* map(std::size_t bytes) {
+    void* const memory =
+        mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) throw std::bad_alloc();
+    return static_cast<char*>(memory);
+}
+
+// Of two of them, what stands in front and behind goes back.
+char* mapAlignedPage() {
+    char* const memory = map(2 * largePage);
+    const std::size_t before = -reinterpret_cast<std::uintptr_t>(memory) % largePage;
+    if (before > 0) munmap(memory, before);
+    munmap(memory + before + largePage, largePage - before);
+    return memory + before;
+}
+
+// Mostly one begins where it should by itself, in front of the one mapped last.
+char* mapPage() {
+    char* page = map(largePage);
+    if (reinterpret_cast<std::uintptr_t>(page) % largePage != 0) {
+        munmap(page, largePage);
+        page = mapAlignedPage();
+    }
+    adviseLarge(page, largePage);
+    if (__lsan_register_root_region) __lsan_register_root_region(page, largePage);
+    return page;
+}
+
+void unmapPage(void* page) noexcept {
+    if (__lsan_unregister_root_region) __lsan_unregister_root_region(page, largePage);
+    munmap(page, largePage);
+}
+
+// Pages that nobody uses now: a program that reads one scene after the other need not have each of
+// them cleared by the system again.
+class KeptPages {
+  public:
+    // Null when there is none.
+    void* take() noexcept {
+        const std::lock_guard lock(mutex_);
+        Page* const page = first_;
+        if (page) {
+            first_ = page->next;
+            --count_;
+        }
+        return page;
+    }
+    // False where there are enough.
+    bool keep(void* memory) noexcept {
+        const std::lock_guard lock(mutex_);
+        if (count_ >= most_) return false;
+        first_ = new (memory) Page{first_};
+        ++count_;
+        return true;
+    }
+    void keepAtMost(unsigned long pages) noexcept {
+        const std::lock_guard lock(mutex_);
+        most_ = pages;
+    }
+
+  private:
+    struct Page {
+        Page* next;
+    };
+
+    std::mutex mutex_;
+    Page* first_ = nullptr;
+    unsigned long count_ = 0;
+    unsigned long most_ = 16;
+};
+
+KeptPages keptPages;
+
+}  // namespace
+
+void* takeLargePage() {
+    void* const kept = keptPages.take();
+    return kept ? kept : mapPage();
+}
+
+void giveLargePage(void* page) noexcept {
+    if (!keptPages.keep(page)) unmapPage(page);
+}
+
+void keepLargePages(unsigned long most) noexcept { keptPages.keepAtMost(most); }
+
+#else
+
+void* takeLargePage() { return ds::allocateBlock(largePage); }
+void giveLargePage(void* page) noexcept { ds::freeBlock(page); }
+void keepLargePages(unsigned long /*most*/) noexcept {}
 
 #endif
 

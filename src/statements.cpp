@@ -6,11 +6,16 @@
 #include <memory>
 #include <string_view>
 
+#include "ascii.h"
 #include "charclass.h"
 #include "charruns.h"
 #include "keywords.h"
 #include "literals.h"
 #include "payload.h"
+#include "scene/ahead.h"
+#include "scene/making.h"
+#include "scene/renames.h"
+#include "scene/store.h"
 #include "shortnumbers.h"
 #include "waitinglist.h"
 #include "words.h"
@@ -36,9 +41,12 @@ struct KvtParser::Statements::Head {
     String node;    // declared, or that the target is of; empty for the one whose block it is
     String object;  // that the target is a member of; empty for an input of the node
     String input;
-    String element;             // of an array, "[3]" or "[*]"; empty for the input itself
-    unsigned long index = 0;    // of that element, if it is not the one behind the last
-    const char* end = nullptr;  // its last character
+    Symbol objectName = 0;  // the two of them in the scene
+    Symbol inputName = 0;
+    unsigned long nodeHash = 0;  // of the node, where it is named
+    String element;              // of an array, "[3]" or "[*]"; empty for the input itself
+    unsigned long index = 0;     // of that element, if it is not the one behind the last
+    const char* end = nullptr;   // its last character
 };
 
 // Of an assignment; of type Null for names, which wait for the end of the document.
@@ -272,14 +280,22 @@ inline bool KvtParser::Statements::seeTarget(Text& text, Head& head) {
     return text.take('=');
 }
 
+namespace {
+
+// Whether that, before another name, is no type.
+bool isStatementWord(const String& word) {
+    return ascii::equalNoCase(word.view(), "remove") || ascii::equalNoCase(word.view(), "define");
+}
+
+}  // namespace
+
 // declaration = Id Id ( ";" | ":" ), the type and the name; "remove" and "define" look like one
 inline bool KvtParser::Statements::seeDeclaration(Text& text, Head& head) {
     head.type = head.node;
     if (!text.takeName(head.node) || !text.passBlanks()) return false;
     head.end = text.at();
     head.kind = text.isAt(':') ? Head::OpenBlock : Head::Declare;
-    const bool isOther = head.kind == Head::Declare && (head.type.compareNoCase("remove") == 0 ||
-                                                        head.type.compareNoCase("define") == 0);
+    const bool isOther = head.kind == Head::Declare && isStatementWord(head.type);
     return !isOther && (text.take(':') || text.take(';'));
 }
 
@@ -317,11 +333,14 @@ const KvtParser::Statements::Head* KvtParser::Statements::headBehindComments(Tex
 const KvtParser::Statements::Head* KvtParser::Statements::learnHead(Text& text, const char* from,
                                                                     Head& other) {
     if (!seeHead(text, other)) return nullptr;
-    if (!other.node.isEmpty()) {
-        if (other.isDeclaration()) last_ = &spellings_[0];
+    if (!other.node.isEmpty()) other.nodeHash = other.node.hash();
+    if (other.isDeclaration()) {
+        last_ = &spellings_[0];
         return &other;
     }
     if (!text.passBlanks()) return nullptr;
+    nameIn(*scene_, other);
+    if (!other.node.isEmpty()) return &other;
     const auto length = static_cast<unsigned long>(text.at() - from);
     if (length > Spelling::longest) return &other;
     Spelling& learned = newSpelling();
@@ -330,6 +349,12 @@ const KvtParser::Statements::Head* KvtParser::Statements::learnHead(Text& text, 
     last_->next = &learned;
     last_ = &learned;
     return &learned.head;
+}
+
+void KvtParser::Statements::nameIn(Scene& scene, Head& head) {
+    Names& names = scene.store_->pool.names();
+    head.objectName = names.intern(head.object);
+    head.inputName = names.intern(head.input);
 }
 
 // Comments in front of a head, up to the end of the last; none that says something of the file.
@@ -446,7 +471,7 @@ void KvtParser::Statements::carryOutAll(Text text) {
         if (!head->isDeclaration() && !seeValue(text, *head, *value_)) return;
         const Head* const next = nextHead(text, others_[turn]);
         if (!next) return;
-        if (next->isDeclaration()) scene_->expectNode(next->node);
+        if (next->isDeclaration()) Ahead::place(*scene_, next->nodeHash);
         if (!(head->isDeclaration() ? declare(*head) : assign(*head, *value_))) return;
         done_ = {head->isDeclaration() ? head->end : value_->end, 1};
         head = next;
@@ -462,14 +487,14 @@ void KvtParser::Statements::pushComments() {
 }
 
 inline bool KvtParser::Statements::declare(const Head& head) {
-    Node* node = scene_->findNode(head.node);
-    if (!node) node = scene_->createNode(head.type, head.node, String());
+    Node* const node = scene_->findOrCreateNode(head.type, head.node, head.nodeHash);
     if (head.kind == Head::OpenBlock) parser_.withNode_ = node;
     return true;
 }
 
 inline bool KvtParser::Statements::assign(const Head& head, Value& value) {
-    Node* const node = head.node.isEmpty() ? parser_.withNode_ : scene_->findNode(head.node);
+    Node* const node = head.node.isEmpty() ? parser_.withNode_
+                                           : scene_->store_->nodes.find(head.node, head.nodeHash);
     if (!node) return false;
     switch (value.data.type) {
         case AttrType::Null: return wait(head, *node, value);
@@ -480,31 +505,41 @@ inline bool KvtParser::Statements::assign(const Head& head, Value& value) {
 
 namespace {
 
-String currentName(const Node& node, const String& written) {
-    return updateInputName(node.type(), written);
-}
+std::uint32_t elementTypeOf(AttrType type) { return static_cast<std::uint32_t>(type); }
 
 }  // namespace
 
-// The target, if there is one or can be. An object or array that is made for it stays: the rules
-// would make it too before they find that it cannot hold the target.
-inline FoundInput KvtParser::Statements::reach(const Head& head, Node& node, AttrType type) const {
-    const bool isElement = !head.element.isEmpty();
-    if (isElement && currentName(node, head.element) != head.element) return {};
-    const Expected expected = isElement ? Expected{AttrType::Array, type} : Expected{type};
-    const FoundInput input = reachInput(head, node, expected);
-    return isElement && input.input ? reachElement(head, *input.input, type) : input;
+// Whether older documents say one of those names for another.
+bool KvtParser::Statements::isRenamed(const Head& head, const Node& node) {
+    const auto isOld = [&node](const String& name) {
+        return updateInputName(node.type(), name) != name;
+    };
+    return isOld(head.object) || isOld(head.input) || isOld(head.element);
 }
 
-inline FoundInput KvtParser::Statements::reachInput(const Head& head, Node& node,
-                                                    const Expected& expected) const {
-    if (head.object.isEmpty())
-        return parser_.findOrCreate(node, currentName(node, head.input), expected);
-    constexpr Expected anObject = {AttrType::Object};
-    Input* const object =
-        parser_.findOrCreate(node, currentName(node, head.object), anObject).input;
-    if (!object || !object->isObject()) return {};
-    return object->findOrCreate(currentName(node, head.input), expected.type, expected.elementType);
+// The target, if there is one or can be. An object or array that is made for it stays: the rules
+// would make it too before they find that it cannot hold the target.
+inline FoundInput KvtParser::Statements::reach(const Head& head, Node& node, AttrType type,
+                                               unsigned long textRoom) const {
+    const NewInput input = {head.inputName, type, 0, textRoom};
+    const bool isOfNode = head.objectName == 0 && head.element.isEmpty();
+    if (!isOfNode || renames::any()) return reachFar(head, node, input);
+    return node.findOrCreate(input);
+}
+
+FoundInput KvtParser::Statements::reachFar(const Head& head, Node& node,
+                                           const NewInput& input) const {
+    if (renames::any() && isRenamed(head, node)) return {};
+    if (head.element.isEmpty()) return reachInput(head, node, input);
+    const NewInput array = {input.name, AttrType::Array, elementTypeOf(input.type)};
+    const FoundInput found = reachInput(head, node, array);
+    return found.input ? reachElement(head, *found.input, input.type) : found;
+}
+
+FoundInput KvtParser::Statements::reachInput(const Head& head, Node& node, const NewInput& wanted) {
+    if (head.objectName == 0) return node.findOrCreate(wanted);
+    Input* const object = node.findOrCreate({head.objectName, AttrType::Object}).input;
+    return object->isObject() ? object->findOrCreate(wanted) : FoundInput();
 }
 
 // An element that is there, or the one behind the last.
@@ -525,15 +560,32 @@ inline bool KvtParser::Statements::store(const FoundInput& target, const AttrDat
     return target.input && target.input->type() == data.type && target.input->assign(data);
 }
 
+// Only what no list of values has anything to say of.
 inline bool KvtParser::Statements::storeText(const Head& head, Node& node, Value& value) {
-    value.data.setText(value.text);
-    const PayloadGuard guard(*scene_, value.data);
-    const FoundInput target = reach(head, node, AttrType::String);
-    const bool isOfNode = head.object.isEmpty() && head.element.isEmpty();
-    const bool mayBeListed = isOfNode && !target.isNew && node.nodeType();
-    if (mayBeListed || !store(target, value.data)) return false;
-    value.data.clear();
+    const std::string_view text = value.text.substr(0, value.text.find('\0'));
+    if (text.size() > longestInPlace) return storeLongText(head, node, text);
+    const unsigned long room = (text.size() + words::size) / words::size * words::size;
+    const FoundInput target = reach(head, node, AttrType::String, room);
+    if (mayBeListed(head, node, target)) return false;
+    if (!target.input || target.input->type() != AttrType::String) return false;
+    target.input->assignText(text);
     return true;
+}
+
+// Where there may be no memory for the text, the input must not be made first.
+bool KvtParser::Statements::storeLongText(const Head& head, Node& node, std::string_view text) {
+    AttrData data = AttrData::ofText(text);
+    const PayloadGuard guard(*scene_, data);
+    const FoundInput target = reach(head, node, AttrType::String);
+    if (mayBeListed(head, node, target) || !store(target, data)) return false;
+    data.clear();
+    return true;
+}
+
+bool KvtParser::Statements::mayBeListed(const Head& head, const Node& node,
+                                        const FoundInput& target) {
+    const bool isOfNode = head.object.isEmpty() && head.element.isEmpty();
+    return isOfNode && !target.isNew && node.nodeType();
 }
 
 // Only parsers that nobody looks into.

@@ -56,6 +56,7 @@ class KvtParser::Statements {
     const Head* otherHead(Text& text, Head& other);
     const Head* headBehindComments(Text& text, Head& other);
     const Head* learnHead(Text& text, const char* from, Head& other);
+    static void nameIn(Scene& scene, Head& head);
     bool seeComments(Text& text);
     Spelling& newSpelling();
 
@@ -71,9 +72,13 @@ class KvtParser::Statements {
     bool assign(const Head& head, Value& value);
     static bool store(const FoundInput& target, const AttrData& data);
     bool storeText(const Head& head, Node& node, Value& value);
+    bool storeLongText(const Head& head, Node& node, std::string_view text);
+    static bool mayBeListed(const Head& head, const Node& node, const FoundInput& target);
     bool wait(const Head& head, Node& node, const Value& value);
-    FoundInput reach(const Head& head, Node& node, AttrType type) const;
-    FoundInput reachInput(const Head& head, Node& node, const Expected& expected) const;
+    static bool isRenamed(const Head& head, const Node& node);
+    FoundInput reach(const Head& head, Node& node, AttrType type, unsigned long textRoom = 0) const;
+    FoundInput reachFar(const Head& head, Node& node, const NewInput& input) const;
+    static FoundInput reachInput(const Head& head, Node& node, const NewInput& wanted);
     FoundInput reachElement(const Head& head, Input& array, AttrType type) const;
 
     KvtParser& parser_;
@@ -90,6 +95,8 @@ class KvtParser::Statements {
     std::unique_ptr<Value> value_;
     ds::Vector<std::string_view> comments_;
 
+    // Texts up to that length stand behind their inputs.
+    static constexpr unsigned long longestInPlace = 63;
     static constexpr unsigned long mostSpellings = 128;
     // The first leads to what stands first in a block.
     std::unique_ptr<Spelling[]> spellings_;

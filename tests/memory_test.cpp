@@ -396,8 +396,8 @@ TEST(SingleOperations, NeedNoMemoryToRefuseATakenName) {
 
 // All memory of the program and the library goes through the functions that fail.
 TEST(FailingMemory, ReachesEveryKindOfAllocation) {
-    const std::string document =
-        "t n: .x = \"text\"; .b = float[2] {1 2};\n# a comment " + std::string(500, '.');
+    const std::string document = "t n: .x = \"" + std::string(500, 't') +
+                                 "\"; .b = float[2] {1 2};\n# a comment " + std::string(500, '.');
     const String text{std::string_view(document)};
     Scene first;
     parseString(&first, text);  // what is made once for all is there now

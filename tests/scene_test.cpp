@@ -18,6 +18,10 @@
 #include <utility>
 #include <vector>
 
+#include "scene/namedlist.h"
+#include "scene/names.h"
+#include "scene/pool.h"
+
 namespace {
 
 using ko::DataType;
@@ -35,8 +39,11 @@ using ko::mirel_sdk::impl::Node;
 using ko::mirel_sdk::impl::NodeType;
 using ko::mirel_sdk::impl::Output;
 using ko::mirel_sdk::impl::parseString;
+using ko::mirel_sdk::impl::Pool;
 using ko::mirel_sdk::impl::Scene;
+using ko::mirel_sdk::impl::Symbol;
 using ko::mirel_sdk::interfaces::IScene;
+using NameTable = ko::mirel_sdk::impl::Names;
 using std::string_view_literals::operator""sv;
 
 // The characters, NULs included, as assertions compare and print them.
@@ -359,12 +366,17 @@ TEST(NodeInputTest, IsFoundByNameInConstNodesToo) {
     EXPECT_EQ(same.input(""), nullptr);
 }
 
+// A few names are told apart by the lowest bytes of their numbers first.
 TEST(NodeInputTest, NamesOfEqualMarksAreToldApart) {
-    std::vector<String> names;
-    for (unsigned long number = 0; names.size() < 9; ++number)
-        if (numbered("n", number).mark() == String("n0").mark())
-            names.push_back(numbered("n", number));
+    constexpr unsigned long apart = 256;
+    constexpr unsigned long most = 9;
     Scene scene;
+    Node& all = *scene.createNode("type", "all", "");
+    std::vector<String> names;
+    for (unsigned long number = 0; number < most * apart; ++number) {
+        all.createInput(numbered("n", number), AttrType::Int);
+        if (number % apart == 0) names.push_back(numbered("n", number));
+    }
     Node& node = *scene.createNode("type", "node", "");
     for (const String& name : names) {
         EXPECT_EQ(node.input(name), nullptr);
@@ -510,42 +522,59 @@ TEST(NodeOutputTest, DefinitionsHaveThemToo) {
 
 // --- lists of named things
 
-class Item {
-  public:
-    explicit Item(String name) : name_(std::move(name)) {}
-    const String& name() const { return name_; }
-
-  private:
-    String name_;
+struct Item {
+    Symbol name_;
 };
 
+// Of names whose lowest bytes come again.
 std::vector<Item> makeItems(unsigned long count) {
+    constexpr Symbol alike = 128;
     std::vector<Item> items;
     for (unsigned long i = 0; i < count; ++i)
-        items.emplace_back(numbered("item", i));
+        items.push_back({alike * static_cast<Symbol>(i + 1)});
     return items;
 }
 
+constexpr unsigned long expectedItems = 4;
+
 // Short lists are scanned and long ones are not; the results are the same.
 TEST(NamedListTest, FindsEveryItemWhateverTheLength) {
-    constexpr unsigned long longest = 20;
+    constexpr unsigned long longest = 200;
+    const RefersTo<NameTable> names(new NameTable);
+    Pool pool(nullptr, *names);
     std::vector<Item> items = makeItems(longest);
     NamedList<Item> list;
     for (unsigned long size = 0; size < longest; ++size) {
         SCOPED_TRACE(size);
         EXPECT_EQ(list.size(), size);
         for (unsigned long i = 0; i < longest; ++i)
-            EXPECT_EQ(list.find(items[i].name()), i < size ? &items[i] : nullptr);
-        list.add(&items[size]);
+            EXPECT_EQ(list.find(items[i].name_), i < size ? &items[i] : nullptr);
+        list.add(pool, &items[size], expectedItems);
+    }
+}
+
+TEST(NamedListTest, HasRoomForAsManyAsAreExpected) {
+    for (const unsigned long expected : {0UL, 1UL, 7UL, 8UL, 9UL, 64UL, 65UL}) {
+        SCOPED_TRACE(expected);
+        const RefersTo<NameTable> names(new NameTable);
+        Pool pool(nullptr, *names);
+        std::vector<Item> items = makeItems(70);
+        NamedList<Item> list;
+        for (Item& item : items)
+            list.add(pool, &item, expected);
+        for (Item& item : items)
+            EXPECT_EQ(list.find(item.name_), &item);
     }
 }
 
 TEST(NamedListTest, KeepsTheOrderOfAddition) {
     constexpr unsigned long count = 20;
+    const RefersTo<NameTable> names(new NameTable);
+    Pool pool(nullptr, *names);
     std::vector<Item> items = makeItems(count);
     NamedList<Item> list;
     for (unsigned long i = count; i-- > 0;)
-        list.add(&items[i]);
+        list.add(pool, &items[i], expectedItems);
     for (unsigned long i = 0; i < count; ++i)
         EXPECT_EQ(list[i], &items[count - 1 - i]);
 }
@@ -553,15 +582,45 @@ TEST(NamedListTest, KeepsTheOrderOfAddition) {
 TEST(NamedListTest, TakesItemsFromTheEndUntilNoneIsLeft) {
     for (const unsigned long count : {0UL, 1UL, 8UL, 9UL, 20UL}) {
         SCOPED_TRACE(count);
+        const RefersTo<NameTable> names(new NameTable);
+        Pool pool(nullptr, *names);
         std::vector<Item> items = makeItems(count);
         NamedList<Item> list;
         for (Item& item : items)
-            list.add(&item);
+            list.add(pool, &item, expectedItems);
         for (unsigned long i = count; i-- > 0;)
             EXPECT_EQ(list.takeLast(), &items[i]);
         EXPECT_EQ(list.takeLast(), nullptr);
         EXPECT_EQ(list.size(), 0U);
     }
+}
+
+// --- the names of a scene
+
+TEST(NamesTest, EachNameHasOneNumberAndStaysWhereItIs) {
+    constexpr unsigned long count = 1000;
+    const RefersTo<NameTable> names(new NameTable);
+    EXPECT_EQ(names->find("item0"), 0U);
+    std::vector<const String*> places;
+    for (unsigned long i = 0; i < count; ++i) {
+        const Symbol symbol = names->intern(numbered("item", i));
+        EXPECT_EQ(symbol, i + 1);
+        places.push_back(&(*names)[symbol]);
+    }
+    for (unsigned long i = 0; i < count; ++i) {
+        const String name = numbered("item", i);
+        EXPECT_EQ(names->intern(name), i + 1);
+        EXPECT_EQ(names->find(name), i + 1);
+        EXPECT_EQ(str(*places[i]), str(name));
+    }
+    EXPECT_EQ(names->find("item1000"), 0U);
+}
+
+TEST(NamesTest, TheEmptyNameIsNumberNone) {
+    const RefersTo<NameTable> names(new NameTable);
+    EXPECT_EQ(names->intern(""), 0U);
+    EXPECT_EQ(names->find(""), 0U);
+    EXPECT_EQ(str((*names)[0]), "");
 }
 
 // --- links: connections of inputs to outputs, references of inputs to nodes

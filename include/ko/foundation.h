@@ -195,15 +195,6 @@ class String {
     // to collide; equal texts have equal hashes within a process.
     unsigned long hash() const noexcept;
 
-    // A byte that equal texts have in common and others seldom; a document can choose it.
-    unsigned char mark() const noexcept {
-        std::uint64_t words[2];
-        std::memcpy(words, bytes_, sizeof words);
-        if (!isShort()) return static_cast<unsigned char>(hash());
-        constexpr std::uint64_t spread = 0x9E3779B97F4A7C15;
-        return static_cast<unsigned char>((words[0] ^ words[1]) * spread >> 56U);
-    }
-
     // printf-style formatting that does not depend on the locale. `%s` ends at a NUL and takes text
     // of any length.
     [[gnu::format(printf, 1, 2)]] static String format(const char* fmt, ...);

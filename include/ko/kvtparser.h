@@ -314,6 +314,8 @@ class KvtParser {
         explicit OutputName(const ds::Vector<Token>& path);
         StringVector parts() const;
         bool isNull() const;
+        // Whether `node` is the name of a node.
+        bool isOfNode() const { return !output.isEmpty(); }
 
         String node;
         String output;
@@ -323,6 +325,7 @@ class KvtParser {
         explicit NodeName(String name) : node(std::move(name)) {}
         explicit NodeName(const Token& reference);
         bool isNull() const { return node.isEmpty(); }
+        bool isOfNode() const { return !isNull(); }
 
         String node;
     };
@@ -373,7 +376,6 @@ class KvtParser {
     inline void carryOut(const Walk& walk, AssignInfo& info);
     [[noreturn]] void inputNotFound(const AssignInfo& info, const Node& node);
     Node& assignedNode(const AssignInfo& info);
-    FoundInput findOrCreate(Node& node, const String& name, const Expected& expected);
     Input* reachTarget(Walk& walk);
     static Expected expectedAt(const Walk& walk, unsigned long i);
     Input* takeStep(Walk& walk, unsigned long i);
@@ -399,7 +401,9 @@ class KvtParser {
     bool setAll(const Nodes& waiting);
     void tellUnset(const Nodes& waiting);
     bool setWhatIsThere(const Batch<NodeName>& batch);
-    Node* referredNode(const NodeName& name);
+    Node* nodeOf(const NodeName& name);
+    template <class Name>
+    void findNodes(const Batch<Name>& batch, Node** nodes);
 
     Lexer* lexer_ = nullptr;
     static constexpr unsigned lookahead = 3;
@@ -415,7 +419,6 @@ class KvtParser {
     bool isReading_ = false;
     ds::Vector<Scene*> heldScenes_;  // while a document is read: those whose nodes are known
     Node* withNode_ = nullptr;
-    unsigned long nextPosition_ = 0;  // behind the input that was assigned last
     unsigned long bufferBytes_ = 0;   // that buffers have asked for so far
     ds::Vector<Node*> definedNodes_;
 

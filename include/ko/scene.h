@@ -25,8 +25,10 @@
 namespace ko::mirel_sdk {
 
 namespace impl {
+class Ahead;
 class Enumeration;
 class Input;
+class Names;
 class Node;
 class NodeType;
 class Output;
@@ -189,102 +191,44 @@ struct NameHash {
     std::size_t operator()(const String& name) const noexcept { return name.hash(); }
 };
 
-// Finds things by their `name()`, in open addressing. Does not own them; equal names stand in it
-// once. A mark for each slot, a byte of the hash, says most of what there is to know: of a million
-// things the marks stay in the processor's caches, and a new name seldom waits for more.
+// A name of the inputs and outputs of a scene, as a number: equal names have equal ones. 0 is the
+// empty name.
+using Symbol = std::uint32_t;
+
+// Inputs or outputs of different names in the order in which they were added; does not own them. A
+// few are told apart by a byte of each symbol, many are found through an index.
 template <class T>
-class NameIndex {
-  public:
-    NameIndex() = default;
-    T* find(const String& name) const;
-    // Has memory fetch what `find` looks at first, the place of the name and those behind it; then
-    // the item that stands there.
-    void expect(const String& name) const;
-    void expectItem(const String& name) const;
-    void insert(T* item);  // throws std::bad_alloc and is then unchanged
-    // In two steps: where an item of a new name goes, none when the name is taken; then puts it
-    // there, before anything else changes. The first throws std::bad_alloc and leaves the items.
-    struct Place {
-        unsigned long at;
-        unsigned long hash;
-    };
-    std::optional<Place> freePlace(const String& name);
-    void insertAt(Place place, T* item) noexcept;
-    void erase(const String& name) noexcept;
-    unsigned long size() const { return size_; }
-
-  private:
-    // Of a hash its highest bits, since the lowest choose the slot; 0 where nothing stands.
-    struct Mark : ds::InBlock {
-        unsigned char bits = 0;
-    };
-    // Not initialised where there is no mark, nor where the newest item goes.
-    struct Slot : ds::InBlock {
-        T* item;
-        unsigned long hash;
-    };
-
-    explicit NameIndex(unsigned long slots);
-
-    static unsigned char markOf(unsigned long hash) {
-        return static_cast<unsigned char>(0x80U | hash >> 57U);
-    }
-    bool isTaken(unsigned long at) const { return marks_[at].bits != 0; }
-    unsigned long home(unsigned long hash) const { return hash & (marks_.size() - 1); }
-    unsigned long next(unsigned long at) const { return home(at + 1); }
-    // Where the item of that hash and name stands, or would stand.
-    unsigned long place(unsigned long hash, const String& name) const;
-    void put(unsigned long at, const Slot& slot);
-    bool isNewest(unsigned long at) const { return at == newestAt_; }
-    const Slot& slotAt(unsigned long at) const { return isNewest(at) ? newest_ : slots_[at]; }
-    void settle() noexcept;
-    void grow();
-
-    static constexpr unsigned long nowhere = ~0UL;
-
-    ds::Vector<Mark> marks_;  // none, or a power of two of them
-    std::unique_ptr<Slot[]> slots_;
-    unsigned long size_ = 0;
-    // What was inserted last gets into its slot when the next item comes: the slot is far away as a
-    // rule, and a processor that waits to write there soon has no room for other writes.
-    Slot newest_{};
-    unsigned long newestAt_ = nowhere;
-};
-
-// Things with unique names in the order in which they were added; does not own them. A few stand in
-// the list itself, each with a byte that its name yields, so that few names are compared; many are
-// found through an index.
-template <class T, unsigned long longestScan = 8>
 class NamedList {
   public:
-    T* find(const String& name) const;
-    inline void add(T* item);  // throws std::bad_alloc and is then unchanged
+    NamedList() = default;
+    NamedList(const NamedList&) = delete;
+    NamedList& operator=(const NamedList&) = delete;
+    ~NamedList();
+    T* find(Symbol name) const;
+    // Throws std::bad_alloc and is then unchanged. The first one makes room for `expected`.
+    void add(Pool& pool, T* item, unsigned long expected);
     unsigned long size() const { return size_; }
-    T* operator[](unsigned long i) const { return many_ ? many_->items[i] : few_[i]; }
-    // Has memory fetch the first item.
-    void expectFirst() const {
-        if (size_ > 0) __builtin_prefetch(few_[0]);
-    }
+    T* operator[](unsigned long i) const { return items_[i]; }
     // Takes the last item out of the list; null when it is empty. From then on the list can only be
     // taken apart.
     T* takeLast() noexcept;
 
   private:
-    struct Many {
-        std::vector<T*> items;
-        NameIndex<T> index;
+    class Index;
+    static constexpr unsigned long longestScan = sizeof(std::uint64_t);
 
-        void add(T* item);
+    bool isIndexed() const { return capacity_ > longestScan; }
+    void grow(Pool& pool, unsigned long capacity);
+    static T** room(Pool& pool, unsigned long capacity);
+    static void free(T** items, unsigned long capacity) noexcept;
+
+    T** items_ = nullptr;
+    std::uint32_t size_ = 0;
+    std::uint32_t capacity_ = 0;
+    union {
+        std::uint64_t marks_ = 0;  // of a few, the first lowest
+        Index* index_;             // of what has room for more
     };
-
-    static_assert(longestScan <= sizeof(std::uint64_t));
-
-    void addToMany(T* item);
-
-    unsigned long size_ = 0;
-    std::uint64_t marks_ = 0;  // of the few, the first lowest
-    T* few_[longestScan];
-    std::unique_ptr<Many> many_;  // all of them, once there are too many to scan
 };
 
 // The values that a String input may take.
@@ -398,26 +342,35 @@ struct FoundInput {
     bool isNew = false;
 };
 
+// An input that is looked for, or made.
+struct NewInput {
+    Symbol name;
+    AttrType type;
+    std::uint32_t elementType = 0;  // of an array or buffer
+    unsigned long textRoom = 0;     // bytes for a text in place, its NUL included
+};
+
 // A typed place on a node, in an object or in an array: holds a value, a node reference and a
 // connection side by side.
-class Input final : public interfaces::IInput, public interfaces::IInputContainer {
+class Input final : public interfaces::IInput {
   public:
     Input(const Input&) = delete;
     Input& operator=(const Input&) = delete;
 
     // Empty for the elements of an array.
-    const String& name() const { return name_; }
+    const String& name() const;
     // The place among the inputs of the node, object or array that holds this one.
     unsigned long position() const { return position_; }
-    // The node that owns this input; null once that node was destroyed.
-    Node* owner() const { return node_; }
+    // The node that owns this input; null once that node was destroyed. Asks one input above after
+    // the other.
+    Node* owner() const;
     // The object or array that holds this input; null at node level.
-    Input* parent() const { return parent_; }
+    Input* parent() const { return owner_.input(); }
 
-    AttrType type() const override { return type_; }
+    AttrType type() const override { return static_cast<AttrType>(type_); }
     String typeName() const override;
     String fullName() const override;
-    bool isBuffer(bool /*reserved*/ = false) const override { return type_ == AttrType::Buffer; }
+    bool isBuffer(bool /*reserved*/ = false) const override { return type() == AttrType::Buffer; }
     const Enumeration* enumeration() const override;
     AttrType arrayType() const override {
         return isArray() ? static_cast<AttrType>(elementType_) : AttrType::Null;
@@ -426,16 +379,18 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
         return isBuffer() ? static_cast<DataType>(elementType_) : DataType::Null;
     }
     void appendElement() override { appendElements(1); }
-    bool isArray(bool /*reserved*/ = false) const override { return type_ == AttrType::Array; }
-    bool isObject(bool /*reserved*/ = false) const override { return type_ == AttrType::Object; }
+    bool isArray(bool /*reserved*/ = false) const override { return type() == AttrType::Array; }
+    bool isObject(bool /*reserved*/ = false) const override { return type() == AttrType::Object; }
+    // Throws std::bad_alloc. Lives as long as the input.
     interfaces::IInputContainer* container() override;
 
-    Input* createInput(const String& name, AttrType type) override;
-    Input* createArray(const String& name, AttrType elementType) override;
-    bool hasInput(const String& name, AttrType type) const override;
-    unsigned long inputCount() const override;
-    Input* inputAt(unsigned long i) override;
-    Input* input(const String& name) override;
+    // As the operations of interfaces::IInputContainer.
+    Input* createInput(const String& name, AttrType type);
+    Input* createArray(const String& name, AttrType elementType);
+    bool hasInput(const String& name, AttrType type) const;
+    unsigned long inputCount() const;
+    Input* inputAt(unsigned long i);
+    Input* input(const String& name);
     const Input* input(const String& name) const;
     FoundInput findOrCreate(const String& name, AttrType type, AttrType elementType);
     // The child or element at `i`; null past the end, and for an element that nothing has touched:
@@ -501,32 +456,55 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
     void release() noexcept override;
 
   private:
+    friend class KvtParser;
+    friend class NamedList<Input>;
     friend class Node;
     friend class Pool;
-    struct Elements;
+    class Container;
+    class Children;
+    class Elements;
     struct Links;
     template <class Target>
     struct Link;
 
-    // One word of the value; which member is alive follows from the type.
+    // What holds an input: a node, or the object or array above, whose address is then an odd
+    // number.
+    class Owner {
+      public:
+        Owner() = default;
+        explicit Owner(Node* node) : bits_(reinterpret_cast<std::uintptr_t>(node)) {}
+        explicit Owner(Input* input) : bits_(reinterpret_cast<std::uintptr_t>(input) | 1U) {}
+        bool isNone() const { return bits_ == 0; }
+        Node* node() const { return bits_ & 1U ? nullptr : reinterpret_cast<Node*>(bits_); }
+        Input* input() const { return bits_ & 1U ? reinterpret_cast<Input*>(bits_ - 1) : nullptr; }
+
+      private:
+        std::uintptr_t bits_ = 0;
+    };
+    // One word of the value; which member is alive follows from the type, unless there are links:
+    // the value then stands with them.
     union Value {
         std::uint64_t word;  // Bool, Int, UInt
         double real;
         char* text;
         void* buffer;
-        NamedList<Input>* children;  // of an object; null while it has none
-        Elements* elements;          // of an array; null while it has none
+        Children* children;  // of an object, or what may become one; null while nobody asked
+        Elements* elements;  // of an array; null while it has none
+        Links* links;
     };
     // What the value of a longer type has besides stands right behind the input: the components of
     // vectors and matrices, and these.
     struct TextSize {
-        unsigned long length;
+        std::uint64_t length : 56;
+        std::uint64_t room : 8;  // bytes behind this, for a short text and its NUL
     };
+    static constexpr std::uint64_t longestText = ~std::uint64_t(0) >> 8;
     struct BufferSize {
         unsigned long count;
         unsigned long bytes;
     };
-    static unsigned long sizeBehind(AttrType type);
+    unsigned long sizeBehind() const;
+    char* textBehind() { return behind<char>() + sizeof(TextSize); }
     template <class T>
     T* behind() {
         return reinterpret_cast<T*>(this + 1);
@@ -536,29 +514,47 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
         return reinterpret_cast<const T*>(this + 1);
     }
 
-    // A new input at the end of `list`, in the memory of the node's scene, with one reference, its
-    // holder's. Throws std::bad_alloc.
-    [[gnu::always_inline]] static inline Input* addTo(NamedList<Input>& list, Node* node,
-                                                      Input* parent, const String& name,
-                                                      AttrType type, std::uint32_t elementType);
-    static inline Input* make(Node* node, Input* parent, unsigned long position, const String& name,
-                              AttrType type, std::uint32_t elementType);
-    inline Input(Node* node, Input* parent, unsigned long position, const String& name,
-                 AttrType type, std::uint32_t elementType);
+    // An input as it is to be made.
+    struct Made {
+        Owner owner;
+        Symbol name;
+        AttrType type;
+        std::uint32_t elementType;
+        unsigned long textRoom = 0;
+        unsigned long position = 0;
+    };
+    // A new input at the end of `list`, with one reference, its holder's. Throws std::bad_alloc.
+    [[gnu::always_inline]] static inline Input* addTo(NamedList<Input>& list, Pool& pool, Made made,
+                                                      unsigned long expected);
+    [[gnu::always_inline]] static inline Input* make(Pool& pool, const Made& made);
+    inline Input(std::uint32_t place, const Made& made);
     ~Input();
 
+    Value& word();
+    const Value& word() const;
+    Children* children() const;
+    Elements* elements() const;
+    template <class Kept>
+    Kept& need(Kept*& container);
+    bool canHoldChildren() const;
+    FoundInput findOrCreate(const NewInput& wanted);
     Input* addChild(const String& name, AttrType type, std::uint32_t elementType);
+    Input* addChild(const NewInput& wanted);
     Input* childAt(unsigned long i) const;
     Input* touch(unsigned long i);
     void growBy(unsigned long more);
     Input* nextSibling() const;
     Input* firstTouched(unsigned long from) const;
     void assignText(const AttrData& data) noexcept;
+    // A copy of the text, which has no NUL. Throws std::bad_alloc.
+    void assignText(std::string_view text);
+    void freeText() noexcept;
     bool assignBuffer(const AttrData& data) noexcept;
     void freeValue() noexcept;
     void expect(AttrType wanted) const;
     [[noreturn]] void throwMismatch(const char* expected) const;
 
+    Links* links() const { return hasLinks_ ? word_.links : nullptr; }
     void makeLinks(const Node& target);
     template <class Target>
     void attach(Link<Target> Links::*link, Target& target);
@@ -574,15 +570,14 @@ class Input final : public interfaces::IInput, public interfaces::IInputContaine
     void leaveNode() noexcept;
 
     std::atomic<std::uint32_t> references_{1};
-    std::uint32_t poolOffset_ = 0;
+    std::uint32_t place_ : 18;       // in the pool
+    std::uint32_t type_ : 5;         // an AttrType
+    std::uint32_t elementType_ : 6;  // an array's AttrType or a buffer's DataType
+    std::uint32_t hasLinks_ : 1;
     std::uint32_t position_;
-    AttrType type_ : 8;
-    std::uint16_t elementType_;  // an array's AttrType or a buffer's DataType
-    String name_;
-    Node* node_;
-    Input* parent_;
-    Value value_;
-    Links* links_ = nullptr;  // from the first connection or reference on
+    Symbol name_;
+    Owner owner_;
+    Value word_;
 };
 
 // The inputs that are attached to one output or node, in the order in which they were.
@@ -593,9 +588,6 @@ struct InputChain {
 
     Input* first = nullptr;
     Input** end = &first;  // where the next one is written
-
-    // Has memory fetch that place.
-    void expectNext() const { __builtin_prefetch(end, 1); }
 };
 
 // How to walk the inputs that are attached to one output or node. Where the input at hand and the
@@ -620,12 +612,10 @@ class Output {
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
 
-    const String& name() const { return name_; }
+    const String& name() const;
     Node* node() const { return node_; }
     // "node.output", cut like the full name of an input.
     String fullName() const;
-    // Says that an input is about to be connected.
-    void expectConnection() const { attached_.expectNext(); }
     // The inputs that take their value from here, in the order in which they were connected. They
     // may be disconnected while they are walked.
     using ConnectedInputs = AttachedInputs<Output, &Input::connection, &Input::nextConnected>;
@@ -634,16 +624,20 @@ class Output {
     }
 
   private:
+    friend class Ahead;
     friend class Input;
+    friend class NamedList<Output>;
     friend class Node;
     friend class Pool;
-    Output(Node* node, String name) : node_(node), name_(std::move(name)) {}
+    friend class Scene;
+    Output(std::uint32_t place, Node* node, Symbol name)
+        : node_(node), name_(name), place_(place) {}
     ~Output() = default;
 
     Node* node_;
-    String name_;
+    Symbol name_;
+    std::uint32_t place_;  // in the pool
     InputChain attached_;
-    std::uint32_t poolOffset_ = 0;
 };
 
 class Node {
@@ -652,21 +646,21 @@ class Node {
     Node& operator=(const Node&) = delete;
 
     const String& name() const { return name_; }
-    const String& type() const { return type_; }
-    const String& label() const { return label_; }
+    const String& type() const { return kind_->type; }
+    const String& label() const { return kind_->label; }
     bool isDefinition() const { return isDefinition_; }
     // True from `Scene::removeNode` on.
     bool isRemoved() const { return isRemoved_; }
-    Scene& scene() const { return scene_; }
+    Scene& scene() const { return *kind_->scene; }
     // What was registered for this node's type when the node was made, or null.
-    const NodeType* nodeType() const { return nodeType_; }
+    const NodeType* nodeType() const { return kind_->registered; }
     // The next node in order of creation; null from `Scene::removeNode` on.
     Node* next() const { return isRemoved_ ? nullptr : next_; }
 
     // As the operations of interfaces::IInputContainer.
     bool hasInput(const String& name, AttrType type) const;
-    Input* input(const String& name) { return inputs_.find(name); }
-    const Input* input(const String& name) const { return inputs_.find(name); }
+    Input* input(const String& name);
+    const Input* input(const String& name) const;
     Input* createInput(const String& name, AttrType type);
     Input* createArray(const String& name, AttrType elementType);
     // The input `name`, made with that type if it is not there: with an array's element type for an
@@ -679,18 +673,12 @@ class Node {
     // The output `name`. A node without a registered type gets one when it is asked for it; null
     // when the name is empty, or unknown to the registered type.
     Output* output(const String& name);
-    // Says that an output is about to be looked up.
-    void expectOutput() const { outputs_.expectFirst(); }
     // The output `name` if it is there already, or null.
-    Output* findOutput(const String& name) { return outputs_.find(name); }
-    const Output* findOutput(const String& name) const { return outputs_.find(name); }
-    unsigned long outputCount() const { return outputs_.size(); }
-    Output* outputAt(unsigned long i) { return i < outputCount() ? outputs_[i] : nullptr; }
-    const Output* outputAt(unsigned long i) const {
-        return i < outputCount() ? outputs_[i] : nullptr;
-    }
-    // Says that an input is about to refer to this node.
-    void expectReference() const { attached_.expectNext(); }
+    Output* findOutput(const String& name);
+    const Output* findOutput(const String& name) const;
+    unsigned long outputCount() const;
+    Output* outputAt(unsigned long i);
+    const Output* outputAt(unsigned long i) const;
     // The inputs that refer to this node, in the order in which they were given it. They may be
     // given another while they are walked.
     using ReferringInputs = AttachedInputs<Node, &Input::nodeReference, &Input::nextReferring>;
@@ -699,34 +687,63 @@ class Node {
     }
 
   private:
+    friend class Ahead;
     friend class Input;
+    friend class KvtParser;
+    friend class Output;
     friend class Pool;
     friend class Scene;
-    Node(Scene& scene, String type, String name, String label);
+
+    // What nodes have in common; one for all of a type, and for each that has a label.
+    struct Kind {
+        const String& name() const { return type; }
+        // The next node is likely to get as many inputs as the one before it.
+        void expect() {
+            constexpr unsigned long most = 64;
+            const unsigned long before = newest ? newest->inputCount() : 0;
+            if (before > 0) expectedInputs = std::min(before, most);
+        }
+
+        String type;
+        String label;
+        Scene* scene = nullptr;
+        Pool* pool = nullptr;  // of the scene
+        const NodeType* registered = nullptr;
+        unsigned long users = 0;  // nodes
+        Node* newest = nullptr;   // of them, if it is there
+        unsigned long expectedInputs = 4;
+    };
+
+    Node(std::uint32_t place, Kind& kind, const String& name);
     ~Node();
 
+    Pool& pool() const { return *kind_->pool; }
+    Names& names() const;
+    [[gnu::always_inline]] inline FoundInput findOrCreate(const NewInput& wanted);
     Input* add(const String& name, AttrType type, std::uint32_t elementType);
-    Output* addOutput(const String& name);
+    [[gnu::always_inline]] inline Input* add(const NewInput& wanted);
+    Output* findOutput(Symbol name);
+    // As the public one.
+    Output* output(Symbol name);
+    Output* addOutput(Symbol name);
     void addDeclared(const NodeType& type);
     // Cuts every connection and reference from and to this node.
     void cut() noexcept;
 
     // What connecting looks at stands together.
     String name_;
+    Output firstOutput_;  // without a name while there is none
     InputChain attached_;
-    NamedList<Output, 2> outputs_;
-    const NodeType* nodeType_ = nullptr;
-    Scene& scene_;
-    bool isDefinition_ = false;
-    bool isRemoved_ = false;
-    std::uint32_t poolOffset_ = 0;
-    String type_;
-    String label_;
+    std::unique_ptr<NamedList<Output>> moreOutputs_;
+    Kind* kind_;
     NamedList<Input> inputs_;
     // In order of creation. For a removed node: the one that stood before it, from where walks go
     // on, and the node that was removed before.
     Node* previous_ = nullptr;
     Node* next_ = nullptr;
+    std::uint32_t place_ : 18;  // in the pool
+    bool isDefinition_ : 1;
+    bool isRemoved_ : 1;
 };
 
 // One input of a node type.
@@ -807,10 +824,6 @@ class Scene : public interfaces::IScene {
     Node* createNode(String type, String name, String label) override;
     Node* defineNode(String name) override;
     void removeNode(const String& name) override;
-    // Says that `name` is about to be looked up, so that memory is on its way meanwhile: what leads
-    // to the node; with a second call, some time later, the node.
-    void expectNode(const String& name) const { index_.expect(name); }
-    void expectFoundNode(const String& name) const { index_.expectItem(name); }
 
     unsigned long fileVersion() const { return fileVersion_; }
     const String& fileTime() const { return fileTime_; }
@@ -826,7 +839,7 @@ class Scene : public interfaces::IScene {
         Node* goOn(const Node* /*at*/, Node* next) const { return scene->firstRemainingFrom(next); }
     };
     Chain<Node, NodesInOrder> nodes() const { return Chain<Node, NodesInOrder>({this}); }
-    unsigned long nodeCount() const { return index_.size(); }
+    unsigned long nodeCount() const { return nodeCount_; }
     // Destroys the removed nodes, after cutting what was connected to them since; while a document
     // is read into the scene, when that ends. Not in a walk whose next node or input would be among
     // them.
@@ -852,6 +865,7 @@ class Scene : public interfaces::IScene {
     void setBufferTotalLimit(unsigned long bytes) { bufferTotalLimit_ = bytes; }
 
   private:
+    friend class Ahead;
     friend class Input;
     friend class KvtParser;
     friend class Node;
@@ -860,23 +874,32 @@ class Scene : public interfaces::IScene {
     void beginReading() noexcept { ++readings_; }
     void endReading() noexcept;
 
+    struct Store;
+
+    Node::Kind& kindOf(const String& type);
+    std::unique_ptr<Node::Kind> newKind(const String& type, String label);
+    void forgetKind(Node::Kind& kind) noexcept;
+    Node* makeNode(Node::Kind& kind, const String& name);
+    // The node `name`, whose hash is known; made with that type if it is not there. Neither name is
+    // empty.
+    Node* findOrCreateNode(const String& type, const String& name, unsigned long hash);
+    void enlist(Node& node) noexcept;
+    void destroy(Node* node, Node::Kind& kind) noexcept;
     void enter(const NodeType* registered);
     void unlink(Node& node) noexcept;
     // The node, or if it was removed the one that came after it; null when there is none.
     Node* firstRemainingFrom(Node* node) const;
 
-    std::unique_ptr<Pool> pool_;
     unsigned long fileVersion_ = KVX_FILE_VERSION_1;
     String fileTime_;
     std::vector<String> comments_;
-    NameIndex<Node> index_;
+    const std::unique_ptr<Store> store_;
+    unsigned long nodeCount_ = 0;
     Node* firstNode_ = nullptr;
     Node* lastNode_ = nullptr;
     Node* firstRemoved_ = nullptr;
-    unsigned long readings_ = 0;                          // that go on
-    bool isPurgeDue_ = false;                             // when the last of them ends
-    std::vector<std::unique_ptr<const NodeType>> types_;  // replaced ones too: nodes refer to them
-    NameIndex<const NodeType> typeIndex_;
+    unsigned long readings_ = 0;  // that go on
+    bool isPurgeDue_ = false;     // when the last of them ends
     unsigned long elementCount_ = 0;
     unsigned long elementLimit_ = defaultElementLimit;
     unsigned long bufferLimit_ = noBufferLimit;
@@ -891,177 +914,6 @@ String updateOutputName(const String& nodeType, const String& name);
 void registerInputRename(const String& nodeType, const String& old, const String& current);
 void registerOutputRename(const String& nodeType, const String& old, const String& current);
 void clearRenames();
-
-template <class T>
-NameIndex<T>::NameIndex(unsigned long slots)
-    : marks_(ds::Vector<Mark>::ofSize(slots)), slots_(new Slot[slots]) {}
-
-template <class T>
-unsigned long NameIndex<T>::place(unsigned long hash, const String& name) const {
-    unsigned long at = home(hash);
-    const auto isOther = [&] {
-        if (marks_[at].bits != markOf(hash)) return true;
-        const Slot& slot = slotAt(at);
-        return slot.hash != hash || slot.item->name() != name;
-    };
-    while (isTaken(at) && isOther())
-        at = next(at);
-    return at;
-}
-
-template <class T>
-T* NameIndex<T>::find(const String& name) const {
-    if (size_ == 0) return nullptr;
-    const unsigned long at = place(name.hash(), name);
-    return isTaken(at) ? slotAt(at).item : nullptr;
-}
-
-template <class T>
-void NameIndex<T>::expect(const String& name) const {
-    if (size_ == 0) return;
-    const unsigned long at = home(name.hash());
-    __builtin_prefetch(&marks_[at]);
-    // Some items had to step aside, few of them further than that.
-    constexpr unsigned long farthest = 3;
-    __builtin_prefetch(&slots_[at], 1);
-    __builtin_prefetch(&slots_[(at + farthest) & (marks_.size() - 1)], 1);
-}
-
-template <class T>
-void NameIndex<T>::expectItem(const String& name) const {
-    if (size_ == 0) return;
-    const unsigned long hash = name.hash();
-    unsigned long at = home(hash);
-    while (isTaken(at) && marks_[at].bits != markOf(hash))
-        at = next(at);
-    if (!isTaken(at)) return;
-    const T* const item = slotAt(at).item;
-    __builtin_prefetch(item);
-    __builtin_prefetch(reinterpret_cast<const char*>(item) + 64);
-}
-
-template <class T>
-void NameIndex<T>::insert(T* item) {
-    if (const std::optional<Place> free = freePlace(item->name())) insertAt(*free, item);
-}
-
-template <class T>
-std::optional<typename NameIndex<T>::Place> NameIndex<T>::freePlace(const String& name) {
-    if (marks_.isEmpty()) grow();
-    const unsigned long hash = name.hash();
-    unsigned long at = place(hash, name);
-    if (isTaken(at)) return std::nullopt;
-    if (4 * (size_ + 1) > 3 * marks_.size()) {
-        grow();
-        at = place(hash, name);
-    }
-    return Place{at, hash};
-}
-
-template <class T>
-void NameIndex<T>::insertAt(Place place, T* item) noexcept {
-    settle();
-    marks_[place.at].bits = markOf(place.hash);
-    newest_.item = item;
-    newest_.hash = place.hash;
-    newestAt_ = place.at;
-    __builtin_prefetch(&slots_[place.at], 1);
-    ++size_;
-}
-
-template <class T>
-void NameIndex<T>::put(unsigned long at, const Slot& slot) {
-    marks_[at].bits = markOf(slot.hash);
-    slots_[at] = slot;
-}
-
-template <class T>
-void NameIndex<T>::settle() noexcept {
-    if (newestAt_ == nowhere) return;
-    slots_[newestAt_] = newest_;
-    newestAt_ = nowhere;
-}
-
-template <class T>
-void NameIndex<T>::grow() {
-    constexpr unsigned long smallest = 16;
-    settle();
-    NameIndex grown(marks_.isEmpty() ? smallest : 2 * marks_.size());
-    for (unsigned long i = 0; i < marks_.size(); ++i) {
-        if (!isTaken(i)) continue;
-        unsigned long at = grown.home(slots_[i].hash);
-        while (grown.isTaken(at))
-            at = grown.next(at);
-        grown.put(at, slots_[i]);
-    }
-    marks_ = std::move(grown.marks_);
-    slots_ = std::move(grown.slots_);
-}
-
-// Closes the gap by moving those back that had to step over it.
-template <class T>
-void NameIndex<T>::erase(const String& name) noexcept {
-    if (size_ == 0) return;
-    settle();
-    unsigned long gap = place(name.hash(), name);
-    if (!isTaken(gap)) return;
-    --size_;
-    for (unsigned long at = next(gap); isTaken(at); at = next(at)) {
-        const unsigned long mask = marks_.size() - 1;
-        const unsigned long stepsFromHome = (at - slots_[at].hash) & mask;
-        if (stepsFromHome < ((at - gap) & mask)) continue;
-        put(gap, slots_[at]);
-        gap = at;
-    }
-    marks_[gap] = Mark();
-}
-
-template <class T, unsigned long longestScan>
-T* NamedList<T, longestScan>::find(const String& name) const {
-    if (many_) return many_->index.find(name);
-    constexpr std::uint64_t everyByte = 0x0101010101010101;
-    const std::uint64_t differences = marks_ ^ everyByte * name.mark();
-    // The highest bit of each byte that is zero, and maybe of some above it.
-    std::uint64_t same = (differences - everyByte) & ~differences & everyByte << 7U;
-    for (; same != 0; same &= same - 1) {
-        const auto i = static_cast<unsigned long>(__builtin_ctzll(same)) / 8;
-        if (i >= size_) return nullptr;
-        if (few_[i]->name() == name) return few_[i];
-    }
-    return nullptr;
-}
-
-template <class T, unsigned long longestScan>
-void NamedList<T, longestScan>::add(T* item) {
-    if (size_ >= longestScan) return addToMany(item);
-    few_[size_] = item;
-    marks_ |= std::uint64_t(item->name().mark()) << 8 * size_;
-    ++size_;
-}
-
-template <class T, unsigned long longestScan>
-void NamedList<T, longestScan>::addToMany(T* item) {
-    if (!many_) {
-        auto many = std::make_unique<Many>();
-        for (T* const each : few_)
-            many->add(each);
-        many_ = std::move(many);
-    }
-    many_->add(item);
-    ++size_;
-}
-
-template <class T, unsigned long longestScan>
-void NamedList<T, longestScan>::Many::add(T* item) {
-    const auto place = index.freePlace(item->name());
-    items.push_back(item);
-    if (place) index.insertAt(*place, item);
-}
-
-template <class T, unsigned long longestScan>
-T* NamedList<T, longestScan>::takeLast() noexcept {
-    return size_ == 0 ? nullptr : (*this)[--size_];
-}
 
 template <class T>
 const T* BufferView::as() const {

@@ -9,8 +9,10 @@
 
 #include <ko/scene.h>
 
-#include "pool.h"
+#include "making.h"
+#include "namedlist.h"
 #include "shownname.h"
+#include "store.h"
 
 namespace ko::mirel_sdk::impl {
 
@@ -18,31 +20,7 @@ namespace ko::mirel_sdk::impl {
 
 namespace {
 
-constexpr std::uint32_t codeOf(AttrType type) { return static_cast<std::uint32_t>(type); }
-
-// As an input keeps them: a code that is none stays one that is none.
-constexpr AttrType keptType(AttrType type) {
-    return codeOf(type) < attrTypeCount ? type : static_cast<AttrType>(0xFF);
-}
-constexpr std::uint16_t keptElementType(std::uint32_t code) {
-    constexpr std::uint32_t most = std::numeric_limits<std::uint16_t>::max();
-    return static_cast<std::uint16_t>(std::min(code, most));
-}
-
 bool isMatrix(AttrType type) { return type == AttrType::Mat3 || type == AttrType::Mat4; }
-
-// Of vectors, whatever the type uses of them.
-constexpr unsigned long vectorSize = 4 * sizeof(double);
-
-// What stands behind an input is a vector as a rule: of that size a copy is a few moves and no
-// call.
-void copyBehind(void* to, const void* from, unsigned long bytes) {
-    if (bytes == vectorSize) {
-        std::memcpy(to, from, vectorSize);
-    } else if (bytes > 0) {
-        std::memcpy(to, from, bytes);
-    }
-}
 
 // Places that can be told apart.
 constexpr unsigned long mostInputs = std::numeric_limits<std::uint32_t>::max();
@@ -75,7 +53,50 @@ class ElementSlot {
 
 }  // namespace
 
-struct Input::Elements {
+// The container side of what holds inputs. From the pool as a rule; of place 0 where the input has
+// outlived its node, and maybe the pool.
+class Input::Container : public interfaces::IInputContainer {
+  public:
+    Container(const Container&) = delete;
+    Container& operator=(const Container&) = delete;
+
+    Input* createInput(const String& name, AttrType type) override {
+        return input_.createInput(name, type);
+    }
+    Input* createArray(const String& name, AttrType elementType) override {
+        return input_.createArray(name, elementType);
+    }
+    bool hasInput(const String& name, AttrType type) const override {
+        return input_.hasInput(name, type);
+    }
+    unsigned long inputCount() const override { return input_.inputCount(); }
+    Input* inputAt(unsigned long i) override { return input_.inputAt(i); }
+    Input* input(const String& name) override { return input_.input(name); }
+
+    bool isInPool() const { return place_ != 0; }
+
+  protected:
+    Container(std::uint32_t place, Input& input) : input_(input), place_(place) {}
+    ~Container() = default;
+
+  private:
+    friend class Pool;
+
+    Input& input_;
+    const std::uint32_t place_;
+};
+
+class Input::Children final : public Container {
+  public:
+    Children(std::uint32_t place, Input& input) : Container(place, input) {}
+
+    NamedList<Input> list;
+};
+
+class Input::Elements final : public Container {
+  public:
+    Elements(std::uint32_t place, Input& input) : Container(place, input) {}
+
     std::vector<ElementSlot> slots;
     // Elements before this one have been declared as far as they can be.
     unsigned long declared = 0;
@@ -91,58 +112,21 @@ struct Input::Link {
 
 // Kept apart, since most inputs have none.
 struct Input::Links {
+    Links(std::uint32_t place, Value itsValue) : value(itsValue), place_(place) {}
+
     Link<Output> connection;
     Link<Node> reference;
-    std::uint32_t poolOffset_ = 0;
+    Value value;  // of the input
+    std::uint32_t place_;
 };
 
-unsigned long Input::sizeBehind(AttrType type) {
-    switch (type) {
-        case AttrType::Vec2:
-        case AttrType::Vec3:
-        case AttrType::Vec4:
-        case AttrType::Pos2:
-        case AttrType::Pos3:
-        case AttrType::Quat:
-        case AttrType::Rgba: return vectorSize;
-        case AttrType::Mat3: return 9 * sizeof(double);
-        case AttrType::Mat4: return 16 * sizeof(double);
-        case AttrType::String: return sizeof(TextSize);
-        case AttrType::Buffer: return sizeof(BufferSize);
-        default: return 0;
-    }
-}
+// --- Made and destroyed -------------------------------------------------------------------------
 
-inline Input::Input(Node* node, Input* parent, unsigned long position, const String& name,
-                    AttrType type, std::uint32_t elementType)
-    : position_(static_cast<std::uint32_t>(position)),
-      type_(keptType(type)),
-      elementType_(keptElementType(elementType)),
-      name_(name),
-      node_(node),
-      parent_(parent),
-      value_{} {
-    copyBehind(behind<char>(), AttrData::defaultComponents(type), sizeBehind(type));
-}
-
-inline Input* Input::make(Node* node, Input* parent, unsigned long position, const String& name,
-                          AttrType type, std::uint32_t elementType) {
-    Pool& pool = *node->scene().pool_;
-    return pool.makeLonger<Input>(sizeBehind(type), node, parent, position, name, type,
-                                  elementType);
-}
-
-inline Input* Input::addTo(NamedList<Input>& list, Node* node, Input* parent, const String& name,
-                           AttrType type, std::uint32_t elementType) {
-    if (list.size() == mostInputs) throw std::bad_alloc();
-    Input* const input = make(node, parent, list.size(), name, type, elementType);
-    try {
-        list.add(input);
-    } catch (...) {
-        input->release();
-        throw;
-    }
-    return input;
+unsigned long Input::sizeBehind() const {
+    static_assert(sizeof(TextSize) == sizeof(std::uint64_t));
+    static_assert(sizeof(BufferSize) == 2 * sizeof(unsigned long));
+    const unsigned long size = sizesBehind.of[type_];
+    return type() == AttrType::String ? size + behind<TextSize>()->room : size;
 }
 
 Input::~Input() {
@@ -151,49 +135,103 @@ Input::~Input() {
 }
 
 void Input::freeValue() noexcept {
-    if (type_ == AttrType::String) std::free(value_.text);
-    if (type_ == AttrType::Buffer) std::free(value_.buffer);
+    const auto end = [](auto* container) {
+        if (!container) return;
+        if (container->isInPool()) {
+            Pool::destroy(container);
+        } else {
+            delete container;
+        }
+    };
+    switch (type()) {
+        case AttrType::String: freeText(); break;
+        case AttrType::Buffer: std::free(word().buffer); break;
+        case AttrType::Array: end(elements()); break;
+        default: end(children());
+    }
 }
 
 void Input::retain() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
 
 void Input::release() noexcept {
     if (references_.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-    Pool::destroy(this, sizeBehind(type_));
+    Pool::destroy(this, sizeBehind());
 }
 
 // --- What it is ---------------------------------------------------------------------------------
 
-String Input::typeName() const { return {attrTypeName(type_)}; }
+const String& Input::name() const { return Pool::namesOf(*this)[name_]; }
+
+Node* Input::owner() const {
+    const Input* highest = this;
+    while (const Input* const above = highest->parent())
+        highest = above;
+    return highest->owner_.node();
+}
+
+String Input::typeName() const { return {attrTypeName(type())}; }
 
 String Input::fullName() const {
     std::vector<const Input*> steps;
-    for (const Input* at = this; at; at = at->parent_)
+    for (const Input* at = this; at; at = at->parent())
         steps.push_back(at);
     ShownName path;
-    if (node_) path.append(node_->name().view());
+    if (const Node* const node = steps.back()->owner_.node()) path.append(node->name().view());
     std::for_each(steps.rbegin(), steps.rend(), [&path](const Input* step) {
-        if (step->parent_ && step->parent_->isArray()) {
+        if (step->parent() && step->parent()->isArray()) {
             path.append('[' + std::to_string(step->position_) + ']');
         } else {
             path.append(".");
-            path.append(step->name_.view());
+            path.append(step->name().view());
         }
     });
     return path.text();
 }
 
 const Enumeration* Input::enumeration() const {
-    if (parent_ || !node_ || !node_->nodeType()) return nullptr;
-    const InputDeclaration* const declaration = node_->nodeType()->findInput(name_);
+    const Node* const node = owner_.node();
+    if (!node || !node->nodeType()) return nullptr;
+    const InputDeclaration* const declaration = node->nodeType()->findInput(name());
     return declaration ? &declaration->enumeration : nullptr;
+}
+
+// --- The value's word ---------------------------------------------------------------------------
+
+Input::Value& Input::word() { return hasLinks_ ? word_.links->value : word_; }
+const Input::Value& Input::word() const { return hasLinks_ ? word_.links->value : word_; }
+
+// What may become an object may have been asked for its container side.
+Input::Children* Input::children() const {
+    const bool mayHave = isObject() || type() == AttrType::Null || type() == AttrType::Node;
+    return mayHave ? word().children : nullptr;
+}
+
+Input::Elements* Input::elements() const { return isArray() ? word().elements : nullptr; }
+
+template <class Kept>
+Kept& Input::need(Kept*& container) {
+    if (!container) {
+        container = owner_.isNone() ? new Kept(0, *this) : Pool::of(*this).make<Kept>(*this);
+    }
+    return *container;
 }
 
 // --- Children and elements ----------------------------------------------------------------------
 
+namespace {
+
+std::uint32_t elementTypeOf(AttrType type, AttrType elementType) {
+    return type == AttrType::Array ? codeOf(elementType) : 0;
+}
+
+bool isInputName(const String& name) { return !name.isEmpty() && name[0] != '['; }
+
+}  // namespace
+
 interfaces::IInputContainer* Input::container() {
-    const bool canHold = isObject() || isArray() || type_ == AttrType::Null;
-    return canHold ? this : nullptr;
+    if (isArray()) return &need(word().elements);
+    const bool canHold = isObject() || type() == AttrType::Null;
+    return canHold ? &need(word().children) : nullptr;
 }
 
 Input* Input::createInput(const String& name, AttrType type) {
@@ -204,42 +242,62 @@ Input* Input::createArray(const String& name, AttrType elementType) {
     return input(name) ? nullptr : addChild(name, AttrType::Array, codeOf(elementType));
 }
 
-// In one piece with how an input is made, which is much of what small statements take.
 FoundInput Node::findOrCreate(const String& name, AttrType type, AttrType elementType) {
-    if (Input* const found = input(name)) return {found, false};
-    return {add(name, type, type == AttrType::Array ? codeOf(elementType) : 0), true};
+    if (!isInputName(name)) return {nullptr, true};
+    return findOrCreate({names().intern(name), type, elementTypeOf(type, elementType)});
+}
+
+Input* Node::createInput(const String& name, AttrType type) {
+    return input(name) ? nullptr : add(name, type, 0);
+}
+
+Input* Node::createArray(const String& name, AttrType elementType) {
+    return input(name) ? nullptr : add(name, AttrType::Array, codeOf(elementType));
 }
 
 Input* Node::add(const String& name, AttrType type, std::uint32_t elementType) {
-    if (name.isEmpty() || name[0] == '[') return nullptr;
-    return Input::addTo(inputs_, this, nullptr, name, type, elementType);
+    return isInputName(name) ? add({names().intern(name), type, elementType}) : nullptr;
+}
+
+FoundInput Input::findOrCreate(const NewInput& wanted) {
+    const Children* const kept = isObject() ? children() : nullptr;
+    Input* const found = kept ? kept->list.find(wanted.name) : nullptr;
+    if (found) return {found, false};
+    return {addChild(wanted), true};
 }
 
 FoundInput Input::findOrCreate(const String& name, AttrType type, AttrType elementType) {
     if (Input* const found = input(name)) return {found, false};
-    return {addChild(name, type, type == AttrType::Array ? codeOf(elementType) : 0), true};
+    return {addChild(name, type, elementTypeOf(type, elementType)), true};
 }
 
 Input* Input::addChild(const String& name, AttrType type, std::uint32_t elementType) {
-    const bool canHold = node_ && (isObject() || type_ == AttrType::Null);
-    if (!canHold || name.isEmpty() || name[0] == '[') return nullptr;
-    std::unique_ptr<NamedList<Input>> first;
-    if (!isObject() || !value_.children) first = std::make_unique<NamedList<Input>>();
-    NamedList<Input>& children = first ? *first : *value_.children;
-    Input* const child = addTo(children, node_, this, name, type, elementType);
-    type_ = AttrType::Object;
-    if (first) value_.children = first.release();
+    if (!canHoldChildren() || !isInputName(name)) return nullptr;
+    return addChild({Pool::of(*this).names().intern(name), type, elementType});
+}
+
+Input* Input::addChild(const NewInput& wanted) {
+    if (!canHoldChildren()) return nullptr;
+    constexpr unsigned long fewChildren = 4;
+    const Made made = {Owner(this), wanted.name, wanted.type, wanted.elementType, wanted.textRoom};
+    Input* const child = addTo(need(word().children).list, Pool::of(*this), made, fewChildren);
+    type_ = codeOf(AttrType::Object);
     return child;
+}
+
+bool Input::canHoldChildren() const {
+    return !owner_.isNone() && (isObject() || type() == AttrType::Null);
 }
 
 bool Input::hasInput(const String& name, AttrType type) const {
     const Input* const child = input(name);
-    return child && (type == AttrType::Null || child->type_ == type);
+    return child && (type == AttrType::Null || child->type() == type);
 }
 
 unsigned long Input::inputCount() const {
-    if (isArray()) return value_.elements ? value_.elements->slots.size() : 0;
-    return isObject() && value_.children ? value_.children->size() : 0;
+    if (const Elements* const kept = elements()) return kept->slots.size();
+    const Children* const kept = children();
+    return kept ? kept->list.size() : 0;
 }
 
 Input* Input::inputAt(unsigned long i) {
@@ -248,7 +306,9 @@ Input* Input::inputAt(unsigned long i) {
 }
 
 Input* Input::input(const String& name) {
-    return isObject() && value_.children ? value_.children->find(name) : nullptr;
+    const Children* const kept = children();
+    const Symbol symbol = kept ? Pool::namesOf(*this).find(name) : 0;
+    return symbol ? kept->list.find(symbol) : nullptr;
 }
 
 const Input* Input::input(const String& name) const {
@@ -261,28 +321,28 @@ const Input* Input::touchedAt(unsigned long i) const {
 
 // The child or element at `i`, null for an untouched element.
 Input* Input::childAt(unsigned long i) const {
-    return isArray() ? value_.elements->slots[i].input() : (*value_.children)[i];
+    return isArray() ? elements()->slots[i].input() : children()->list[i];
 }
 
 AttrType Input::untouchedType(unsigned long i) const {
     const bool isUntouched = isArray() && i < inputCount() && !childAt(i);
-    return isUntouched ? value_.elements->slots[i].type() : AttrType::Null;
+    return isUntouched ? elements()->slots[i].type() : AttrType::Null;
 }
 
 DataType Input::untouchedBufferType(unsigned long i) const {
     if (untouchedType(i) != AttrType::Buffer) return DataType::Null;
-    return static_cast<DataType>(value_.elements->slots[i].elementType());
+    return static_cast<DataType>(elements()->slots[i].elementType());
 }
 
 AttrType Input::untouchedArrayType(unsigned long i) const {
     if (untouchedType(i) != AttrType::Array) return AttrType::Null;
-    return static_cast<AttrType>(value_.elements->slots[i].elementType());
+    return static_cast<AttrType>(elements()->slots[i].elementType());
 }
 
 Input* Input::touch(unsigned long i) {
-    ElementSlot& slot = value_.elements->slots[i];
+    ElementSlot& slot = elements()->slots[i];
     if (!slot.input()) {
-        slot.touch(make(node_, this, i, String(), slot.type(), slot.elementType()));
+        slot.touch(make(Pool::of(*this), {Owner(this), 0, slot.type(), slot.elementType(), 0, i}));
     }
     return slot.input();
 }
@@ -297,14 +357,13 @@ void Input::growTo(unsigned long i) {
 
 // Adds `more` elements and one, which may be more than a number can hold.
 void Input::growBy(unsigned long more) {
-    if (!isArray() || !node_) return;
-    Scene& scene = node_->scene();
+    if (!isArray() || owner_.isNone()) return;
+    Scene& scene = *Pool::of(*this).scene();
     const unsigned long held = scene.elementCount_;
     if (held >= scene.elementLimit_ || more >= scene.elementLimit_ - held) {
         throw std::runtime_error(String::format("array too large: %s", fullName().buf()).buf());
     }
-    if (!value_.elements) value_.elements = new Elements;
-    std::vector<ElementSlot>& slots = value_.elements->slots;
+    std::vector<ElementSlot>& slots = need(word().elements).slots;
     if (more >= mostInputs - slots.size()) throw std::bad_alloc();
     slots.resize(slots.size() + more + 1, ElementSlot(arrayType(), 0));
     scene.elementCount_ += more + 1;
@@ -318,13 +377,14 @@ Input* Input::firstTouched(unsigned long from) const {
 }
 
 Input* Input::nextSibling() const {
-    if (parent_) return parent_->firstTouched(position_ + 1);
-    return node_ ? node_->inputAt(position_ + 1) : nullptr;
+    if (const Input* const above = parent()) return above->firstTouched(position_ + 1);
+    Node* const node = owner_.node();
+    return node ? node->inputAt(position_ + 1) : nullptr;
 }
 
 Input* Input::nextInNode() const {
     if (Input* const child = firstTouched(0)) return child;
-    for (const Input* at = this; at; at = at->parent_)
+    for (const Input* at = this; at; at = at->parent())
         if (Input* const sibling = at->nextSibling()) return sibling;
     return nullptr;
 }
@@ -332,18 +392,18 @@ Input* Input::nextInNode() const {
 // --- Declared element types ---------------------------------------------------------------------
 
 void Input::set(const AttrData& declaration) {
-    const bool canDeclare = (isArray() || isBuffer()) && declaration.type == type_;
+    const bool canDeclare = (isArray() || isBuffer()) && declaration.type == type();
     if (canDeclare && elementType_ == 0)
-        elementType_ = keptElementType(codeOf(declaration.arrayType()));
+        elementType_ = keptElementType(codeOf(declaration.arrayType())) & noElementType;
 }
 
 void Input::declareElements(const AttrData& declaration) {
     const std::uint32_t elementType = codeOf(declaration.arrayType());
-    if (arrayType() != declaration.type || !value_.elements || elementType == 0) return;
-    std::vector<ElementSlot>& slots = value_.elements->slots;
+    if (arrayType() != declaration.type || !elements() || elementType == 0) return;
+    std::vector<ElementSlot>& slots = elements()->slots;
     // An element never loses its declaration, so each is looked at once however often this is
     // asked.
-    for (unsigned long& i = value_.elements->declared; i < slots.size(); ++i) {
+    for (unsigned long& i = elements()->declared; i < slots.size(); ++i) {
         if (Input* const element = slots[i].input()) {
             element->set(declaration);
         } else if (slots[i].type() == declaration.type && slots[i].elementType() == 0) {
@@ -355,30 +415,50 @@ void Input::declareElements(const AttrData& declaration) {
 // --- The value ----------------------------------------------------------------------------------
 
 bool Input::assign(const AttrData& data) noexcept {
-    if (data.type != type_) {
+    if (data.type != type()) {
         freePayload(data);
         return false;
     }
-    switch (type_) {
+    switch (type()) {
         case AttrType::String: assignText(data); return true;
         case AttrType::Buffer: return assignBuffer(data);
         case AttrType::Bool:
         case AttrType::Int:
-        case AttrType::UInt: value_.word = data.value[0]; return true;
-        case AttrType::Real: value_.real = data.real(); return true;
+        case AttrType::UInt: word().word = data.value[0]; return true;
+        case AttrType::Real: word().real = data.real(); return true;
         case AttrType::Null:
         case AttrType::Node:
         case AttrType::Array:
         case AttrType::Object: return true;  // their values carry nothing
-        default: copyBehind(behind<char>(), data.value, sizeBehind(type_)); return true;
+        default: copyBehind(behind<char>(), data.value, sizeBehind()); return true;
     }
 }
 
 void Input::assignText(const AttrData& data) noexcept {
     auto* const chars = static_cast<char*>(data.payload());
-    if (chars != value_.text) std::free(value_.text);
-    value_.text = chars;
-    behind<TextSize>()->length = chars ? std::strlen(chars) : 0;
+    if (chars != word().text) freeText();
+    word().text = chars;
+    behind<TextSize>()->length = chars ? std::strlen(chars) & longestText : 0;
+}
+
+void Input::assignText(std::string_view text) {
+    TextSize& size = *behind<TextSize>();
+    if (text.size() >= size.room) {
+        const AttrData data = AttrData::ofText(text);
+        return assignText(data);
+    }
+    freeText();
+    char* const chars = textBehind();
+    std::memcpy(chars, text.data(), text.size());
+    chars[text.size()] = '\0';
+    word().text = chars;
+    size.length = text.size() & longestText;
+}
+
+void Input::freeText() noexcept {
+    char*& text = word().text;
+    if (text != textBehind()) std::free(text);
+    text = nullptr;
 }
 
 bool Input::assignBuffer(const AttrData& data) noexcept {
@@ -386,25 +466,25 @@ bool Input::assignBuffer(const AttrData& data) noexcept {
     const bool isDeclaredType = elementType_ == 0 || data.bufferType() == bufferType();
     const bool hasNumbers = buffer.data && buffer.type != DataType::Null;
     const bool isWhole = buffer.isConsistent() && (buffer.count == 0 || hasNumbers);
-    const bool isOwn = data.payload() == value_.buffer;
+    const bool isOwn = data.payload() == word().buffer;
     if (!isDeclaredType || !isWhole) {
         if (!isOwn) freePayload(data);
         return false;
     }
-    if (!isOwn) std::free(value_.buffer);
-    value_.buffer = data.payload();
+    if (!isOwn) std::free(word().buffer);
+    word().buffer = data.payload();
     *behind<BufferSize>() = {buffer.count, buffer.bytes};
-    elementType_ = keptElementType(codeOf(data.arrayType()));
+    elementType_ = keptElementType(codeOf(data.arrayType())) & noElementType;
     return true;
 }
 
 AttrData Input::value() const {
     AttrData data;
-    data.type = type_;
-    switch (type_) {
-        case AttrType::String: data.setPayload(value_.text); break;
+    data.type = type();
+    switch (type()) {
+        case AttrType::String: data.setPayload(word().text); break;
         case AttrType::Buffer:
-            data.setPayload(value_.buffer);
+            data.setPayload(word().buffer);
             data.value[1] = behind<BufferSize>()->count;
             data.value[2] = behind<BufferSize>()->bytes;
             data.setElementType(bufferType());
@@ -412,12 +492,12 @@ AttrData Input::value() const {
         case AttrType::Array: data.setElementType(arrayType()); break;
         case AttrType::Bool:
         case AttrType::Int:
-        case AttrType::UInt: data.value[0] = value_.word; break;
-        case AttrType::Real: data.setReal(value_.real); break;
+        case AttrType::UInt: data.value[0] = word().word; break;
+        case AttrType::Real: data.setReal(word().real); break;
         case AttrType::Null:
         case AttrType::Node:
         case AttrType::Object: break;
-        default: std::memcpy(data.value, behind<double>(), sizeBehind(type_));
+        default: std::memcpy(data.value, behind<double>(), sizeBehind());
     }
     return data;
 }
@@ -430,7 +510,7 @@ void Input::throwMismatch(const char* expected) const {
 }
 
 void Input::expect(AttrType wanted) const {
-    if (type_ != wanted) throwMismatch(attrTypeName(wanted));
+    if (type() != wanted) throwMismatch(attrTypeName(wanted));
 }
 
 bool Input::asBool() const {
@@ -440,26 +520,26 @@ bool Input::asBool() const {
 
 long Input::asInt() const {
     expect(AttrType::Int);
-    return static_cast<long>(value_.word);
+    return static_cast<long>(word().word);
 }
 
 unsigned long Input::asUInt() const {
     expect(AttrType::UInt);
-    return value_.word;
+    return word().word;
 }
 
 double Input::asReal() const {
     expect(AttrType::Real);
-    return value_.real;
+    return word().real;
 }
 
 std::string_view Input::asText() const {
     expect(AttrType::String);
-    return {value_.text ? value_.text : "", behind<TextSize>()->length};
+    return {word().text ? word().text : "", behind<TextSize>()->length};
 }
 
 const double* Input::asComponents() const {
-    if (!isMatrix(type_) && !isVectorType(type_)) throwMismatch("a vector or matrix");
+    if (!isMatrix(type()) && !isVectorType(type())) throwMismatch("a vector or matrix");
     return behind<double>();
 }
 
@@ -479,11 +559,11 @@ AttrData Input::valueAt(unsigned long i) const {
 BufferView Input::asBuffer() const {
     expect(AttrType::Buffer);
     const auto* const size = behind<BufferSize>();
-    return {value_.buffer, size->count, size->bytes, bufferType()};
+    return {word().buffer, size->count, size->bytes, bufferType()};
 }
 
 double Input::asNumber() const {
-    switch (type_) {
+    switch (type()) {
         case AttrType::Bool: return asBool() ? 1 : 0;
         case AttrType::Int: return static_cast<double>(asInt());
         case AttrType::UInt: return static_cast<double>(asUInt());
@@ -494,15 +574,18 @@ double Input::asNumber() const {
 
 // --- Connections and node references ------------------------------------------------------------
 
-// Kept with what they lead to, since an input may outlive its own node.
+// Kept with what they lead to where the input has outlived its own node.
 void Input::makeLinks(const Node& target) {
-    if (!links_) links_ = target.scene().pool_->make<Links>();
+    if (hasLinks_) return;
+    Pool& pool = owner_.isNone() ? target.pool() : Pool::of(*this);
+    word_.links = pool.make<Links>(word_);
+    hasLinks_ = 1;
 }
 
 template <class Target>
 void Input::attach(Link<Target> Links::*link, Target& target) {
     InputChain& chain = target.attached_;
-    Link<Target>& own = (*links_).*link;
+    Link<Target>& own = links()->*link;
     own = {&target, chain.end, nullptr};
     *chain.end = this;
     chain.end = &own.next;
@@ -510,11 +593,11 @@ void Input::attach(Link<Target> Links::*link, Target& target) {
 
 template <class Target>
 void Input::detach(Link<Target> Links::*link) noexcept {
-    if (!links_) return;
-    Link<Target>& own = (*links_).*link;
+    if (!hasLinks_) return;
+    Link<Target>& own = links()->*link;
     if (!own.target) return;
     *own.place = own.next;
-    (own.next ? ((*own.next->links_).*link).place : own.target->attached_.end) = own.place;
+    (own.next ? (own.next->links()->*link).place : own.target->attached_.end) = own.place;
     own = {};
 }
 
@@ -527,53 +610,48 @@ void Input::connect(Output* output) {
 
 void Input::disconnect() { detach(&Links::connection); }
 
-Output* Input::connection() const { return links_ ? links_->connection.target : nullptr; }
+Output* Input::connection() const { return links() ? links()->connection.target : nullptr; }
 
 void Input::setNode(Node* node) {
     if (node) makeLinks(*node);
     detach(&Links::reference);
     if (!node) return;
     attach(&Links::reference, *node);
-    if (type_ == AttrType::Null) type_ = AttrType::Node;
+    if (type() == AttrType::Null) type_ = codeOf(AttrType::Node);
 }
 
-Node* Input::nodeReference() const { return links_ ? links_->reference.target : nullptr; }
+Node* Input::nodeReference() const { return links() ? links()->reference.target : nullptr; }
 
-Input* Input::nextConnected() const { return links_ ? links_->connection.next : nullptr; }
-Input* Input::nextReferring() const { return links_ ? links_->reference.next : nullptr; }
+Input* Input::nextConnected() const { return links() ? links()->connection.next : nullptr; }
+Input* Input::nextReferring() const { return links() ? links()->reference.next : nullptr; }
 
 void Input::cut() noexcept {
-    if (!links_) return;
+    if (!hasLinks_) return;
     detach(&Links::connection);
     detach(&Links::reference);
-    Pool::destroy(std::exchange(links_, nullptr));
+    Links* const kept = links();
+    word_ = kept->value;
+    hasLinks_ = 0;
+    Pool::destroy(kept);
 }
 
 // --- The end ------------------------------------------------------------------------------------
 
 void Input::leaveNode() noexcept {
     cut();
-    node_ = nullptr;
-    parent_ = nullptr;
+    owner_ = Owner();
     release();
 }
 
 Input* Input::takeLastChild() noexcept {
-    if (isObject() && value_.children) {
-        if (Input* const child = value_.children->takeLast()) return child;
-        delete value_.children;
-        value_.children = nullptr;
-    }
-    if (!isArray() || !value_.elements) return nullptr;
-    std::vector<ElementSlot>& slots = value_.elements->slots;
-    while (!slots.empty()) {
-        Input* const element = slots.back().input();
-        slots.pop_back();
-        --node_->scene().elementCount_;
+    if (Children* const kept = children()) return kept->list.takeLast();
+    Elements* const kept = elements();
+    while (kept && !kept->slots.empty()) {
+        Input* const element = kept->slots.back().input();
+        kept->slots.pop_back();
+        --Pool::of(*this).scene()->elementCount_;
         if (element) return element;
     }
-    delete value_.elements;
-    value_.elements = nullptr;
     return nullptr;
 }
 
@@ -584,7 +662,7 @@ void Input::dropChildren() noexcept {
         } else if (at == this) {
             return;
         } else {
-            Input* const parent = at->parent_;
+            Input* const parent = at->parent();
             at->leaveNode();
             at = parent;
         }

@@ -7,13 +7,19 @@
 
 #include <ko/scene.h>
 
-#include "pool.h"
+#include "namedlist.h"
 #include "shownname.h"
+#include "store.h"
 
 namespace ko::mirel_sdk::impl {
 
-Node::Node(Scene& scene, String type, String name, String label)
-    : name_(std::move(name)), scene_(scene), type_(std::move(type)), label_(std::move(label)) {}
+Node::Node(std::uint32_t place, Kind& kind, const String& name)
+    : name_(name),
+      firstOutput_(0, this, 0),
+      kind_(&kind),
+      place_(place & Pool::lastPlace),
+      isDefinition_(false),
+      isRemoved_(false) {}
 
 Node::~Node() {
     cut();
@@ -21,39 +27,88 @@ Node::~Node() {
         input->dropChildren();
         input->leaveNode();
     }
-    while (Output* const output = outputs_.takeLast())
+    while (Output* const output = moreOutputs_ ? moreOutputs_->takeLast() : nullptr)
         Pool::destroy(output);
 }
+
+Names& Node::names() const { return pool().names(); }
+
+Input* Node::input(const String& name) {
+    const Symbol symbol = names().find(name);
+    return symbol ? inputs_.find(symbol) : nullptr;
+}
+
+const Input* Node::input(const String& name) const { return const_cast<Node*>(this)->input(name); }
 
 bool Node::hasInput(const String& name, AttrType type) const {
     const Input* const found = input(name);
     return found && (type == AttrType::Null || found->type() == type);
 }
 
-Input* Node::createInput(const String& name, AttrType type) {
-    return input(name) ? nullptr : add(name, type, 0);
+// --- Outputs ------------------------------------------------------------------------------------
+
+unsigned long Node::outputCount() const {
+    if (firstOutput_.name_ == 0) return 0;
+    return moreOutputs_ ? 1 + moreOutputs_->size() : 1;
 }
 
-Input* Node::createArray(const String& name, AttrType elementType) {
-    const auto code = static_cast<std::uint32_t>(elementType);
-    return input(name) ? nullptr : add(name, AttrType::Array, code);
+Output* Node::outputAt(unsigned long i) {
+    if (i >= outputCount()) return nullptr;
+    return i == 0 ? &firstOutput_ : (*moreOutputs_)[i - 1];
+}
+
+const Output* Node::outputAt(unsigned long i) const { return const_cast<Node*>(this)->outputAt(i); }
+
+Output* Node::findOutput(Symbol name) {
+    if (name == 0) return nullptr;
+    if (firstOutput_.name_ == name) return &firstOutput_;
+    return moreOutputs_ ? moreOutputs_->find(name) : nullptr;
+}
+
+Output* Node::findOutput(const String& name) { return findOutput(names().find(name)); }
+
+const Output* Node::findOutput(const String& name) const {
+    return const_cast<Node*>(this)->findOutput(name);
 }
 
 Output* Node::output(const String& name) {
-    if (Output* const known = outputs_.find(name)) return known;
-    return nodeType_ || name.isEmpty() ? nullptr : addOutput(name);
+    if (Output* const known = findOutput(name)) return known;
+    return nodeType() || name.isEmpty() ? nullptr : addOutput(names().intern(name));
 }
 
-Output* Node::addOutput(const String& name) {
-    auto* const output = scene_.pool_->make<Output>(this, name);
+Output* Node::output(Symbol name) {
+    if (Output* const known = findOutput(name)) return known;
+    return nodeType() ? nullptr : addOutput(name);
+}
+
+Output* Node::addOutput(Symbol name) {
+    if (firstOutput_.name_ == 0) {
+        firstOutput_.name_ = name;
+        return &firstOutput_;
+    }
+    if (!moreOutputs_) moreOutputs_ = std::make_unique<NamedList<Output>>();
+    auto* const output = pool().make<Output>(this, name);
     try {
-        outputs_.add(output);
+        constexpr unsigned long few = 2;
+        moreOutputs_->add(pool(), output, few);
     } catch (...) {
         Pool::destroy(output);
         throw;
     }
     return output;
 }
+
+const String& Output::name() const { return node_->names()[name_]; }
+
+String Output::fullName() const {
+    ShownName name;
+    for (const std::string_view part :
+         {node_->name().view(), std::string_view("."), this->name().view()})
+        name.append(part);
+    return name.text();
+}
+
+// --- Together -----------------------------------------------------------------------------------
 
 void Node::addDeclared(const NodeType& type) {
     for (unsigned long i = 0; i < type.inputCount(); ++i) {
@@ -67,25 +122,17 @@ void Node::addDeclared(const NodeType& type) {
         }
     }
     for (const String& name : type.outputs())
-        addOutput(name);
-    nodeType_ = &type;
+        addOutput(names().intern(name));
 }
 
 void Node::cut() noexcept {
     for (Input* at = inputAt(0); at; at = at->nextInNode())
         at->cut();
-    for (unsigned long i = 0; i < outputs_.size(); ++i)
-        while (Input* const connected = outputs_[i]->attached_.first)
+    for (unsigned long i = 0; i < outputCount(); ++i)
+        while (Input* const connected = outputAt(i)->attached_.first)
             connected->disconnect();
     while (Input* const referring = attached_.first)
         referring->setNode(nullptr);
-}
-
-String Output::fullName() const {
-    ShownName name;
-    for (const std::string_view part : {node_->name().view(), std::string_view("."), name_.view()})
-        name.append(part);
-    return name.text();
 }
 
 // --- Node types ---------------------------------------------------------------------------------

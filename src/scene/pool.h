@@ -9,22 +9,33 @@
 #include <utility>
 
 #include <ko/ds.h>
+#include <ko/foundation.h>
+#include <ko/scene.h>
 
 #include "../memory.h"
+#include "names.h"
 
 namespace ko::mirel_sdk::impl {
 
 // Makes objects one behind the other, many to a chunk. A chunk goes with the last object in it,
 // since counted references may keep an input beyond its scene; places are not used again before
-// that. An object keeps its place in `poolOffset_`, which leads back to the chunk.
+// that. An object is told its place, in units of eight bytes, and keeps it in `place_`, from where
+// it finds what its chunk says: its pool, while that is there, and the names of its scene.
 class Pool {
   public:
-    Pool() = default;
+    // No place is beyond this one.
+    static constexpr std::uint32_t lastPlace = (1U << 18) - 1;
+
+    // Of `scene`, which may be null.
+    explicit Pool(Scene* scene, Names& names) : scene_(scene), names_(&names) {}
     Pool(const Pool&) = delete;
     Pool& operator=(const Pool&) = delete;
     ~Pool() {
         if (current_) retire();
     }
+
+    Scene* scene() const { return scene_; }
+    Names& names() const { return *names_; }
 
     // Throws std::bad_alloc and what the constructor throws.
     template <class T, class... Args>
@@ -32,16 +43,16 @@ class Pool {
         return makeLonger<T>(0, std::forward<Args>(args)...);
     }
 
-    // Likewise, with so many bytes right behind the object.
+    // Likewise, with so many bytes right behind the object, few enough for a chunk.
     template <class T, class... Args>
-    T* makeLonger(unsigned long behind, Args&&... args) {
+    [[gnu::always_inline]] T* makeLonger(unsigned long behind, Args&&... args) {
         static_assert(alignof(T) <= placeSize);
         const unsigned long size = (sizeof(T) + behind + placeSize - 1) / placeSize * placeSize;
-        if (size > chunkSize_ - used_) startChunk();
+        if (size > room_ - used_) startChunk();
         // Taken once the object is there: a constructor that throws leaves the place free.
+        const auto place = static_cast<std::uint32_t>(used_ / placeSize);
         auto* const object =
-            new (reinterpret_cast<char*>(current_) + used_) T(std::forward<Args>(args)...);
-        object->poolOffset_ = static_cast<std::uint32_t>(used_);
+            new (reinterpret_cast<char*>(current_) + used_) T(place, std::forward<Args>(args)...);
         used_ += size;
         ++made_;
         return object;
@@ -50,36 +61,57 @@ class Pool {
     // `behind` is as `makeLonger` was told.
     template <class T>
     static void destroy(T* object, unsigned long behind = 0) noexcept {
-        auto* const chunk =
-            reinterpret_cast<Chunk*>(reinterpret_cast<char*>(object) - object->poolOffset_);
+        Chunk* const chunk = chunkOf(*object);
         object->~T();
         memory::forbid(object, sizeof(T) + behind);
         drop(chunk, 1);
     }
 
+    // The pool that the object was made in, while its scene is there.
+    template <class T>
+    static Pool& of(const T& object) {
+        return *chunkOf(object)->pool;
+    }
+    // The names of the scene of the object, as long as that object is there.
+    template <class T>
+    static const Names& namesOf(const T& object) {
+        return *chunkOf(object)->names;
+    }
+
   private:
     static constexpr unsigned long placeSize = 8;
     static constexpr unsigned long smallestChunk = 4096;
-    static constexpr unsigned long largestChunk = 32UL << 20;
-    // Chunks double up to large pages; from then on they grow by a share of what the scene has.
-    static constexpr unsigned long share = 4;
+    static_assert(placeSize * (std::uint64_t(lastPlace) + 1) >= memory::largePage);
     // Stands for all objects to come, as long as a chunk takes in more.
     static constexpr std::uint32_t open = std::uint32_t(1) << 31;
 
-    struct Chunk {
+    // A line of the processor's caches: what is made in such lines stands in them.
+    struct alignas(64) Chunk {
+        Chunk(Pool& itsPool, bool itIsPage)
+            : isPage(itIsPage), pool(&itsPool), names(itsPool.names_) {}
+
         std::atomic<std::uint32_t> objects{open};
+        const bool isPage;
+        Pool* const pool;
+        const RefersTo<Names> names;
     };
 
+    template <class T>
+    static Chunk* chunkOf(const T& object) {
+        const auto address = reinterpret_cast<std::uintptr_t>(&object);
+        return reinterpret_cast<Chunk*>(address - object.place_ * placeSize);
+    }
+
+    // Chunks double up to large pages, and are such pages from then on.
     void startChunk() {
-        const unsigned long wanted = std::max(total_ / share, std::min(total_, memory::largePage));
-        unsigned long size = std::clamp(wanted, smallestChunk, largestChunk);
-        if (size >= memory::largePage) size = size / memory::largePage * memory::largePage;
-        void* const memory = ds::allocateBlock(size);
+        const unsigned long size = std::clamp(total_, smallestChunk, memory::largePage);
+        const bool isPage = size == memory::largePage;
+        void* const memory = isPage ? memory::takeLargePage() : ds::allocateBlock(size);
         if (current_) retire();
-        current_ = new (memory) Chunk;
-        chunkSize_ = size;
+        current_ = new (memory) Chunk(*this, isPage);
+        room_ = size;
         total_ += size;
-        used_ = placeSize;
+        used_ = sizeof(Chunk);
         made_ = 0;
     }
 
@@ -87,15 +119,45 @@ class Pool {
 
     static void drop(Chunk* chunk, std::uint32_t count) noexcept {
         if (chunk->objects.fetch_sub(count, std::memory_order_acq_rel) == count) {
-            ds::freeBlock(chunk);
+            const bool isPage = chunk->isPage;
+            chunk->~Chunk();
+            if (isPage) {
+                memory::giveLargePage(chunk);
+            } else {
+                ds::freeBlock(chunk);
+            }
         }
     }
 
+    Scene* const scene_;
+    const RefersTo<Names> names_;
     Chunk* current_ = nullptr;
-    unsigned long chunkSize_ = 0;
+    unsigned long room_ = 0;  // bytes of that chunk
     unsigned long used_ = 0;
     std::uint32_t made_ = 0;
     unsigned long total_ = 0;  // bytes of all chunks so far
+};
+
+// Room for pointers, in the pool.
+class PoolArray {
+  public:
+    // Longer ones are better taken elsewhere: the pool does not get back what they outgrow.
+    static constexpr unsigned long longest = 64;
+
+    template <class T>
+    static T** make(Pool& pool, unsigned long capacity) {
+        return reinterpret_cast<T**>(pool.makeLonger<PoolArray>(capacity * sizeof(T*)) + 1);
+    }
+    template <class T>
+    static void destroy(T** items, unsigned long capacity) noexcept {
+        Pool::destroy(reinterpret_cast<PoolArray*>(items) - 1, capacity * sizeof(T*));
+    }
+
+  private:
+    friend class Pool;
+    explicit PoolArray(std::uint32_t place) : place_(place) {}
+
+    alignas(std::uint64_t) std::uint32_t place_;
 };
 
 }  // namespace ko::mirel_sdk::impl

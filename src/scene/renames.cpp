@@ -4,7 +4,11 @@
 
 #include <ko/scene.h>
 
+#include "renames.h"
+
 namespace ko::mirel_sdk::impl {
+
+std::atomic<bool> renames::anyEntered{false};
 
 namespace {
 
@@ -41,9 +45,6 @@ class RenameTable {
     StringMap<StringMap<String>> renames_;
 };
 
-// Most programs rename nothing, and no name of theirs is looked up.
-std::atomic<bool> anyRenames{false};
-
 RenameTable& inputRenames() {
     static RenameTable table;
     return table;
@@ -57,23 +58,21 @@ RenameTable& outputRenames() {
 }  // namespace
 
 String updateInputName(const String& nodeType, const String& name) {
-    return anyRenames.load(std::memory_order_acquire) ? inputRenames().current(nodeType, name)
-                                                      : name;
+    return renames::any() ? inputRenames().current(nodeType, name) : name;
 }
 
 String updateOutputName(const String& nodeType, const String& name) {
-    return anyRenames.load(std::memory_order_acquire) ? outputRenames().current(nodeType, name)
-                                                      : name;
+    return renames::any() ? outputRenames().current(nodeType, name) : name;
 }
 
 void registerInputRename(const String& nodeType, const String& old, const String& current) {
     inputRenames().add(nodeType, old, current);
-    anyRenames.store(true, std::memory_order_release);
+    renames::anyEntered.store(true, std::memory_order_release);
 }
 
 void registerOutputRename(const String& nodeType, const String& old, const String& current) {
     outputRenames().add(nodeType, old, current);
-    anyRenames.store(true, std::memory_order_release);
+    renames::anyEntered.store(true, std::memory_order_release);
 }
 
 void clearRenames() {

@@ -3,39 +3,104 @@
 #include <memory>
 #include <utility>
 
-#include "pool.h"
+#include "store.h"
 
 namespace ko::mirel_sdk::impl {
 
-Scene::Scene() : pool_(std::make_unique<Pool>()) {}
+Scene::Scene() : store_(std::make_unique<Store>(this)) {}
 
 Scene::~Scene() {
     while (Node* const node = firstNode_) {
         firstNode_ = node->next_;
-        Pool::destroy(node);
+        destroy(node, *node->kind_);
     }
     purgeRemoved();
 }
 
-Node* Scene::findNode(const String& name) const { return index_.find(name); }
+// --- What nodes have in common
+
+// Of nodes without a label.
+Node::Kind& Scene::kindOf(const String& type) {
+    Node::Kind*& last = store_->lastKind;
+    if (!last || last->type != type) last = store_->kinds.find(type);
+    if (!last) {
+        std::unique_ptr<Node::Kind> made = newKind(type, String());
+        store_->kinds.insert(made.get());
+        last = made.release();
+    }
+    return *last;
+}
+
+std::unique_ptr<Node::Kind> Scene::newKind(const String& type, String label) {
+    auto kind = std::make_unique<Node::Kind>();
+    kind->type = type;
+    kind->label = std::move(label);
+    kind->scene = this;
+    kind->pool = &store_->pool;
+    kind->registered = nodeType(type);
+    return kind;
+}
+
+// Nobody finds it from now on; it goes with its last node.
+void Scene::forgetKind(Node::Kind& kind) noexcept {
+    if (store_->kinds.find(kind.type) != &kind) return;
+    store_->kinds.erase(kind.type);
+    store_->lastKind = nullptr;
+}
+
+// A node that was never in the scene, or is no longer.
+void Scene::destroy(Node* node, Node::Kind& kind) noexcept {
+    if (node) Pool::destroy(node);
+    if (kind.newest == node) kind.newest = nullptr;
+    if (--kind.users > 0) return;
+    forgetKind(kind);
+    delete &kind;
+}
+
+// --- Nodes
+
+Node* Scene::findNode(const String& name) const { return store_->nodes.find(name); }
 
 Node* Scene::createNode(String type, String name, String label) {
     if (type.isEmpty() || name.isEmpty()) return nullptr;
-    const auto place = index_.freePlace(name);
+    const auto place = store_->nodes.freePlace(name, name.hash());
     if (!place) return nullptr;
-    const NodeType* const declared = nodeType(type);
-    Node* const node = pool_->make<Node>(*this, std::move(type), std::move(name), std::move(label));
+    Node::Kind& kind = label.isEmpty() ? kindOf(type) : *newKind(type, std::move(label)).release();
+    Node* const node = makeNode(kind, name);
+    store_->nodes.insertAt(*place, node);
+    enlist(*node);
+    return node;
+}
+
+Node* Scene::findOrCreateNode(const String& type, const String& name, unsigned long hash) {
+    if (Node* const known = store_->nodes.find(name, hash)) return known;
+    const auto place = store_->nodes.freePlace(name, hash);
+    Node* const node = makeNode(kindOf(type), name);
+    store_->nodes.insertAt(*place, node);
+    enlist(*node);
+    return node;
+}
+
+// The last one in order of creation.
+void Scene::enlist(Node& node) noexcept {
+    ++nodeCount_;
+    node.previous_ = lastNode_;
+    (lastNode_ ? lastNode_->next_ : firstNode_) = &node;
+    lastNode_ = &node;
+}
+
+Node* Scene::makeNode(Node::Kind& kind, const String& name) {
+    kind.expect();
+    ++kind.users;
+    Node* node = nullptr;
     try {
-        if (declared) node->addDeclared(*declared);
+        node = store_->nodePool.make<Node>(kind, name);
+        if (kind.registered) node->addDeclared(*kind.registered);
     } catch (...) {
-        Pool::destroy(node);
+        destroy(node, kind);
         throw;
     }
-    index_.insertAt(*place, node);
-    node->previous_ = lastNode_;
-    (lastNode_ ? lastNode_->next_ : firstNode_) = node;
-    lastNode_ = node;
-    return node;
+    return kind.newest = node;
 }
 
 Node* Scene::defineNode(String name) {
@@ -48,7 +113,8 @@ void Scene::removeNode(const String& name) {
     Node* const node = findNode(name);
     if (!node) return;
     node->cut();
-    index_.erase(name);
+    store_->nodes.erase(name);
+    --nodeCount_;
     unlink(*node);
     node->isRemoved_ = true;
     node->next_ = firstRemoved_;
@@ -79,7 +145,7 @@ void Scene::purgeRemoved() noexcept {
     if (isPurgeDue_) return;
     while (Node* const node = firstRemoved_) {
         firstRemoved_ = node->next_;
-        Pool::destroy(node);
+        destroy(node, *node->kind_);
     }
 }
 
@@ -90,22 +156,23 @@ const NodeType* Scene::registerType(NodeType type) {
         registerInputRename(registered->name(), old, current);
     for (const auto& [old, current] : registered->outputRenames_)
         registerOutputRename(registered->name(), old, current);
-    types_.push_back(std::move(owner));
+    store_->allTypes.push_back(std::move(owner));
     enter(registered);
     return registered;
 }
 
 // In place of an earlier type of that name, which leaves room, so that only a new name needs any.
 void Scene::enter(const NodeType* registered) {
-    typeIndex_.erase(registered->name());
+    store_->types.erase(registered->name());
     try {
-        typeIndex_.insert(registered);
+        store_->types.insert(registered);
     } catch (...) {
-        types_.pop_back();
+        store_->allTypes.pop_back();
         throw;
     }
+    if (Node::Kind* const before = store_->kinds.find(registered->name())) forgetKind(*before);
 }
 
-const NodeType* Scene::nodeType(const String& name) const { return typeIndex_.find(name); }
+const NodeType* Scene::nodeType(const String& name) const { return store_->types.find(name); }
 
 }  // namespace ko::mirel_sdk::impl

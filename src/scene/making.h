@@ -1,0 +1,97 @@
+// How inputs are made: in one piece, since that is much of what a small statement takes.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+#include <ko/scene.h>
+
+#include "namedlist.h"
+#include "pool.h"
+
+namespace ko::mirel_sdk::impl {
+
+constexpr std::uint32_t codeOf(AttrType type) { return static_cast<std::uint32_t>(type); }
+
+// As an input keeps them: a code that is none stays one that is none.
+inline constexpr std::uint32_t noType = (1U << 5) - 1;
+inline constexpr std::uint32_t noElementType = (1U << 6) - 1;
+static_assert(attrTypeCount <= noType);
+static_assert(dataTypeCount <= noElementType && attrTypeCount <= noElementType);
+constexpr std::uint32_t keptType(AttrType type) { return std::min(codeOf(type), noType); }
+constexpr std::uint32_t keptElementType(std::uint32_t code) {
+    return std::min(code, noElementType);
+}
+
+// Of vectors, whatever the type uses of them.
+inline constexpr unsigned long vectorSize = 4 * sizeof(double);
+
+// What stands behind an input is a vector as a rule: of that size a copy is a few moves and no
+// call.
+inline void copyBehind(void* to, const void* from, unsigned long bytes) {
+    if (bytes == vectorSize) {
+        std::memcpy(to, from, vectorSize);
+    } else {
+        std::memcpy(to, from, bytes);
+    }
+}
+
+// What a value of each type has behind its input.
+struct SizesBehind {
+    constexpr SizesBehind() {
+        for (const AttrType type : {AttrType::Vec2, AttrType::Vec3, AttrType::Vec4, AttrType::Pos2,
+                                    AttrType::Pos3, AttrType::Quat, AttrType::Rgba})
+            of[codeOf(type)] = vectorSize;
+        of[codeOf(AttrType::Mat3)] = 9 * sizeof(double);
+        of[codeOf(AttrType::Mat4)] = 16 * sizeof(double);
+        of[codeOf(AttrType::String)] = sizeof(std::uint64_t);
+        of[codeOf(AttrType::Buffer)] = 2 * sizeof(unsigned long);
+    }
+    unsigned char of[noType + 1] = {};
+};
+inline constexpr SizesBehind sizesBehind;
+
+inline Input::Input(std::uint32_t place, const Made& made)
+    : place_(place & Pool::lastPlace),
+      type_(keptType(made.type) & noType),
+      elementType_(keptElementType(made.elementType) & noElementType),
+      hasLinks_(0),
+      position_(static_cast<std::uint32_t>(made.position)),
+      name_(made.name),
+      owner_(made.owner),
+      word_{} {
+    const unsigned long size = sizesBehind.of[type_];
+    if (size > 0) copyBehind(behind<char>(), AttrData::defaultComponents(made.type), size);
+    if (made.textRoom > 0) behind<TextSize>()->room = made.textRoom & 0xFF;
+}
+
+inline Input* Input::make(Pool& pool, const Made& made) {
+    const unsigned long behind = sizesBehind.of[keptType(made.type)] + made.textRoom;
+    return pool.makeLonger<Input>(behind, made);
+}
+
+inline Input* Input::addTo(NamedList<Input>& list, Pool& pool, Made made, unsigned long expected) {
+    made.position = list.size();
+    Input* const input = make(pool, made);
+    try {
+        list.add(pool, input, expected);
+    } catch (...) {
+        input->release();
+        throw;
+    }
+    return input;
+}
+
+inline FoundInput Node::findOrCreate(const NewInput& wanted) {
+    if (Input* const found = inputs_.find(wanted.name)) return {found, false};
+    return {add(wanted), true};
+}
+
+inline Input* Node::add(const NewInput& wanted) {
+    const Input::Made made = {Input::Owner(this), wanted.name, wanted.type, wanted.elementType,
+                              wanted.textRoom};
+    return Input::addTo(inputs_, pool(), made, kind_->expectedInputs);
+}
+
+}  // namespace ko::mirel_sdk::impl

@@ -1,0 +1,29 @@
+// What a scene keeps.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include <ko/scene.h>
+
+#include "nameindex.h"
+#include "pool.h"
+
+namespace ko::mirel_sdk::impl {
+
+struct Scene::Store {
+    explicit Store(Scene* scene) : names(new Names), nodePool(scene, *names), pool(scene, *names) {}
+
+    const RefersTo<Names> names;
+    // What looking for nodes touches has one line of the caches for each, of two that it stands in.
+    Pool nodePool;
+    Pool pool;  // of all else
+    NameIndex<Node> nodes;
+    NameIndex<Node::Kind> kinds;     // of nodes without a label
+    Node::Kind* lastKind = nullptr;  // one of them, that of the node made last
+    NameIndex<const NodeType> types;
+    // Replaced ones too: nodes refer to them.
+    std::vector<std::unique_ptr<const NodeType>> allTypes;
+};
+
+}  // namespace ko::mirel_sdk::impl
