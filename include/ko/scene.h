@@ -28,7 +28,7 @@ namespace impl {
 class Ahead;
 class Enumeration;
 class Input;
-class Names;
+class [[gnu::visibility("hidden")]] Names;
 class Node;
 class NodeType;
 class Output;

@@ -157,7 +157,7 @@ class PoolArray {
     friend class Pool;
     explicit PoolArray(std::uint32_t place) : place_(place) {}
 
-    alignas(std::uint64_t) std::uint32_t place_;
+    [[maybe_unused]] alignas(std::uint64_t) std::uint32_t place_;
 };
 
 }  // namespace ko::mirel_sdk::impl
