@@ -164,6 +164,7 @@ class KvtParser::Statements::Text {
     // "(" numbers ")", as components of a value of `data.type`
     bool takeComponents(AttrData& data) {
         if (!take('(')) return false;
+        std::fill_n(data.value, 4, 0);
         const unsigned long count = componentCount(data.type);
         unsigned long i = 0;
         for (; passGap() && !isAt(')'); ++i)
@@ -392,13 +393,13 @@ inline bool KvtParser::Statements::seeValue(Text& text, const Head& head, Value&
 }
 
 inline bool KvtParser::Statements::seeOutput(Text& text, Value& value) {
-    value.data.clear();
+    value.data.type = AttrType::Null;
     return text.takeName(value.node) && text.take('.') && text.takeName(value.output);
 }
 
 // scalar = number | string | "true" | "false" | Id | Id Parens
 inline bool KvtParser::Statements::seeScalar(Text& text, Value& value) {
-    value.data.clear();
+    value.data.type = AttrType::Null;
     if (text.isAtNumber()) return text.takeNumber(value.data);
     if (text.isAt('"')) {
         value.data.type = AttrType::String;
@@ -499,7 +500,7 @@ inline bool KvtParser::Statements::assign(const Head& head, Value& value) {
     switch (value.data.type) {
         case AttrType::Null: return wait(head, *node, value);
         case AttrType::String: return storeText(head, *node, value);
-        default: return store(reach(head, *node, value.data.type), value.data);
+        default: return storePlain(head, *node, value.data);
     }
 }
 
@@ -519,9 +520,8 @@ bool KvtParser::Statements::isRenamed(const Head& head, const Node& node) {
 
 // The target, if there is one or can be. An object or array that is made for it stays: the rules
 // would make it too before they find that it cannot hold the target.
-inline FoundInput KvtParser::Statements::reach(const Head& head, Node& node, AttrType type,
-                                               unsigned long textRoom) const {
-    const NewInput input = {head.inputName, type, 0, textRoom};
+inline FoundInput KvtParser::Statements::reach(const Head& head, Node& node,
+                                               const NewInput& input) const {
     const bool isOfNode = head.objectName == 0 && head.element.isEmpty();
     if (!isOfNode || renames::any()) return reachFar(head, node, input);
     return node.findOrCreate(input);
@@ -555,6 +555,13 @@ FoundInput KvtParser::Statements::reachElement(const Head& head, Input& array,
     return {array.inputAt(index), false};
 }
 
+// An input that is made gets the value at once.
+inline bool KvtParser::Statements::storePlain(const Head& head, Node& node, const AttrData& data) {
+    const NewInput input = {head.inputName, data.type, 0, 0, data.value};
+    const FoundInput target = reach(head, node, input);
+    return target.isNew ? target.input != nullptr : store(target, data);
+}
+
 // Only a value of the target's own type: all others are fitted by the rules.
 inline bool KvtParser::Statements::store(const FoundInput& target, const AttrData& data) {
     return target.input && target.input->type() == data.type && target.input->assign(data);
@@ -565,7 +572,7 @@ inline bool KvtParser::Statements::storeText(const Head& head, Node& node, Value
     const std::string_view text = value.text.substr(0, value.text.find('\0'));
     if (text.size() > longestInPlace) return storeLongText(head, node, text);
     const unsigned long room = (text.size() + words::size) / words::size * words::size;
-    const FoundInput target = reach(head, node, AttrType::String, room);
+    const FoundInput target = reach(head, node, {head.inputName, AttrType::String, 0, room});
     if (mayBeListed(head, node, target)) return false;
     if (!target.input || target.input->type() != AttrType::String) return false;
     target.input->assignText(text);
@@ -576,7 +583,7 @@ inline bool KvtParser::Statements::storeText(const Head& head, Node& node, Value
 bool KvtParser::Statements::storeLongText(const Head& head, Node& node, std::string_view text) {
     AttrData data = AttrData::ofText(text);
     const PayloadGuard guard(*scene_, data);
-    const FoundInput target = reach(head, node, AttrType::String);
+    const FoundInput target = reach(head, node, {head.inputName, AttrType::String});
     if (mayBeListed(head, node, target) || !store(target, data)) return false;
     data.clear();
     return true;
@@ -591,7 +598,7 @@ bool KvtParser::Statements::mayBeListed(const Head& head, const Node& node,
 // Only parsers that nobody looks into.
 inline bool KvtParser::Statements::wait(const Head& head, Node& node, const Value& value) {
     if (parser_.pending_ == Pending::Records) return false;
-    const FoundInput target = reach(head, node, AttrType::Null);
+    const FoundInput target = reach(head, node, {head.inputName, AttrType::Null});
     if (!target.input) return false;
     if (head.kind == Head::Refer) {
         parser_.outputsToConnect_->add(target.input, target.isNew,

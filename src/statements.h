@@ -70,13 +70,14 @@ class KvtParser::Statements {
     // Each carries the statement out, or returns false and nothing has been done.
     bool declare(const Head& head);
     bool assign(const Head& head, Value& value);
+    bool storePlain(const Head& head, Node& node, const AttrData& data);
     static bool store(const FoundInput& target, const AttrData& data);
     bool storeText(const Head& head, Node& node, Value& value);
     bool storeLongText(const Head& head, Node& node, std::string_view text);
     static bool mayBeListed(const Head& head, const Node& node, const FoundInput& target);
     bool wait(const Head& head, Node& node, const Value& value);
     static bool isRenamed(const Head& head, const Node& node);
-    FoundInput reach(const Head& head, Node& node, AttrType type, unsigned long textRoom = 0) const;
+    FoundInput reach(const Head& head, Node& node, const NewInput& input) const;
     FoundInput reachFar(const Head& head, Node& node, const NewInput& input) const;
     static FoundInput reachInput(const Head& head, Node& node, const NewInput& wanted);
     FoundInput reachElement(const Head& head, Input& array, AttrType type) const;

@@ -348,6 +348,8 @@ struct NewInput {
     AttrType type;
     std::uint32_t elementType = 0;  // of an array or buffer
     unsigned long textRoom = 0;     // bytes for a text in place, its NUL included
+    // The words of the value of a new input that carries no payload; null for its type's default.
+    const std::uint64_t* value = nullptr;
 };
 
 // A typed place on a node, in an object or in an array: holds a value, a node reference and a
@@ -463,9 +465,12 @@ class Input final : public interfaces::IInput {
     class Container;
     class Children;
     class Elements;
-    struct Links;
     template <class Target>
     struct Link;
+    template <class Target>
+    struct OneLink;
+    struct BothLinks;
+    enum LinksKept : std::uint32_t { NoLinks, OneConnection, OneReference, TwoLinks };
 
     // What holds an input: a node, or the object or array above, whose address is then an odd
     // number.
@@ -490,7 +495,9 @@ class Input final : public interfaces::IInput {
         void* buffer;
         Children* children;  // of an object, or what may become one; null while nobody asked
         Elements* elements;  // of an array; null while it has none
-        Links* links;
+        OneLink<Output>* connection;
+        OneLink<Node>* reference;
+        BothLinks* both;
     };
     // What the value of a longer type has besides stands right behind the input: the components of
     // vectors and matrices, and these.
@@ -521,6 +528,7 @@ class Input final : public interfaces::IInput {
         AttrType type;
         std::uint32_t elementType;
         unsigned long textRoom = 0;
+        const std::uint64_t* value = nullptr;
         unsigned long position = 0;
     };
     // A new input at the end of `list`, with one reference, its holder's. Throws std::bad_alloc.
@@ -530,12 +538,14 @@ class Input final : public interfaces::IInput {
     inline Input(std::uint32_t place, const Made& made);
     ~Input();
 
+    const Value* kept() const;
     Value& word();
     const Value& word() const;
     Children* children() const;
     Elements* elements() const;
     template <class Kept>
     Kept& need(Kept*& container);
+    Children& needChildren();
     bool canHoldChildren() const;
     FoundInput findOrCreate(const NewInput& wanted);
     Input* addChild(const String& name, AttrType type, std::uint32_t elementType);
@@ -554,12 +564,21 @@ class Input final : public interfaces::IInput {
     void expect(AttrType wanted) const;
     [[noreturn]] void throwMismatch(const char* expected) const;
 
-    Links* links() const { return hasLinks_ ? word_.links : nullptr; }
-    void makeLinks(const Node& target);
     template <class Target>
-    void attach(Link<Target> Links::*link, Target& target);
+    Link<Target>* link() const;
     template <class Target>
-    void detach(Link<Target> Links::*link) noexcept;
+    void makeLink(const Node& target);
+    void startWith(OneLink<Output>* link);
+    void startWith(OneLink<Node>* link);
+    void haveBothLinks(Pool& pool);
+    template <class Target>
+    static void leadBack(const Link<Target>& own, Input** place) noexcept;
+    template <class Target>
+    static void moveLink(OneLink<Target>* from, Link<Target>& to) noexcept;
+    template <class Target>
+    void attach(Target& target);
+    template <class Target>
+    void detach() noexcept;
     // Cuts the connection and the node reference.
     void cut() noexcept;
 
@@ -573,7 +592,7 @@ class Input final : public interfaces::IInput {
     std::uint32_t place_ : 18;       // in the pool
     std::uint32_t type_ : 5;         // an AttrType
     std::uint32_t elementType_ : 6;  // an array's AttrType or a buffer's DataType
-    std::uint32_t hasLinks_ : 1;
+    std::uint32_t links_ : 2;        // LinksKept
     std::uint32_t position_;
     Symbol name_;
     Owner owner_;

@@ -33,6 +33,7 @@ AttrData AttrData::ofBool(bool value) {
 
 void AttrData::setBool(bool is) {
     type = AttrType::Bool;
+    value[0] = 0;
     std::memcpy(value, &is, sizeof is);
 }
 

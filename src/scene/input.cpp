@@ -110,9 +110,17 @@ struct Input::Link {
     Input* next = nullptr;
 };
 
-// Kept apart, since most inputs have none.
-struct Input::Links {
-    Links(std::uint32_t place, Value itsValue) : value(itsValue), place_(place) {}
+// Kept apart, since most inputs have none. Most others have one, and no value.
+template <class Target>
+struct Input::OneLink {
+    explicit OneLink(std::uint32_t place) : place_(place) {}
+
+    Link<Target> link;
+    std::uint32_t place_;
+};
+
+struct Input::BothLinks {
+    BothLinks(std::uint32_t place, Value itsValue) : value(itsValue), place_(place) {}
 
     Link<Output> connection;
     Link<Node> reference;
@@ -197,16 +205,27 @@ const Enumeration* Input::enumeration() const {
 
 // --- The value's word ---------------------------------------------------------------------------
 
-Input::Value& Input::word() { return hasLinks_ ? word_.links->value : word_; }
-const Input::Value& Input::word() const { return hasLinks_ ? word_.links->value : word_; }
+// Null where there is but a link.
+const Input::Value* Input::kept() const {
+    if (links_ == NoLinks) return &word_;
+    return links_ == TwoLinks ? &word_.both->value : nullptr;
+}
+
+Input::Value& Input::word() { return *const_cast<Value*>(kept()); }
+const Input::Value& Input::word() const { return *kept(); }
 
 // What may become an object may have been asked for its container side.
 Input::Children* Input::children() const {
     const bool mayHave = isObject() || type() == AttrType::Null || type() == AttrType::Node;
-    return mayHave ? word().children : nullptr;
+    return mayHave && kept() ? word().children : nullptr;
 }
 
 Input::Elements* Input::elements() const { return isArray() ? word().elements : nullptr; }
+
+Input::Children& Input::needChildren() {
+    if (!kept()) haveBothLinks(Pool::of(*this));
+    return need(word().children);
+}
 
 template <class Kept>
 Kept& Input::need(Kept*& container) {
@@ -231,7 +250,7 @@ bool isInputName(const String& name) { return !name.isEmpty() && name[0] != '[';
 interfaces::IInputContainer* Input::container() {
     if (isArray()) return &need(word().elements);
     const bool canHold = isObject() || type() == AttrType::Null;
-    return canHold ? &need(word().children) : nullptr;
+    return canHold ? &needChildren() : nullptr;
 }
 
 Input* Input::createInput(const String& name, AttrType type) {
@@ -279,8 +298,9 @@ Input* Input::addChild(const String& name, AttrType type, std::uint32_t elementT
 Input* Input::addChild(const NewInput& wanted) {
     if (!canHoldChildren()) return nullptr;
     constexpr unsigned long fewChildren = 4;
-    const Made made = {Owner(this), wanted.name, wanted.type, wanted.elementType, wanted.textRoom};
-    Input* const child = addTo(need(word().children).list, Pool::of(*this), made, fewChildren);
+    const Made made = {Owner(this),        wanted.name,     wanted.type,
+                       wanted.elementType, wanted.textRoom, wanted.value};
+    Input* const child = addTo(needChildren().list, Pool::of(*this), made, fewChildren);
     type_ = codeOf(AttrType::Object);
     return child;
 }
@@ -342,7 +362,8 @@ AttrType Input::untouchedArrayType(unsigned long i) const {
 Input* Input::touch(unsigned long i) {
     ElementSlot& slot = elements()->slots[i];
     if (!slot.input()) {
-        slot.touch(make(Pool::of(*this), {Owner(this), 0, slot.type(), slot.elementType(), 0, i}));
+        slot.touch(make(Pool::of(*this),
+                        {Owner(this), 0, slot.type(), slot.elementType(), 0, nullptr, i}));
     }
     return slot.input();
 }
@@ -574,65 +595,129 @@ double Input::asNumber() const {
 
 // --- Connections and node references ------------------------------------------------------------
 
-// Kept with what they lead to where the input has outlived its own node.
-void Input::makeLinks(const Node& target) {
-    if (hasLinks_) return;
-    Pool& pool = owner_.isNone() ? target.pool() : Pool::of(*this);
-    word_.links = pool.make<Links>(word_);
-    hasLinks_ = 1;
+// The link to an output or to a node; null where there was never one.
+template <>
+Input::Link<Output>* Input::link() const {
+    if (links_ == TwoLinks) return &word_.both->connection;
+    return links_ == OneConnection ? &word_.connection->link : nullptr;
+}
+
+template <>
+Input::Link<Node>* Input::link() const {
+    if (links_ == TwoLinks) return &word_.both->reference;
+    return links_ == OneReference ? &word_.reference->link : nullptr;
+}
+
+// With what it leads to where the input has outlived its own node.
+template <class Target>
+void Input::makeLink(const Node& target) {
+    if (link<Target>()) return;
+    const bool hasOwner = !owner_.isNone();
+    Pool& pool = hasOwner ? Pool::of(*this) : target.pool();
+    const bool mayBeAlone = hasOwner && links_ == NoLinks && word_.word == 0 &&
+                            (type() == AttrType::Null || type() == AttrType::Node);
+    return mayBeAlone ? startWith(pool.make<OneLink<Target>>()) : haveBothLinks(pool);
+}
+
+void Input::startWith(OneLink<Output>* link) {
+    word_.connection = link;
+    links_ = OneConnection;
+}
+
+void Input::startWith(OneLink<Node>* link) {
+    word_.reference = link;
+    links_ = OneReference;
+}
+
+void Input::haveBothLinks(Pool& pool) {
+    auto* const both = pool.make<BothLinks>(kept() ? *kept() : Value{});
+    if (links_ == OneConnection) moveLink(word_.connection, both->connection);
+    if (links_ == OneReference) moveLink(word_.reference, both->reference);
+    word_.both = both;
+    links_ = TwoLinks;
+}
+
+// What comes after a link in its chain is to lead back to `place`.
+template <class Target>
+void Input::leadBack(const Link<Target>& own, Input** place) noexcept {
+    Input* const next = own.next;
+    (next ? next->link<Target>()->place : own.target->attached_.end) = place;
 }
 
 template <class Target>
-void Input::attach(Link<Target> Links::*link, Target& target) {
+void Input::moveLink(OneLink<Target>* from, Link<Target>& to) noexcept {
+    to = from->link;
+    if (to.target) leadBack(to, &to.next);
+    Pool::destroy(from);
+}
+
+template <class Target>
+void Input::attach(Target& target) {
     InputChain& chain = target.attached_;
-    Link<Target>& own = links()->*link;
+    Link<Target>& own = *link<Target>();
     own = {&target, chain.end, nullptr};
     *chain.end = this;
     chain.end = &own.next;
 }
 
 template <class Target>
-void Input::detach(Link<Target> Links::*link) noexcept {
-    if (!hasLinks_) return;
-    Link<Target>& own = links()->*link;
-    if (!own.target) return;
-    *own.place = own.next;
-    (own.next ? (own.next->links()->*link).place : own.target->attached_.end) = own.place;
-    own = {};
+void Input::detach() noexcept {
+    Link<Target>* const own = link<Target>();
+    if (!own || !own->target) return;
+    *own->place = own->next;
+    leadBack(*own, own->place);
+    *own = {};
 }
 
 void Input::connect(Output* output) {
     if (!output) return disconnect();
-    makeLinks(*output->node());  // first, so that a failure leaves the earlier connection
-    detach(&Links::connection);
-    attach(&Links::connection, *output);
+    makeLink<Output>(*output->node());  // first, so that a failure leaves the earlier connection
+    detach<Output>();
+    attach(*output);
 }
 
-void Input::disconnect() { detach(&Links::connection); }
+void Input::disconnect() { detach<Output>(); }
 
-Output* Input::connection() const { return links() ? links()->connection.target : nullptr; }
+Output* Input::connection() const {
+    const Link<Output>* const own = link<Output>();
+    return own ? own->target : nullptr;
+}
 
 void Input::setNode(Node* node) {
-    if (node) makeLinks(*node);
-    detach(&Links::reference);
+    if (node) makeLink<Node>(*node);
+    detach<Node>();
     if (!node) return;
-    attach(&Links::reference, *node);
+    attach(*node);
     if (type() == AttrType::Null) type_ = codeOf(AttrType::Node);
 }
 
-Node* Input::nodeReference() const { return links() ? links()->reference.target : nullptr; }
+Node* Input::nodeReference() const {
+    const Link<Node>* const own = link<Node>();
+    return own ? own->target : nullptr;
+}
 
-Input* Input::nextConnected() const { return links() ? links()->connection.next : nullptr; }
-Input* Input::nextReferring() const { return links() ? links()->reference.next : nullptr; }
+Input* Input::nextConnected() const {
+    const Link<Output>* const own = link<Output>();
+    return own ? own->next : nullptr;
+}
+
+Input* Input::nextReferring() const {
+    const Link<Node>* const own = link<Node>();
+    return own ? own->next : nullptr;
+}
 
 void Input::cut() noexcept {
-    if (!hasLinks_) return;
-    detach(&Links::connection);
-    detach(&Links::reference);
-    Links* const kept = links();
-    word_ = kept->value;
-    hasLinks_ = 0;
-    Pool::destroy(kept);
+    if (links_ == NoLinks) return;
+    detach<Output>();
+    detach<Node>();
+    const Value value = kept() ? *kept() : Value{};
+    switch (links_) {
+        case OneConnection: Pool::destroy(word_.connection); break;
+        case OneReference: Pool::destroy(word_.reference); break;
+        default: Pool::destroy(word_.both);
+    }
+    word_ = value;
+    links_ = NoLinks;
 }
 
 // --- The end ------------------------------------------------------------------------------------

@@ -56,13 +56,18 @@ inline Input::Input(std::uint32_t place, const Made& made)
     : place_(place & Pool::lastPlace),
       type_(keptType(made.type) & noType),
       elementType_(keptElementType(made.elementType) & noElementType),
-      hasLinks_(0),
+      links_(NoLinks),
       position_(static_cast<std::uint32_t>(made.position)),
       name_(made.name),
       owner_(made.owner),
       word_{} {
     const unsigned long size = sizesBehind.of[type_];
-    if (size > 0) copyBehind(behind<char>(), AttrData::defaultComponents(made.type), size);
+    if (size > 0) {
+        const void* const words = made.value;
+        copyBehind(behind<char>(), words ? words : AttrData::defaultComponents(made.type), size);
+    } else if (made.value) {
+        word_.word = made.value[0];
+    }
     if (made.textRoom > 0) behind<TextSize>()->room = made.textRoom & 0xFF;
 }
 
@@ -89,8 +94,8 @@ inline FoundInput Node::findOrCreate(const NewInput& wanted) {
 }
 
 inline Input* Node::add(const NewInput& wanted) {
-    const Input::Made made = {Input::Owner(this), wanted.name, wanted.type, wanted.elementType,
-                              wanted.textRoom};
+    const Input::Made made = {Input::Owner(this), wanted.name,     wanted.type,
+                              wanted.elementType, wanted.textRoom, wanted.value};
     return Input::addTo(inputs_, pool(), made, kind_->expectedInputs);
 }
 

@@ -65,19 +65,35 @@ String updateOutputName(const String& nodeType, const String& name) {
     return renames::any() ? outputRenames().current(nodeType, name) : name;
 }
 
-void registerInputRename(const String& nodeType, const String& old, const String& current) {
-    inputRenames().add(nodeType, old, current);
+namespace {
+
+// Who changes the tables says whether they hold any.
+std::mutex& changes() {
+    static std::mutex mutex;
+    return mutex;
+}
+
+void enter(RenameTable& table, const String& nodeType, const String& old, const String& current) {
+    const std::lock_guard lock(changes());
+    table.add(nodeType, old, current);
     renames::anyEntered.store(true, std::memory_order_release);
+}
+
+}  // namespace
+
+void registerInputRename(const String& nodeType, const String& old, const String& current) {
+    enter(inputRenames(), nodeType, old, current);
 }
 
 void registerOutputRename(const String& nodeType, const String& old, const String& current) {
-    outputRenames().add(nodeType, old, current);
-    renames::anyEntered.store(true, std::memory_order_release);
+    enter(outputRenames(), nodeType, old, current);
 }
 
 void clearRenames() {
+    const std::lock_guard lock(changes());
     inputRenames().clear();
     outputRenames().clear();
+    renames::anyEntered.store(false, std::memory_order_release);
 }
 
 }  // namespace ko::mirel_sdk::impl
