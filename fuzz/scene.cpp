@@ -127,6 +127,11 @@ void requireLeft(Input& input) {
     require(!input.owner() && !input.parent(), "an input of a node that has gone");
     require(!input.connection() && !input.nodeReference(), "a link to what has gone");
     static_cast<void>(input.fullName());
+    require(!input.input(input.name()), "an input below what has gone");
+    if (auto* const container = input.container()) {
+        require(container->inputCount() == 0 && !container->createInput("x", input.type()),
+                "a container of a node that has gone");
+    }
     input.assign(input.value().clone());
 }
 

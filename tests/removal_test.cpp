@@ -579,6 +579,76 @@ TEST_F(CountedInputTest, KeepsItsValueBeyondItsScene) {
     EXPECT_EQ(held->asText(), "changed");
 }
 
+TEST_F(CountedInputTest, KeepsItsNameBeyondItsScene) {
+    auto scene = std::make_unique<Scene>();
+    Node& node = *scene->createNode("t", "n", "");
+    const RefersTo<Input> held(node.createInput("x", AttrType::Int));
+    const RefersTo<Input> other(node.createInput("a_name_that_is_long_enough", AttrType::Int));
+    scene.reset();
+    EXPECT_EQ(held->name(), "x");
+    EXPECT_EQ(other->name(), "a_name_that_is_long_enough");
+    EXPECT_EQ(held->fullName(), ".x");
+}
+
+// Of a few children and of many, which are found by other means.
+TEST_F(CountedInputTest, FindsNoChildBeyondItsNode) {
+    for (const unsigned long count : {1UL, 8UL, 9UL, 100UL}) {
+        SCOPED_TRACE(count);
+        auto scene = std::make_unique<Scene>();
+        Node& node = *scene->createNode("t", "n", "");
+        const RefersTo<Input> held(node.createInput("x", AttrType::Object));
+        for (unsigned long i = 0; i < count; ++i)
+            held->createInput(String("c") + String(i), AttrType::Int);
+        scene->removeNode("n");
+        scene->purgeRemoved();
+        EXPECT_EQ(held->inputCount(), 0U);
+        for (unsigned long i = 0; i < count; ++i) {
+            const String name = String("c") + String(i);
+            EXPECT_EQ(held->input(name), nullptr);
+            EXPECT_FALSE(held->container()->hasInput(name, AttrType::Null));
+            EXPECT_EQ(held->createInput(name, AttrType::Int), nullptr);
+        }
+        scene.reset();
+        EXPECT_EQ(held->input("c0"), nullptr);
+    }
+}
+
+TEST_F(CountedInputTest, KeepsItsContainerSideBeyondItsNode) {
+    auto scene = std::make_unique<Scene>();
+    Node& node = *scene->createNode("t", "n", "");
+    const RefersTo<Input> held(node.createInput("x", AttrType::Object));
+    const RefersTo<Input> untouched(node.createInput("y", AttrType::Null));
+    const RefersTo<Input> list(node.createArray("z", AttrType::Int));
+    list->appendElement();
+    auto* const before = held->container();
+    before->createInput("c", AttrType::Int);
+    scene.reset();
+    for (auto* const container :
+         {before, held->container(), untouched->container(), list->container()}) {
+        EXPECT_EQ(container->inputCount(), 0U);
+        EXPECT_EQ(container->inputAt(0), nullptr);
+        EXPECT_EQ(container->createInput("c", AttrType::Int), nullptr);
+    }
+    EXPECT_EQ(before, held->container());
+}
+
+// One that has outlived its node may be connected to another scene, which ends too.
+TEST_F(CountedInputTest, IsCutFromOtherScenesBeyondItsOwn) {
+    auto own = std::make_unique<Scene>();
+    const RefersTo<Input> held(own->createNode("t", "n", "")->createInput("x", AttrType::Null));
+    own.reset();
+    auto other = std::make_unique<Scene>();
+    Node& target = *other->createNode("t", "m", "");
+    held->connect(target.output("out"));
+    held->setNode(&target);
+    EXPECT_EQ(held->connection(), target.output("out"));
+    EXPECT_EQ(held->nodeReference(), &target);
+    other.reset();
+    EXPECT_EQ(held->connection(), nullptr);
+    EXPECT_EQ(held->nodeReference(), nullptr);
+    EXPECT_NE(held->container() != nullptr, held->type() == AttrType::Node);
+}
+
 TEST_F(CountedInputTest, HasNeitherNodeNorLinksBeyondItsNode) {
     const RefersTo<Input> held(&input(gone_, "x", AttrType::Node));
     remove();

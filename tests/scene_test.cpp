@@ -623,6 +623,57 @@ TEST(NamesTest, TheEmptyNameIsNumberNone) {
     EXPECT_EQ(str((*names)[0]), "");
 }
 
+// --- what nodes of a type have in common
+
+TEST(NodeKindTest, NodesOfATypeMayHaveLabelsOfTheirOwn) {
+    Scene scene;
+    const Node& plain = *scene.createNode("t", "a", "");
+    const Node& first = *scene.createNode("t", "b", "one");
+    const Node& second = *scene.createNode("t", "c", "two");
+    const Node& other = *scene.createNode("t", "d", "");
+    EXPECT_EQ(str(plain.label()) + '|' + str(first.label()) + '|' + str(second.label()) + '|' +
+                  str(other.label()),
+              "|one|two|");
+    for (const Node* const node : scene.nodes())
+        EXPECT_EQ(node->type(), "t");
+}
+
+TEST(NodeKindTest, IsThatOfTheTypeWhenTheNodeWasMade) {
+    Scene scene;
+    const Node& before = *scene.createNode("t", "a", "");
+    NodeType type("t");
+    type.input("x", AttrType::Int);
+    const NodeType* const registered = scene.registerType(std::move(type));
+    const Node& with = *scene.createNode("t", "b", "");
+    const NodeType* const again = scene.registerType(NodeType("t"));
+    const Node& after = *scene.createNode("t", "c", "");
+    EXPECT_EQ(before.nodeType(), nullptr);
+    EXPECT_EQ(with.nodeType(), registered);
+    EXPECT_EQ(after.nodeType(), again);
+    EXPECT_EQ(before.inputCount(), 0U);
+    EXPECT_EQ(with.inputCount(), 1U);
+    EXPECT_EQ(after.inputCount(), 0U);
+    scene.removeNode("a");
+    scene.removeNode("c");
+    scene.purgeRemoved();
+    EXPECT_EQ(scene.createNode("t", "a", "")->nodeType(), again);
+    EXPECT_EQ(with.nodeType(), registered);
+}
+
+TEST(NodeKindTest, GoesWithItsLastNode) {
+    Scene scene;
+    for (int i = 0; i < 3; ++i) {
+        for (const char* const label : {"", "label"}) {
+            const Node& node = *scene.createNode("t", "n", label);
+            EXPECT_EQ(node.type(), "t");
+            EXPECT_EQ(str(node.label()), label);
+            scene.removeNode("n");
+            EXPECT_EQ(node.type(), "t");
+            scene.purgeRemoved();
+        }
+    }
+}
+
 // --- links: connections of inputs to outputs, references of inputs to nodes
 
 class LinkTest : public testing::Test {

@@ -718,7 +718,7 @@ class Node {
         const String& name() const { return type; }
         // The next node is likely to get as many inputs as the one before it.
         void expect() {
-            constexpr unsigned long most = 64;
+            constexpr unsigned long most = 8;
             const unsigned long before = newest ? newest->inputCount() : 0;
             if (before > 0) expectedInputs = std::min(before, most);
         }
@@ -827,6 +827,7 @@ class NodeType {
     std::vector<Rename> outputRenames_;
 };
 
+// Names of inputs and outputs are kept as long as the scene, or an input of it that somebody holds.
 class Scene : public interfaces::IScene {
   public:
     // An empty scene of version 1, without time, comments and limits on buffers.

@@ -326,7 +326,7 @@ Input* Input::inputAt(unsigned long i) {
 }
 
 Input* Input::input(const String& name) {
-    const Children* const kept = children();
+    const Children* const kept = owner_.isNone() ? nullptr : children();
     const Symbol symbol = kept ? Pool::namesOf(*this).find(name) : 0;
     return symbol ? kept->list.find(symbol) : nullptr;
 }
@@ -478,7 +478,8 @@ void Input::assignText(std::string_view text) {
 
 void Input::freeText() noexcept {
     char*& text = word().text;
-    if (text != textBehind()) std::free(text);
+    const bool isInPlace = behind<TextSize>()->room > 0 && text == textBehind();
+    if (!isInPlace) std::free(text);
     text = nullptr;
 }
 

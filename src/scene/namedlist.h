@@ -20,7 +20,7 @@ class NamedList<T>::Index {
     // With room for `capacity` items.
     explicit Index(unsigned long capacity) : slots_(ds::Vector<Slot>::ofSize(slotsFor(capacity))) {}
 
-    // The position of an item, or none.
+    // The position of an item, maybe of one that was taken out; beyond all where it was never in.
     std::uint32_t find(Symbol name) const {
         const Slot& slot = slots_[place(name)];
         return slot.behind - 1;
@@ -30,8 +30,6 @@ class NamedList<T>::Index {
         slot.name = name;
         slot.behind = static_cast<std::uint32_t>(position) + 1;
     }
-
-    static constexpr std::uint32_t none = ~0U;
 
   private:
     struct Slot {
@@ -70,7 +68,7 @@ template <class T>
 inline T* NamedList<T>::find(Symbol name) const {
     if (isIndexed()) {
         const std::uint32_t at = index_->find(name);
-        return at == Index::none ? nullptr : items_[at];
+        return at < size_ ? items_[at] : nullptr;
     }
     constexpr std::uint64_t everyByte = 0x0101010101010101;
     const std::uint64_t differences = marks_ ^ everyByte * (name & 0xFFU);
