@@ -150,11 +150,11 @@ void KvtParser::findNodes(const Batch<Name>& batch, Node** nodes) {
         Ahead::place(*scene, hashes[i]);
     }
     for (unsigned long i = 0; scene && i < batch.size(); ++i)
-        Ahead::node(*scene, hashes[i]);
+        nodes[i] = Ahead::node(*scene, hashes[i]);
     for (unsigned long i = 0; i < batch.size(); ++i) {
         const Name& name = batch[i]->refersTo;
-        const bool isPlain = scene && name.isOfNode();
-        nodes[i] = isPlain ? scene->store_->nodes.find(name.node, hashes[i]) : nodeOf(name);
+        const bool isThere = scene && name.isOfNode() && nodes[i] && nodes[i]->name() == name.node;
+        if (!isThere) nodes[i] = nodeOf(name);
     }
 }
 

@@ -12,9 +12,9 @@ class Ahead {
   public:
     // Where the name of a node stands or would stand, by its hash.
     static void place(const Scene& scene, unsigned long hash) { scene.store_->nodes.expect(hash); }
-    // The node that stands there, with its first output.
-    static void node(const Scene& scene, unsigned long hash) {
-        scene.store_->nodes.expectItem(hash);
+    // The node that stands there, with its first output; null for none. Its name is not compared.
+    static Node* node(const Scene& scene, unsigned long hash) {
+        return scene.store_->nodes.likely(hash);
     }
     // The place where the next input is written that takes its value from there, or refers to it.
     static void connection(const Output& output) { write(output.attached_.end); }

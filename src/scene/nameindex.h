@@ -23,7 +23,7 @@ class NameIndex {
     // Has memory fetch what `find` looks at first, the place of the name and those behind it; then
     // the item that stands there.
     void expect(unsigned long hash) const;
-    void expectItem(unsigned long hash) const;
+    T* likely(unsigned long hash) const;
     void insert(T* item);  // throws std::bad_alloc and is then unchanged
     // In two steps: where an item of a new name goes, none when the name is taken; then puts it
     // there, before anything else changes. The first throws std::bad_alloc and leaves the items.
@@ -102,22 +102,25 @@ template <class T>
 void NameIndex<T>::expect(unsigned long hash) const {
     if (size_ == 0) return;
     const unsigned long at = home(hash);
-    __builtin_prefetch(&marks_[at]);
+    static_cast<void>(*reinterpret_cast<const volatile char*>(&marks_[at]));
     // Some items had to step aside, few of them further than that.
     constexpr unsigned long farthest = 3;
     __builtin_prefetch(&slots_[at], 1);
     __builtin_prefetch(&slots_[(at + farthest) & (marks_.size() - 1)], 1);
 }
 
+// A reading that nobody waits for: unlike a prefetch it is not dropped where the page is not at
+// hand either.
 template <class T>
-void NameIndex<T>::expectItem(unsigned long hash) const {
-    if (size_ == 0) return;
+T* NameIndex<T>::likely(unsigned long hash) const {
+    if (size_ == 0) return nullptr;
     unsigned long at = home(hash);
-    while (isTaken(at) && marks_[at].bits != markOf(hash))
+    while (isTaken(at) && (marks_[at].bits != markOf(hash) || slotAt(at).hash != hash))
         at = next(at);
-    if (!isTaken(at)) return;
-    const T* const item = slotAt(at).item;
-    __builtin_prefetch(item);
+    if (!isTaken(at)) return nullptr;
+    T* const item = slotAt(at).item;
+    static_cast<void>(*reinterpret_cast<const volatile char*>(item));
+    return item;
 }
 
 template <class T>
