@@ -398,7 +398,7 @@ inline bool KvtParser::Statements::seeOutput(Text& text, Value& value) {
 }
 
 // scalar = number | string | "true" | "false" | Id | Id Parens
-inline bool KvtParser::Statements::seeScalar(Text& text, Value& value) {
+[[gnu::always_inline]] inline bool KvtParser::Statements::seeScalar(Text& text, Value& value) {
     value.data.type = AttrType::Null;
     if (text.isAtNumber()) return text.takeNumber(value.data);
     if (text.isAt('"')) {
@@ -520,8 +520,8 @@ bool KvtParser::Statements::isRenamed(const Head& head, const Node& node) {
 
 // The target, if there is one or can be. An object or array that is made for it stays: the rules
 // would make it too before they find that it cannot hold the target.
-inline FoundInput KvtParser::Statements::reach(const Head& head, Node& node,
-                                               const NewInput& input) const {
+[[gnu::always_inline]] inline FoundInput KvtParser::Statements::reach(const Head& head, Node& node,
+                                                                      const NewInput& input) const {
     const bool isOfNode = head.objectName == 0 && head.element.isEmpty();
     if (!isOfNode || renames::any()) return reachFar(head, node, input);
     return node.findOrCreate(input);

@@ -589,7 +589,7 @@ class Input final : public interfaces::IInput {
     void leaveNode() noexcept;
 
     std::atomic<std::uint32_t> references_{1};
-    std::uint32_t place_ : 18;       // in the pool
+    std::uint32_t place_ : 19;       // in the pool
     std::uint32_t type_ : 5;         // an AttrType
     std::uint32_t elementType_ : 6;  // an array's AttrType or a buffer's DataType
     std::uint32_t links_ : 2;        // LinksKept
@@ -760,7 +760,7 @@ class Node {
     // on, and the node that was removed before.
     Node* previous_ = nullptr;
     Node* next_ = nullptr;
-    std::uint32_t place_ : 18;  // in the pool
+    std::uint32_t place_ : 19;  // in the pool
     bool isDefinition_ : 1;
     bool isRemoved_ : 1;
 };

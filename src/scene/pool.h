@@ -24,7 +24,7 @@ namespace ko::mirel_sdk::impl {
 class Pool {
   public:
     // No place is beyond this one.
-    static constexpr std::uint32_t lastPlace = (1U << 18) - 1;
+    static constexpr std::uint32_t lastPlace = (1U << 19) - 1;
 
     // Of `scene`, which may be null.
     explicit Pool(Scene* scene, Names& names) : scene_(scene), names_(&names) {}
