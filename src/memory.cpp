@@ -23,9 +23,12 @@
 #include <sanitizer/asan_interface.h>
 #endif
 
-// Where the program has LeakSanitizer: it looks for pointers only in memory that it knows of.
+// Where the program has LeakSanitizer: it looks for pointers only in memory that it knows of. Its
+// names are its own.
 extern "C" {
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
 [[gnu::weak]] void __lsan_register_root_region(const void* begin, std::size_t bytes);
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
 [[gnu::weak]] void __lsan_unregister_root_region(const void* begin, std::size_t bytes);
 }
 
