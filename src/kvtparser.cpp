@@ -1190,10 +1190,10 @@ void KvtParser::assign(AssignInfo& info) {
 inline void KvtParser::carryOut(const Walk& walk, AssignInfo& info) {
     if (info.gotReference) {
         if (pending_ == Pending::Records) return keepRecord(pendingConnections, walk, info);
-        outputsToConnect_->add(walk.input, walk.isNew, OutputName(info.refPath));
+        outputsToConnect_->add(walk.input, walk.isNew, info.refPath);
     } else if (info.gotIdentifier) {
         if (pending_ == Pending::Records) return keepRecord(pendingIdentifiers, walk, info);
-        nodesToSet_->add(walk.input, walk.isNew, NodeName(info.token4));
+        nodesToSet_->add(walk.input, walk.isNew, info.token4);
     } else {
         storeValue(*walk.input, walk.parent, info);
     }

@@ -84,18 +84,16 @@ KvtParser::NodeName::NodeName(const Token& reference) {
 KvtParser::Outputs KvtParser::takeOutputs() {
     Outputs waiting = std::move(*outputsToConnect_);
     waiting.settle();
-    pendingConnections.forEachInserted([&waiting](const auto& entry) {
-        waiting.add(entry.key, true, OutputName(entry.value.refPath));
-    });
+    pendingConnections.forEachInserted(
+        [&waiting](const auto& entry) { waiting.add(entry.key, true, entry.value.refPath); });
     return waiting;
 }
 
 KvtParser::Nodes KvtParser::takeNodes() {
     Nodes waiting = std::move(*nodesToSet_);
     waiting.settle();
-    pendingIdentifiers.forEachInserted([&waiting](const auto& entry) {
-        waiting.add(entry.key, true, NodeName(entry.value.token4));
-    });
+    pendingIdentifiers.forEachInserted(
+        [&waiting](const auto& entry) { waiting.add(entry.key, true, entry.value.token4); });
     return waiting;
 }
 

@@ -601,10 +601,9 @@ inline bool KvtParser::Statements::wait(const Head& head, Node& node, const Valu
     const FoundInput target = reach(head, node, {head.inputName, AttrType::Null});
     if (!target.input) return false;
     if (head.kind == Head::Refer) {
-        parser_.outputsToConnect_->add(target.input, target.isNew,
-                                       OutputName(value.node, value.output));
+        parser_.outputsToConnect_->add(target.input, target.isNew, value.node, value.output);
     } else {
-        parser_.nodesToSet_->add(target.input, target.isNew, NodeName(value.node));
+        parser_.nodesToSet_->add(target.input, target.isNew, value.node);
     }
     return true;
 }

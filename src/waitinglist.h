@@ -16,8 +16,10 @@ class KvtParser::WaitingList {
     using Entry = Waiting<Name>;
 
     // Only an input that was there before may wait already; which of them do is settled at the end.
-    void add(interfaces::IInput* input, bool isNew, Name name) {
-        Entry& entry = entries_.emplace(input, std::move(name));
+    // The name is made in its place.
+    template <class... Names>
+    void add(interfaces::IInput* input, bool isNew, const Names&... names) {
+        Entry& entry = entries_.emplace(input, names...);
         if (!isNew) again_.push_back(&entry);
     }
 

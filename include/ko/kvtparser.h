@@ -309,8 +309,8 @@ class KvtParser {
 
     // A reference to an output. One that is not of two names stands in `node` as it was written.
     struct OutputName {
-        OutputName(String nodeName, String outputName)
-            : node(std::move(nodeName)), output(std::move(outputName)) {}
+        OutputName(const String& nodeName, const String& outputName)
+            : node(nodeName), output(outputName) {}
         explicit OutputName(const ds::Vector<Token>& path);
         StringVector parts() const;
         bool isNull() const;
@@ -322,7 +322,7 @@ class KvtParser {
     };
     // A node, or none.
     struct NodeName {
-        explicit NodeName(String name) : node(std::move(name)) {}
+        explicit NodeName(const String& name) : node(name) {}
         explicit NodeName(const Token& reference);
         bool isNull() const { return node.isEmpty(); }
         bool isOfNode() const { return !isNull(); }
@@ -333,7 +333,9 @@ class KvtParser {
     // What waits for the end of the document, in its order: inputs, each with what it refers to.
     template <class Name>
     struct Waiting {
-        Waiting(interfaces::IInput* target, Name name) : input(target), refersTo(std::move(name)) {}
+        template <class... Names>
+        explicit Waiting(interfaces::IInput* target, const Names&... names)
+            : input(target), refersTo(names...) {}
 
         interfaces::IInput* input;  // null where another assignment to it came later
         Name refersTo;
@@ -419,7 +421,7 @@ class KvtParser {
     bool isReading_ = false;
     ds::Vector<Scene*> heldScenes_;  // while a document is read: those whose nodes are known
     Node* withNode_ = nullptr;
-    unsigned long bufferBytes_ = 0;   // that buffers have asked for so far
+    unsigned long bufferBytes_ = 0;  // that buffers have asked for so far
     ds::Vector<Node*> definedNodes_;
 
     // What an assignment is read into, one after the other.

@@ -84,7 +84,12 @@ inline T* NamedList<T>::find(Symbol name) const {
 
 template <class T>
 inline void NamedList<T>::add(Pool& pool, T* item, unsigned long expected) {
-    if (size_ == capacity_) grow(pool, items_ ? 2 * std::uint64_t(capacity_) : expected);
+    if (!items_ && expected - 1 < longestScan) {
+        items_ = PoolArray::make<T>(pool, expected);
+        capacity_ = static_cast<std::uint32_t>(expected);
+    } else if (size_ == capacity_) {
+        grow(pool, items_ ? 2 * std::uint64_t(capacity_) : expected);
+    }
     if (isIndexed()) {
         index_->insert(item->name_, size_);
     } else {

@@ -73,8 +73,8 @@ Node* Scene::createNode(String type, String name, String label) {
 }
 
 Node* Scene::findOrCreateNode(const String& type, const String& name, unsigned long hash) {
-    if (Node* const known = store_->nodes.find(name, hash)) return known;
     const auto place = store_->nodes.freePlace(name, hash);
+    if (!place) return store_->nodes.find(name, hash);
     Node* const node = makeNode(kindOf(type), name);
     store_->nodes.insertAt(*place, node);
     enlist(*node);
