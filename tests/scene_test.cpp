@@ -1168,6 +1168,33 @@ TEST(SceneThreadTest, EachThreadMayHaveASceneOfItsOwn) {
     EXPECT_EQ(counts, (std::array<unsigned long, 4>{499, 499, 499, 499}));
 }
 
+// Of some megabytes each; inputs that are held beyond their scenes go when others take their place.
+TEST(SceneThreadTest, LargeScenesTakeThePlaceOfOthersInAnyThread) {
+    constexpr unsigned long nodeCount = 20'000;
+    std::string document;
+    for (unsigned long i = 0; i < nodeCount; ++i)
+        document += "t n" + std::to_string(i) + ": .a = 1; .b = \"text\"; .c |= n0.out;\n";
+    const String text{std::string_view(document)};
+    std::array<unsigned long, 4> sums{};
+    onThreads([&](unsigned thread) {
+        RefersTo<Input> held;
+        for (int round = 0; round < 3; ++round) {
+            Scene scene;
+            parseString(&scene, text);
+            for (Node* const node : scene.nodes()) {
+                const bool isWhole = node->input("b")->asText() == "text" &&
+                                     node->input("c")->connection()->name() == "out";
+                sums.at(thread) +=
+                    isWhole ? static_cast<unsigned long>(node->input("a")->asInt()) : 0;
+            }
+            held = RefersTo<Input>(scene.findNode("n7")->input("b"));
+        }
+        sums.at(thread) += held->asText() == "text" && held->name() == "b" ? 1 : 0;
+    });
+    constexpr unsigned long sum = 3 * nodeCount + 1;
+    EXPECT_EQ(sums, (std::array<unsigned long, 4>{sum, sum, sum, sum}));
+}
+
 TEST(SceneThreadTest, ASceneMayBeHandedToAnotherThread) {
     Scene scene;
     std::thread([&] { scene.createNode("t", "made elsewhere", ""); }).join();

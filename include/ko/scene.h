@@ -717,7 +717,7 @@ class Node {
     struct Kind {
         const String& name() const { return type; }
         // The next node is likely to get as many inputs as the one before it.
-        void expect() {
+        void learn() {
             constexpr unsigned long most = 8;
             const unsigned long before = newest ? newest->inputCount() : 0;
             if (before > 0) expectedInputs = std::min(before, most);

@@ -90,7 +90,7 @@ void Scene::enlist(Node& node) noexcept {
 }
 
 Node* Scene::makeNode(Node::Kind& kind, const String& name) {
-    kind.expect();
+    kind.learn();
     ++kind.users;
     Node* node = nullptr;
     try {
