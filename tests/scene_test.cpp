@@ -515,6 +515,21 @@ TEST(NodeOutputTest, MayBeCalledLikeAnInput) {
     EXPECT_EQ(str(node.output("x")->fullName()), "n.x");
 }
 
+// The first one, a few and many are found by different means.
+TEST(NodeOutputTest, AreFoundByNameHoweverManyThereAre) {
+    constexpr unsigned long most = 150;
+    Scene scene;
+    Node& node = *scene.createNode("t", "n", "");
+    for (unsigned long count = 0; count < most; ++count) {
+        EXPECT_EQ(node.findOutput(numbered("out", count)), nullptr);
+        const Output* const made = node.output(numbered("out", count));
+        EXPECT_EQ(node.outputCount(), count + 1);
+        EXPECT_EQ(node.outputAt(count), made);
+        for (unsigned long i = 0; i <= count; ++i)
+            ASSERT_EQ(node.findOutput(numbered("out", i)), node.outputAt(i));
+    }
+}
+
 TEST(NodeOutputTest, DefinitionsHaveThemToo) {
     Scene scene;
     EXPECT_NE(scene.defineNode("lamp")->output("light"), nullptr);

@@ -535,7 +535,7 @@ class Input final : public interfaces::IInput {
     [[gnu::always_inline]] static inline Input* addTo(NamedList<Input>& list, Pool& pool, Made made,
                                                       unsigned long expected);
     [[gnu::always_inline]] static inline Input* make(Pool& pool, const Made& made);
-    inline Input(std::uint32_t place, const Made& made);
+    inline Input(std::uint32_t place, const Made& made) noexcept;
     ~Input();
 
     const Value* kept() const;
@@ -649,7 +649,7 @@ class Output {
     friend class Node;
     friend class Pool;
     friend class Scene;
-    Output(std::uint32_t place, Node* node, Symbol name)
+    Output(std::uint32_t place, Node* node, Symbol name) noexcept
         : node_(node), name_(name), place_(place) {}
     ~Output() = default;
 
@@ -733,7 +733,7 @@ class Node {
         unsigned long expectedInputs = 4;
     };
 
-    Node(std::uint32_t place, Kind& kind, const String& name);
+    Node(std::uint32_t place, Kind& kind, const String& name) noexcept;
     ~Node();
 
     Pool& pool() const { return *kind_->pool; }

@@ -76,7 +76,7 @@ class Input::Container : public interfaces::IInputContainer {
     bool isInPool() const { return place_ != 0; }
 
   protected:
-    Container(std::uint32_t place, Input& input) : input_(input), place_(place) {}
+    Container(std::uint32_t place, Input& input) noexcept : input_(input), place_(place) {}
     ~Container() = default;
 
   private:
@@ -88,14 +88,14 @@ class Input::Container : public interfaces::IInputContainer {
 
 class Input::Children final : public Container {
   public:
-    Children(std::uint32_t place, Input& input) : Container(place, input) {}
+    Children(std::uint32_t place, Input& input) noexcept : Container(place, input) {}
 
     NamedList<Input> list;
 };
 
 class Input::Elements final : public Container {
   public:
-    Elements(std::uint32_t place, Input& input) : Container(place, input) {}
+    Elements(std::uint32_t place, Input& input) noexcept : Container(place, input) {}
 
     std::vector<ElementSlot> slots;
     // Elements before this one have been declared as far as they can be.
@@ -113,14 +113,14 @@ struct Input::Link {
 // Kept apart, since most inputs have none. Most others have one, and no value.
 template <class Target>
 struct Input::OneLink {
-    explicit OneLink(std::uint32_t place) : place_(place) {}
+    explicit OneLink(std::uint32_t place) noexcept : place_(place) {}
 
     Link<Target> link;
     std::uint32_t place_;
 };
 
 struct Input::BothLinks {
-    BothLinks(std::uint32_t place, Value itsValue) : value(itsValue), place_(place) {}
+    BothLinks(std::uint32_t place, Value itsValue) noexcept : value(itsValue), place_(place) {}
 
     Link<Output> connection;
     Link<Node> reference;

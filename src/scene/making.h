@@ -52,7 +52,7 @@ struct SizesBehind {
 };
 inline constexpr SizesBehind sizesBehind;
 
-inline Input::Input(std::uint32_t place, const Made& made)
+inline Input::Input(std::uint32_t place, const Made& made) noexcept
     : place_(place & Pool::lastPlace),
       type_(keptType(made.type) & noType),
       elementType_(keptElementType(made.elementType) & noElementType),

@@ -47,7 +47,8 @@ void Names::grow() {
     constexpr unsigned long smallest = 32;
     const unsigned long size = slots_.isEmpty() ? smallest : 2 * slots_.size();
     ds::Vector<Slot> grown = ds::Vector<Slot>::ofSize(size);
-    for (Symbol symbol = 1; symbol <= last_ && last_ != 0; ++symbol) {
+    for (Symbol before = 0; before < last_; ++before) {
+        const Symbol symbol = before + 1;
         const unsigned long hash = (*this)[symbol].hash();
         unsigned long at = hash & (size - 1);
         while (grown[at].symbol)

@@ -13,7 +13,7 @@
 
 namespace ko::mirel_sdk::impl {
 
-Node::Node(std::uint32_t place, Kind& kind, const String& name)
+Node::Node(std::uint32_t place, Kind& kind, const String& name) noexcept
     : name_(name),
       firstOutput_(0, this, 0),
       kind_(&kind),

@@ -37,7 +37,7 @@ class Pool {
     Scene* scene() const { return scene_; }
     Names& names() const { return *names_; }
 
-    // Throws std::bad_alloc and what the constructor throws.
+    // Throws std::bad_alloc.
     template <class T, class... Args>
     T* make(Args&&... args) {
         return makeLonger<T>(0, std::forward<Args>(args)...);
@@ -49,7 +49,7 @@ class Pool {
         static_assert(alignof(T) <= placeSize);
         const unsigned long size = (sizeof(T) + behind + placeSize - 1) / placeSize * placeSize;
         if (size > room_ - used_) startChunk();
-        // Taken once the object is there: a constructor that throws leaves the place free.
+        static_assert(noexcept(new (current_) T(std::uint32_t(), std::forward<Args>(args)...)));
         const auto place = static_cast<std::uint32_t>(used_ / placeSize);
         auto* const object =
             new (reinterpret_cast<char*>(current_) + used_) T(place, std::forward<Args>(args)...);
@@ -155,7 +155,7 @@ class PoolArray {
 
   private:
     friend class Pool;
-    explicit PoolArray(std::uint32_t place) : place_(place) {}
+    explicit PoolArray(std::uint32_t place) noexcept : place_(place) {}
 
     [[maybe_unused]] alignas(std::uint64_t) std::uint32_t place_;
 };

@@ -22,13 +22,12 @@ Scene::~Scene() {
 // Of nodes without a label.
 Node::Kind& Scene::kindOf(const String& type) {
     Node::Kind*& last = store_->lastKind;
-    if (!last || last->type != type) last = store_->kinds.find(type);
-    if (!last) {
-        std::unique_ptr<Node::Kind> made = newKind(type, String());
-        store_->kinds.insert(made.get());
-        last = made.release();
-    }
-    return *last;
+    if (last && last->type == type) return *last;
+    const auto known = store_->kinds.find(type);
+    if (known != store_->kinds.end()) return *(last = known->second);
+    std::unique_ptr<Node::Kind> made = newKind(type, String());
+    store_->kinds.emplace(type, made.get());
+    return *(last = made.release());
 }
 
 std::unique_ptr<Node::Kind> Scene::newKind(const String& type, String label) {
@@ -43,8 +42,9 @@ std::unique_ptr<Node::Kind> Scene::newKind(const String& type, String label) {
 
 // Nobody finds it from now on; it goes with its last node.
 void Scene::forgetKind(Node::Kind& kind) noexcept {
-    if (store_->kinds.find(kind.type) != &kind) return;
-    store_->kinds.erase(kind.type);
+    const auto known = store_->kinds.find(kind.type);
+    if (known == store_->kinds.end() || known->second != &kind) return;
+    store_->kinds.erase(known);
     store_->lastKind = nullptr;
 }
 
@@ -170,7 +170,8 @@ void Scene::enter(const NodeType* registered) {
         store_->allTypes.pop_back();
         throw;
     }
-    if (Node::Kind* const before = store_->kinds.find(registered->name())) forgetKind(*before);
+    const auto before = store_->kinds.find(registered->name());
+    if (before != store_->kinds.end()) forgetKind(*before->second);
 }
 
 const NodeType* Scene::nodeType(const String& name) const { return store_->types.find(name); }

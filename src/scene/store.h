@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <unordered_map>
 #include <vector>
 
 #include <ko/scene.h>
@@ -19,7 +20,8 @@ struct Scene::Store {
     Pool nodePool;
     Pool pool;  // of all else
     NameIndex<Node> nodes;
-    NameIndex<Node::Kind> kinds;     // of nodes without a label
+    // Of nodes without a label, by type.
+    std::unordered_map<String, Node::Kind*, NameHash> kinds;
     Node::Kind* lastKind = nullptr;  // one of them, that of the node made last
     NameIndex<const NodeType> types;
     // Replaced ones too: nodes refer to them.
