@@ -702,6 +702,57 @@ class LinkTest : public testing::Test {
     Node& target_ = *scene_.createNode("t", "target", "");
 };
 
+// A link of its own gives way to two: whoever comes after it in its chain must be told.
+TEST_F(LinkTest, TheOtherKindLeavesAReferenceInItsPlace) {
+    std::vector<Input*> inputs;
+    for (const char* const name : {"a", "b", "c"}) {
+        inputs.push_back(&addInput(name, AttrType::Null));
+        inputs.back()->setNode(&source_);
+    }
+    Output& output = *source_.output("out");
+    for (Input* const input : {inputs[1], inputs[2], inputs[0]})
+        input->connect(&output);
+    EXPECT_EQ(pathsOf(source_.referring()),
+              (std::vector<std::string>{"target.a", "target.b", "target.c"}));
+    EXPECT_EQ(pathsOf(output.connected()),
+              (std::vector<std::string>{"target.b", "target.c", "target.a"}));
+    inputs[1]->setNode(nullptr);
+    inputs[2]->disconnect();
+    EXPECT_EQ(pathsOf(source_.referring()), (std::vector<std::string>{"target.a", "target.c"}));
+    EXPECT_EQ(pathsOf(output.connected()), (std::vector<std::string>{"target.b", "target.a"}));
+}
+
+TEST_F(LinkTest, TheOtherKindLeavesAConnectionInItsPlace) {
+    std::vector<Input*> inputs;
+    Output& output = *source_.output("out");
+    for (const char* const name : {"a", "b", "c"}) {
+        inputs.push_back(&addInput(name, AttrType::Null));
+        inputs.back()->connect(&output);
+    }
+    inputs[1]->disconnect();
+    for (Input* const input : {inputs[1], inputs[2], inputs[0]})
+        input->setNode(&source_);
+    EXPECT_EQ(pathsOf(output.connected()), (std::vector<std::string>{"target.a", "target.c"}));
+    EXPECT_EQ(pathsOf(source_.referring()),
+              (std::vector<std::string>{"target.b", "target.c", "target.a"}));
+}
+
+// A connected input of no type becomes an object, which has a value.
+TEST_F(LinkTest, StayWhereAnInputBecomesAnObject) {
+    Output& output = *source_.output("out");
+    Input& first = addInput("a", AttrType::Null);
+    Input& second = addInput("b", AttrType::Null);
+    first.connect(&output);
+    second.connect(&output);
+    Input* const child = first.createInput("child", AttrType::Int);
+    ASSERT_NE(child, nullptr);
+    EXPECT_EQ(first.input("child"), child);
+    EXPECT_EQ(pathsOf(output.connected()), (std::vector<std::string>{"target.a", "target.b"}));
+    first.disconnect();
+    EXPECT_EQ(first.input("child"), child);
+    EXPECT_EQ(pathsOf(output.connected()), (std::vector<std::string>{"target.b"}));
+}
+
 using ConnectionTest = LinkTest;
 
 TEST_F(ConnectionTest, IsSeenFromBothSides) {

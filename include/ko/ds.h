@@ -21,7 +21,7 @@ class Vector {
   public:
     Vector() noexcept = default;
     Vector(const Vector& other)
-        : data_(other.size_ ? new T[other.size_] : nullptr),
+        : data_(other.size_ ? arrayOf(other.size_) : nullptr),
           size_(other.size_),
           capacity_(other.size_) {
         std::copy_n(other.data(), size_, data());
