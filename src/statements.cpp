@@ -46,6 +46,7 @@ struct KvtParser::Statements::Head {
     unsigned long nodeHash = 0;  // of the node, where it is named
     String element;              // of an array, "[3]" or "[*]"; empty for the input itself
     unsigned long index = 0;     // of that element, if it is not the one behind the last
+    const char* name = nullptr;  // the declared name
     const char* end = nullptr;   // its last character
 };
 
@@ -135,6 +136,15 @@ class KvtParser::Statements::Text {
         return takeWord(name) && !findReserved(name);
     }
 
+    // The same as `name`, a short one that was taken before.
+    [[gnu::always_inline]] bool takeAgain(const String& name) {
+        if (name.isEmpty() || at_ >= limit_ || !name.beginsShort(at_)) return false;
+        const char* const end = at_ + name.len();
+        if (chars::is(*end, chars::IdPart)) return false;
+        at_ = end;
+        return true;
+    }
+
     [[gnu::always_inline]] bool takeNumber(AttrData& data) {
         const chars::Sixteen ahead(at_);
         const unsigned length = chars::leading(ahead.decimalParts());
@@ -194,11 +204,10 @@ class KvtParser::Statements::Text {
         return {begin, at_ < limit_ ? static_cast<unsigned long>(at_ - begin) : 0};
     }
 
-    [[gnu::always_inline]] bool takeAll(const Spelling& spelling) {
-        if (at_ >= limit_ || !spelling.isAt(at_)) return false;
-        at_ += spelling.length;
-        return true;
+    [[gnu::always_inline]] bool isAtAll(const Spelling& spelling) const {
+        return at_ < limit_ && spelling.isAt(at_);
     }
+    void pass(const Spelling& spelling) { at_ += spelling.length; }
 
   private:
     // How far a step and the few characters behind it may look without asking whether they are
@@ -293,6 +302,12 @@ bool isStatementWord(const String& word) {
 // declaration = Id Id ( ";" | ":" ), the type and the name; "remove" and "define" look like one
 inline bool KvtParser::Statements::seeDeclaration(Text& text, Head& head) {
     head.type = head.node;
+    return seeDeclared(text, head);
+}
+
+// Behind the type.
+[[gnu::always_inline]] inline bool KvtParser::Statements::seeDeclared(Text& text, Head& head) {
+    head.name = text.at();
     if (!text.takeName(head.node) || !text.passBlanks()) return false;
     head.end = text.at();
     head.kind = text.isAt(':') ? Head::OpenBlock : Head::Declare;
@@ -303,15 +318,30 @@ inline bool KvtParser::Statements::seeDeclaration(Text& text, Head& head) {
 // --- As they were spelled before
 
 inline const KvtParser::Statements::Head* KvtParser::Statements::nextHead(Text& text, Head& other) {
-    const Head* const kept = keptHead(text);
+    const Head* const kept = keptHead(text, other);
     return kept ? kept : otherHead(text, other);
 }
 
-inline const KvtParser::Statements::Head* KvtParser::Statements::keptHead(Text& text) {
+inline const KvtParser::Statements::Head* KvtParser::Statements::keptHead(Text& text, Head& other) {
     Spelling* const expected = last_->next;
-    if (!expected || !text.takeAll(*expected)) return nullptr;
+    if (!expected || !text.isAtAll(*expected)) return nullptr;
+    if (expected->head.isDeclaration()) return declaredAgain(text, *expected, other);
+    text.pass(*expected);
     last_ = expected;
     return &expected->head;
+}
+
+// The type was kept, the name follows.
+const KvtParser::Statements::Head* KvtParser::Statements::declaredAgain(Text& text, Spelling& type,
+                                                                        Head& other) {
+    Text behind = text;
+    behind.pass(type);
+    other.type = type.head.type;
+    if (!seeDeclared(behind, other)) return nullptr;
+    other.nodeHash = other.node.hash();
+    text = behind;
+    last_ = &type;
+    return &other;
 }
 
 const KvtParser::Statements::Head* KvtParser::Statements::otherHead(Text& text, Head& other) {
@@ -326,30 +356,56 @@ const KvtParser::Statements::Head* KvtParser::Statements::headBehindComments(Tex
     const bool areSeen = seeComments(text);
     leftTo_ = text.at();
     if (!areSeen) return nullptr;
-    const Head* const kept = keptHead(text);
+    const Head* const kept = keptHead(text, other);
     return kept ? kept : learnHead(text, text.at(), other);
 }
 
-// Keeps the spelling of a head that will mean the same again: not one that names a node.
 const KvtParser::Statements::Head* KvtParser::Statements::learnHead(Text& text, const char* from,
                                                                     Head& other) {
     if (!seeHead(text, other)) return nullptr;
     if (!other.node.isEmpty()) other.nodeHash = other.node.hash();
-    if (other.isDeclaration()) {
-        last_ = &spellings_[0];
-        return &other;
-    }
+    if (!other.isDeclaration()) return learnTarget(text, from, other);
+    learnDeclaration(from, other);
+    return &other;
+}
+
+// Keeps the spelling of a target that will mean the same again: not of one that names a node.
+const KvtParser::Statements::Head* KvtParser::Statements::learnTarget(Text& text, const char* from,
+                                                                      Head& other) {
     if (!text.passBlanks()) return nullptr;
     nameIn(*scene_, other);
-    if (!other.node.isEmpty()) return &other;
     const auto length = static_cast<unsigned long>(text.at() - from);
-    if (length > Spelling::longest) return &other;
+    if (!other.node.isEmpty() || length > Spelling::longest) return &other;
     Spelling& learned = newSpelling();
     learned.keep(from, length);
     learned.head = other;
     last_->next = &learned;
     last_ = &learned;
     return &learned.head;
+}
+
+// The beginning, up to the name. What stood in the last block of the type is mostly what stands in
+// this one, whatever the blocks between them.
+void KvtParser::Statements::learnDeclaration(const char* from, const Head& head) {
+    const auto length = static_cast<unsigned long>(head.name - from);
+    if (length > Spelling::longest) {
+        last_ = &spellings_[0];
+        return;
+    }
+    Spelling*& block = blockOf(head.type);
+    const bool isKnown = block && block->head.isDeclaration() && block->head.type == head.type;
+    if (!isKnown) {
+        block = &newSpelling();
+        block->head.kind = Head::Declare;
+        block->head.type = head.type;
+    }
+    block->keep(from, length);
+    last_->next = block;
+    last_ = block;
+}
+
+KvtParser::Statements::Spelling*& KvtParser::Statements::blockOf(const String& type) {
+    return blocks_[type.hash() % mostTypes];
 }
 
 void KvtParser::Statements::nameIn(Scene& scene, Head& head) {
@@ -394,7 +450,8 @@ inline bool KvtParser::Statements::seeValue(Text& text, const Head& head, Value&
 
 inline bool KvtParser::Statements::seeOutput(Text& text, Value& value) {
     value.data.type = AttrType::Null;
-    return text.takeName(value.node) && text.take('.') && text.takeName(value.output);
+    return text.takeName(value.node) && text.take('.') &&
+           (text.takeAgain(value.output) || text.takeName(value.output));
 }
 
 // scalar = number | string | "true" | "false" | Id | Id Parens

@@ -52,10 +52,14 @@ class KvtParser::Statements {
 
     // The next head: one that is kept, or `other`; null where none is seen.
     const Head* nextHead(Text& text, Head& other);
-    const Head* keptHead(Text& text);
+    const Head* keptHead(Text& text, Head& other);
+    const Head* declaredAgain(Text& text, Spelling& type, Head& other);
     const Head* otherHead(Text& text, Head& other);
     const Head* headBehindComments(Text& text, Head& other);
     const Head* learnHead(Text& text, const char* from, Head& other);
+    const Head* learnTarget(Text& text, const char* from, Head& other);
+    void learnDeclaration(const char* from, const Head& head);
+    Spelling*& blockOf(const String& type);
     static void nameIn(Scene& scene, Head& head);
     bool seeComments(Text& text);
     Spelling& newSpelling();
@@ -63,6 +67,7 @@ class KvtParser::Statements {
     static bool seeHead(Text& text, Head& head);
     static bool seeTarget(Text& text, Head& head);
     static bool seeDeclaration(Text& text, Head& head);
+    static bool seeDeclared(Text& text, Head& head);
     static bool seeValue(Text& text, const Head& head, Value& value);
     static bool seeOutput(Text& text, Value& value);
     static bool seeScalar(Text& text, Value& value);
@@ -99,8 +104,12 @@ class KvtParser::Statements {
     // Texts up to that length stand behind their inputs.
     static constexpr unsigned long longestInPlace = 63;
     static constexpr unsigned long mostSpellings = 128;
-    // The first leads to what stands first in a block.
+    // The first leads to what stands first in the text, that of a declaration to what stands first
+    // in its block.
     std::unique_ptr<Spelling[]> spellings_;
+    // Those of declarations, by type; some lead to what has been replaced.
+    static constexpr unsigned mostTypes = 32;
+    Spelling* blocks_[mostTypes] = {};
     unsigned long used_ = 0;
     Spelling* last_ = nullptr;  // that of the head seen last
 };
