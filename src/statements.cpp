@@ -204,7 +204,7 @@ class KvtParser::Statements::Text {
         return {begin, at_ < limit_ ? static_cast<unsigned long>(at_ - begin) : 0};
     }
 
-    [[gnu::always_inline]] bool isAtAll(const Spelling& spelling) const {
+    [[gnu::always_inline]] bool isAt(const Spelling& spelling) const {
         return at_ < limit_ && spelling.isAt(at_);
     }
     void pass(const Spelling& spelling) { at_ += spelling.length; }
@@ -324,7 +324,7 @@ inline const KvtParser::Statements::Head* KvtParser::Statements::nextHead(Text& 
 
 inline const KvtParser::Statements::Head* KvtParser::Statements::keptHead(Text& text, Head& other) {
     Spelling* const expected = last_->next;
-    if (!expected || !text.isAtAll(*expected)) return nullptr;
+    if (!expected || !text.isAt(*expected)) return nullptr;
     if (expected->head.isDeclaration()) return declaredAgain(text, *expected, other);
     text.pass(*expected);
     last_ = expected;
