@@ -138,10 +138,12 @@ class KvtParser::Statements::Text {
 
     // The same as `name`, a short one that was taken before.
     [[gnu::always_inline]] bool takeAgain(const String& name) {
-        if (name.isEmpty() || at_ >= limit_ || !name.beginsShort(at_)) return false;
-        const char* const end = at_ + name.len();
-        if (chars::is(*end, chars::IdPart)) return false;
-        at_ = end;
+        const unsigned long length = name.len();
+        if (at_ >= limit_ || length == 0 || !String::fitsShort(length)) return false;
+        String again;
+        again.assignShort(at_, length);
+        if (again != name || chars::is(at_[length], chars::IdPart)) return false;
+        at_ += length;
         return true;
     }
 
@@ -309,6 +311,7 @@ inline bool KvtParser::Statements::seeDeclaration(Text& text, Head& head) {
 [[gnu::always_inline]] inline bool KvtParser::Statements::seeDeclared(Text& text, Head& head) {
     head.name = text.at();
     if (!text.takeName(head.node) || !text.passBlanks()) return false;
+    head.nodeHash = head.node.hash();
     head.end = text.at();
     head.kind = text.isAt(':') ? Head::OpenBlock : Head::Declare;
     const bool isOther = head.kind == Head::Declare && isStatementWord(head.type);
@@ -338,7 +341,6 @@ const KvtParser::Statements::Head* KvtParser::Statements::declaredAgain(Text& te
     behind.pass(type);
     other.type = type.head.type;
     if (!seeDeclared(behind, other)) return nullptr;
-    other.nodeHash = other.node.hash();
     text = behind;
     last_ = &type;
     return &other;
@@ -363,7 +365,6 @@ const KvtParser::Statements::Head* KvtParser::Statements::headBehindComments(Tex
 const KvtParser::Statements::Head* KvtParser::Statements::learnHead(Text& text, const char* from,
                                                                     Head& other) {
     if (!seeHead(text, other)) return nullptr;
-    if (!other.node.isEmpty()) other.nodeHash = other.node.hash();
     if (!other.isDeclaration()) return learnTarget(text, from, other);
     learnDeclaration(from, other);
     return &other;
@@ -373,14 +374,13 @@ const KvtParser::Statements::Head* KvtParser::Statements::learnHead(Text& text, 
 const KvtParser::Statements::Head* KvtParser::Statements::learnTarget(Text& text, const char* from,
                                                                       Head& other) {
     if (!text.passBlanks()) return nullptr;
+    if (!other.node.isEmpty()) other.nodeHash = other.node.hash();
     nameIn(*scene_, other);
     const auto length = static_cast<unsigned long>(text.at() - from);
     if (!other.node.isEmpty() || length > Spelling::longest) return &other;
     Spelling& learned = newSpelling();
-    learned.keep(from, length);
     learned.head = other;
-    last_->next = &learned;
-    last_ = &learned;
+    follow(learned, from, length);
     return &learned.head;
 }
 
@@ -399,9 +399,14 @@ void KvtParser::Statements::learnDeclaration(const char* from, const Head& head)
         block->head.kind = Head::Declare;
         block->head.type = head.type;
     }
-    block->keep(from, length);
-    last_->next = block;
-    last_ = block;
+    follow(*block, from, length);
+}
+
+// It stands behind the last one, spelled like that.
+void KvtParser::Statements::follow(Spelling& spelling, const char* from, unsigned long length) {
+    spelling.keep(from, length);
+    last_->next = &spelling;
+    last_ = &spelling;
 }
 
 KvtParser::Statements::Spelling*& KvtParser::Statements::blockOf(const String& type) {

@@ -59,6 +59,7 @@ class KvtParser::Statements {
     const Head* learnHead(Text& text, const char* from, Head& other);
     const Head* learnTarget(Text& text, const char* from, Head& other);
     void learnDeclaration(const char* from, const Head& head);
+    void follow(Spelling& spelling, const char* from, unsigned long length);
     Spelling*& blockOf(const String& type);
     static void nameIn(Scene& scene, Head& head);
     bool seeComments(Text& text);

@@ -180,18 +180,6 @@ class String {
         std::memcpy(bytes_, words, sizeof words);
         bytes_[tag] = static_cast<char>(length);
     }
-    // Whether the characters at `text`, of which there are at least sixteen, begin with this one,
-    // which fits short.
-    bool beginsShort(const char* text) const noexcept {
-        if (!isShort()) return false;
-        std::uint64_t differences[2];
-        std::uint64_t own[2];
-        std::uint64_t kept[2];
-        std::memcpy(differences, text, sizeof differences);
-        std::memcpy(own, bytes_, sizeof own);
-        std::memcpy(kept, keptBytes + longestShort + 2 - len(), sizeof kept);
-        return (((differences[0] ^ own[0]) & kept[0]) | ((differences[1] ^ own[1]) & kept[1])) == 0;
-    }
 
     // The characters and a terminating NUL; valid as long as this String keeps its text.
     const char* buf() const noexcept { return isShort() ? bytes_ : buffer()->chars(); }
