@@ -6,6 +6,8 @@ namespace bench {
 
 namespace {
 
+constexpr int passesInNewMemory = 3;
+
 double secondsOn(clockid_t clock) {
     timespec now{};
     clock_gettime(clock, &now);
@@ -24,14 +26,23 @@ PassTimes timeHere(const Reader& read, Memory memory) {
     return {secondsOn(CLOCK_THREAD_CPUTIME_ID) - cpu, secondsOn(CLOCK_MONOTONIC) - wall};
 }
 
+// A virtual machine may have to ask its host for memory that was idle for a while, which takes many
+// times as long as reading; and it hands back what is free every few seconds. A pass mostly gets
+// what the one before it gave back: of a few, one at least meets no such moment.
+PassTimes quickestPass(const Reader& read) {
+    PassTimes quickest;
+    for (int i = 0; i < passesInNewMemory; ++i) {
+        const PassTimes times = inChild([&] { return timeHere(read, Memory::New); });
+        if (i == 0 || times.cpu < quickest.cpu) quickest = times;
+    }
+    return quickest;
+}
+
 }  // namespace
 
-// A virtual machine may have to ask its host for memory that was idle for a while, which takes many
-// times as long as reading. What the pass that counts gets is what the one before it gave back.
 PassTimes timePass(const Reader& read, Memory memory) {
-    const auto pass = [&] { return timeHere(read, memory); };
-    if (memory == Memory::New) inChild(pass);
-    return inChild(pass);
+    if (memory == Memory::New) return quickestPass(read);
+    return inChild([&] { return timeHere(read, memory); });
 }
 
 }  // namespace bench
