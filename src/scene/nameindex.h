@@ -8,6 +8,8 @@
 #include <ko/ds.h>
 #include <ko/foundation.h>
 
+#include "../memory.h"
+
 namespace ko::mirel_sdk::impl {
 
 // Finds things by their `name()`, in open addressing. Does not own them; equal names stand in it
@@ -21,7 +23,7 @@ class NameIndex {
     // This and the next three are told the hash of the name.
     T* find(const String& name, unsigned long hash) const;
     // Has memory fetch what `find` looks at first, the place of the name and those behind it; then
-    // the item that stands there.
+    // the item that most probably stands there.
     void expect(unsigned long hash) const;
     T* likely(unsigned long hash) const;
     void insert(T* item);  // throws std::bad_alloc and is then unchanged
@@ -76,7 +78,9 @@ class NameIndex {
 
 template <class T>
 NameIndex<T>::NameIndex(unsigned long slots)
-    : marks_(ds::Vector<Mark>::ofSize(slots)), slots_(new Slot[slots]) {}
+    : marks_(ds::Vector<Mark>::ofSize(slots)), slots_(new Slot[slots]) {
+    memory::adviseLarge(slots_.get(), slots * sizeof(Slot));
+}
 
 template <class T>
 unsigned long NameIndex<T>::place(unsigned long hash, const String& name) const {
@@ -102,24 +106,23 @@ template <class T>
 void NameIndex<T>::expect(unsigned long hash) const {
     if (size_ == 0) return;
     const unsigned long at = home(hash);
-    static_cast<void>(*reinterpret_cast<const volatile char*>(&marks_[at]));
+    __builtin_prefetch(&marks_[at]);
     // Some items had to step aside, few of them further than that.
     constexpr unsigned long farthest = 3;
     __builtin_prefetch(&slots_[at], 1);
     __builtin_prefetch(&slots_[(at + farthest) & (marks_.size() - 1)], 1);
 }
 
-// A reading that nobody waits for: unlike a prefetch it is not dropped where the page is not at
-// hand either.
+// By its mark alone: whoever looked at the slot too would wait for it.
 template <class T>
 T* NameIndex<T>::likely(unsigned long hash) const {
     if (size_ == 0) return nullptr;
     unsigned long at = home(hash);
-    while (isTaken(at) && (marks_[at].bits != markOf(hash) || slotAt(at).hash != hash))
+    while (isTaken(at) && marks_[at].bits != markOf(hash))
         at = next(at);
     if (!isTaken(at)) return nullptr;
     T* const item = slotAt(at).item;
-    static_cast<void>(*reinterpret_cast<const volatile char*>(item));
+    __builtin_prefetch(item);
     return item;
 }
 
