@@ -97,11 +97,21 @@ struct KvtParser::Statements::Spelling {
 // The characters of the run from `at` on. Each step takes what it is named for, or returns false
 // and may have passed some of it: then the statement is left to the rules.
 //
-// All of it is inlined, so that it lives in registers.
+// All of it lives in registers: steps are inlined, and what is not gets the text as a value and
+// returns the text behind what it took, or nothing.
 class KvtParser::Statements::Text {
   public:
+    Text() = default;  // nothing
     Text(const char* at, const char* end)
         : at_(at), limit_(end - std::min<long>(end - at, reach)) {}
+
+    explicit operator bool() const { return at_ != nullptr; }
+    // Goes on behind what a step returned.
+    [[gnu::always_inline]] bool moveTo(const Text& behind) {
+        if (!behind) return false;
+        *this = behind;
+        return true;
+    }
 
     const char* at() const { return at_; }
     bool isNearEnd() const { return at_ >= limit_; }
@@ -126,7 +136,7 @@ class KvtParser::Statements::Text {
     [[gnu::always_inline]] bool takeWord(String& word) {
         if (at_ >= limit_ || !chars::is(*at_, chars::IdPart) || String::isDigit(*at_)) return false;
         const unsigned length = chars::leading(chars::Sixteen(at_).idParts());
-        if (!String::fitsShort(length)) return takeLongWord(word);
+        if (!String::fitsShort(length)) return moveTo(behindLongWord(*this, word));
         word.assignShort(at_, length);
         at_ += length;
         return true;
@@ -157,7 +167,7 @@ class KvtParser::Statements::Text {
         const bool isRead =
             isShort && (isReal ? shortnumbers::toReal(at_, length, points, data.value)
                                : shortnumbers::toInteger(at_, length, data.value));
-        if (!isRead) return takeRareNumber(data);
+        if (!isRead) return moveTo(behindRareNumber(*this, data));
         data.type = isReal ? AttrType::Real : AttrType::Int;
         at_ += length;
         return true;
@@ -174,16 +184,8 @@ class KvtParser::Statements::Text {
     }
 
     // "(" numbers ")", as components of a value of `data.type`
-    bool takeComponents(AttrData& data) {
-        if (!take('(')) return false;
-        std::fill_n(data.value, 4, 0);
-        const unsigned long count = componentCount(data.type);
-        unsigned long i = 0;
-        for (; passGap() && !isAt(')'); ++i)
-            if (i == count || !takeComponent(&data.value[i])) return false;
-        const bool lacksAlpha = data.type == AttrType::Rgba && i == 3;
-        if (lacksAlpha) data.setComponent(3, 1);
-        return (i == count || lacksAlpha) && take(')');
+    [[gnu::always_inline]] bool takeComponents(AttrData& data) {
+        return take('(') && moveTo(behindComponents(*this, data));
     }
 
     // "[" ( number | "*" ) "]", as an element is written
@@ -216,19 +218,30 @@ class KvtParser::Statements::Text {
     // there.
     static constexpr long reach = 64;
 
-    [[gnu::noinline]] bool takeLongWord(String& word) {
-        const char* const end = chars::skip(at_, limit_, chars::IdPart);
-        word.assign({at_, static_cast<unsigned long>(end - at_)});
-        at_ = end;
-        return end != limit_;
+    [[gnu::noinline]] static Text behindLongWord(Text text, String& word) {
+        const char* const end = chars::skip(text.at_, text.limit_, chars::IdPart);
+        word.assign({text.at_, static_cast<unsigned long>(end - text.at_)});
+        return text.behind(end);
     }
 
     // Exponents, hexadecimal digits, words, and whatever else a number may be.
-    [[gnu::noinline]] bool takeRareNumber(AttrData& data) {
-        const std::string_view number = rareNumber();
+    [[gnu::noinline]] static Text behindRareNumber(Text text, AttrData& data) {
+        const std::string_view number = text.rareNumber();
         const bool isReal = (chars::unionOf(number) & chars::RealMark) != 0;
-        at_ += number.size();
-        return at_ < limit_ && (isReal ? readReal(number, data) : readInteger(number, data));
+        const Text rest = text.behind(number.data() + number.size());
+        const bool isRead = rest && (isReal ? readReal(number, data) : readInteger(number, data));
+        return isRead ? rest : Text();
+    }
+
+    [[gnu::noinline]] static Text behindComponents(Text text, AttrData& data) {
+        std::fill_n(data.value, 4, 0);
+        const unsigned long count = componentCount(data.type);
+        unsigned long i = 0;
+        for (; text.passGap() && !text.isAt(')'); ++i)
+            if (i == count || !text.takeComponent(&data.value[i])) return {};
+        const bool lacksAlpha = data.type == AttrType::Rgba && i == 3;
+        if (lacksAlpha) data.setComponent(3, 1);
+        return (i == count || lacksAlpha) && text.take(')') ? text : Text();
     }
 
     [[gnu::always_inline]] bool takeComponent(std::uint64_t* number) {
@@ -237,19 +250,18 @@ class KvtParser::Statements::Text {
         const bool isShort =
             String::fitsShort(length) && !chars::is(at_[length], chars::NumberPart);
         if (!isShort || !shortnumbers::toReal(at_, length, ahead.points(), number)) {
-            return takeRareComponent(number);
+            return moveTo(behindRareComponent(*this, number));
         }
         at_ += length;
         return true;
     }
 
-    [[gnu::noinline]] bool takeRareComponent(std::uint64_t* component) {
-        const std::string_view number = rareNumber();
+    [[gnu::noinline]] static Text behindRareComponent(Text text, std::uint64_t* component) {
+        const std::string_view number = text.rareNumber();
         double value = 0;
-        if (!parseNumber(number, value)) return false;
+        if (!parseNumber(number, value)) return {};
         std::memcpy(component, &value, sizeof value);
-        at_ += number.size();
-        return at_ < limit_;
+        return text.behind(number.data() + number.size());
     }
 
     std::string_view rareNumber() const {
@@ -264,8 +276,15 @@ class KvtParser::Statements::Text {
         return at_ < limit_;
     }
 
-    const char* at_;
-    const char* limit_;
+    // Nothing where the rest may not be at hand.
+    Text behind(const char* end) const {
+        Text moved = *this;
+        moved.at_ = end;
+        return end < limit_ ? moved : Text();
+    }
+
+    const char* at_ = nullptr;
+    const char* limit_ = nullptr;
 };
 
 // === Heads ======================================================================================
@@ -320,30 +339,35 @@ inline bool KvtParser::Statements::seeDeclaration(Text& text, Head& head) {
 
 // --- As they were spelled before
 
-inline const KvtParser::Statements::Head* KvtParser::Statements::nextHead(Text& text, Head& other) {
-    const Head* const kept = keptHead(text, other);
-    return kept ? kept : otherHead(text, other);
+[[gnu::always_inline]] inline const KvtParser::Statements::Head* KvtParser::Statements::nextHead(
+    Text& text, Head& other) {
+    if (const Head* const kept = keptHead(text, other)) return kept;
+    Text behind = text;
+    const Head* const seen = otherHead(behind, other);
+    text = behind;
+    return seen;
 }
 
-inline const KvtParser::Statements::Head* KvtParser::Statements::keptHead(Text& text, Head& other) {
+[[gnu::always_inline]] inline const KvtParser::Statements::Head* KvtParser::Statements::keptHead(
+    Text& text, Head& other) {
     Spelling* const expected = last_->next;
     if (!expected || !text.isAt(*expected)) return nullptr;
-    if (expected->head.isDeclaration()) return declaredAgain(text, *expected, other);
+    if (expected->head.isDeclaration()) {
+        return text.moveTo(declaredAgain(text, *expected, other)) ? &other : nullptr;
+    }
     text.pass(*expected);
     last_ = expected;
     return &expected->head;
 }
 
 // The type was kept, the name follows.
-const KvtParser::Statements::Head* KvtParser::Statements::declaredAgain(Text& text, Spelling& type,
-                                                                        Head& other) {
-    Text behind = text;
-    behind.pass(type);
+KvtParser::Statements::Text KvtParser::Statements::declaredAgain(Text text, Spelling& type,
+                                                                 Head& other) {
+    text.pass(type);
     other.type = type.head.type;
-    if (!seeDeclared(behind, other)) return nullptr;
-    text = behind;
+    if (!seeDeclared(text, other)) return {};
     last_ = &type;
-    return &other;
+    return text;
 }
 
 const KvtParser::Statements::Head* KvtParser::Statements::otherHead(Text& text, Head& other) {
@@ -445,7 +469,8 @@ KvtParser::Statements::Spelling& KvtParser::Statements::newSpelling() {
 // === Values =====================================================================================
 
 // value = ( scalar | Id | Id "." Id ) ";", the last behind "|=" only
-inline bool KvtParser::Statements::seeValue(Text& text, const Head& head, Value& value) {
+[[gnu::always_inline]] inline bool KvtParser::Statements::seeValue(Text& text, const Head& head,
+                                                                   Value& value) {
     if (!text.passBlanks()) return false;
     const bool isSeen = head.kind == Head::Refer ? seeOutput(text, value) : seeScalar(text, value);
     if (!isSeen || !text.passBlanks()) return false;
@@ -453,7 +478,7 @@ inline bool KvtParser::Statements::seeValue(Text& text, const Head& head, Value&
     return text.take(';');
 }
 
-inline bool KvtParser::Statements::seeOutput(Text& text, Value& value) {
+[[gnu::always_inline]] inline bool KvtParser::Statements::seeOutput(Text& text, Value& value) {
     value.data.type = AttrType::Null;
     return text.takeName(value.node) && text.take('.') &&
            (text.takeAgain(value.output) || text.takeName(value.output));
@@ -528,17 +553,22 @@ void KvtParser::Statements::leaveBehind(const Lexer::Place& begin) {
 }
 
 void KvtParser::Statements::carryOutAll(Text text) {
-    const Head* head = nextHead(text, others_[0]);
-    for (unsigned turn = 1; head; turn ^= 1U) {
-        if (!comments_.isEmpty()) pushComments();
-        if (!head->isDeclaration() && !seeValue(text, *head, *value_)) return;
+    const Head* head = nullptr;
+    for (unsigned turn = 0;; turn ^= 1U) {
         const Head* const next = nextHead(text, others_[turn]);
         if (!next) return;
         if (next->isDeclaration()) Ahead::place(*scene_, next->nodeHash);
-        if (!(head->isDeclaration() ? declare(*head) : assign(*head, *value_))) return;
-        done_ = {head->isDeclaration() ? head->end : value_->end, 1};
+        if (head && !carryOut(*head)) return;
         head = next;
+        if (!comments_.isEmpty()) pushComments();
+        if (!head->isDeclaration() && !seeValue(text, *head, *value_)) return;
     }
+}
+
+[[gnu::always_inline]] inline bool KvtParser::Statements::carryOut(const Head& head) {
+    const bool isDone = head.isDeclaration() ? declare(head) : assign(head, *value_);
+    if (isDone) done_ = {head.isDeclaration() ? head.end : value_->end, 1};
+    return isDone;
 }
 
 void KvtParser::Statements::pushComments() {

@@ -53,7 +53,7 @@ class KvtParser::Statements {
     // The next head: one that is kept, or `other`; null where none is seen.
     const Head* nextHead(Text& text, Head& other);
     const Head* keptHead(Text& text, Head& other);
-    const Head* declaredAgain(Text& text, Spelling& type, Head& other);
+    Text declaredAgain(Text text, Spelling& type, Head& other);
     const Head* otherHead(Text& text, Head& other);
     const Head* headBehindComments(Text& text, Head& other);
     const Head* learnHead(Text& text, const char* from, Head& other);
@@ -73,6 +73,7 @@ class KvtParser::Statements {
     static bool seeOutput(Text& text, Value& value);
     static bool seeScalar(Text& text, Value& value);
 
+    bool carryOut(const Head& head);
     // Each carries the statement out, or returns false and nothing has been done.
     bool declare(const Head& head);
     bool assign(const Head& head, Value& value);
