@@ -43,11 +43,12 @@ struct KvtParser::Statements::Head {
     String input;
     Symbol objectName = 0;  // the two of them in the scene
     Symbol inputName = 0;
-    unsigned long nodeHash = 0;  // of the node, where it is named
-    String element;              // of an array, "[3]" or "[*]"; empty for the input itself
-    unsigned long index = 0;     // of that element, if it is not the one behind the last
-    const char* name = nullptr;  // the declared name
-    const char* end = nullptr;   // its last character
+    unsigned long nodeHash = 0;       // of the node, where it is named
+    String element;                   // of an array, "[3]" or "[*]"; empty for the input itself
+    unsigned long index = 0;          // of that element, if it is not the one behind the last
+    AttrType group = AttrType::Null;  // of the value, where that begins with "pos3(" or the like
+    const char* name = nullptr;       // the declared name
+    const char* end = nullptr;        // its last character
 };
 
 // Of an assignment; of type Null for names, which wait for the end of the document.
@@ -60,8 +61,8 @@ struct KvtParser::Statements::Value {
 };
 
 // How the text went on from the end of a statement to the value of the next one: blanks, names and
-// sign. What was written once behind the same beginning is mostly written again, letter for letter,
-// and need not be taken apart again.
+// sign, and a parenthesis that the value begins with. What was written once behind the same
+// beginning is mostly written again, letter for letter, and need not be taken apart again.
 struct KvtParser::Statements::Spelling {
     // Longer ones are not kept.
     static constexpr unsigned long wordCount = 4;
@@ -183,9 +184,9 @@ class KvtParser::Statements::Text {
         return length < chars::sixteen && take('"');
     }
 
-    // "(" numbers ")", as components of a value of `data.type`
+    // numbers ")", as components of a value of `data.type`
     [[gnu::always_inline]] bool takeComponents(AttrData& data) {
-        return take('(') && moveTo(behindComponents(*this, data));
+        return moveTo(behindComponents(*this, data));
     }
 
     // "[" ( number | "*" ) "]", as an element is written
@@ -400,12 +401,23 @@ const KvtParser::Statements::Head* KvtParser::Statements::learnTarget(Text& text
     if (!text.passBlanks()) return nullptr;
     if (!other.node.isEmpty()) other.nodeHash = other.node.hash();
     nameIn(*scene_, other);
+    if (other.kind == Head::Assign) learnGroup(text, from, other);
     const auto length = static_cast<unsigned long>(text.at() - from);
     if (!other.node.isEmpty() || length > Spelling::longest) return &other;
     Spelling& learned = newSpelling();
     learned.head = other;
     follow(learned, from, length);
     return &learned.head;
+}
+
+// What a value in parentheses begins with is mostly the same too.
+void KvtParser::Statements::learnGroup(Text& text, const char* from, Head& head) {
+    Text behind = text;
+    String name;
+    head.group = behind.takeWord(name) ? seeGroup(behind, name) : AttrType::Null;
+    const auto length = static_cast<unsigned long>(behind.at() - from);
+    if (length > Spelling::longest) head.group = AttrType::Null;
+    if (head.group != AttrType::Null) text = behind;
 }
 
 // The beginning, up to the name. What stood in the last block of the type is mostly what stands in
@@ -472,7 +484,8 @@ KvtParser::Statements::Spelling& KvtParser::Statements::newSpelling() {
 [[gnu::always_inline]] inline bool KvtParser::Statements::seeValue(Text& text, const Head& head,
                                                                    Value& value) {
     if (!text.passBlanks()) return false;
-    const bool isSeen = head.kind == Head::Refer ? seeOutput(text, value) : seeScalar(text, value);
+    const bool isSeen =
+        head.kind == Head::Refer ? seeOutput(text, value) : seeScalar(text, head, value);
     if (!isSeen || !text.passBlanks()) return false;
     value.end = text.at();
     return text.take(';');
@@ -484,9 +497,11 @@ KvtParser::Statements::Spelling& KvtParser::Statements::newSpelling() {
            (text.takeAgain(value.output) || text.takeName(value.output));
 }
 
-// scalar = number | string | "true" | "false" | Id | Id Parens
-[[gnu::always_inline]] inline bool KvtParser::Statements::seeScalar(Text& text, Value& value) {
-    value.data.type = AttrType::Null;
+// scalar = number | string | "true" | "false" | Id | group numbers ")"
+[[gnu::always_inline]] inline bool KvtParser::Statements::seeScalar(Text& text, const Head& head,
+                                                                    Value& value) {
+    value.data.type = head.group;
+    if (head.group != AttrType::Null) return text.takeComponents(value.data);
     if (text.isAtNumber()) return text.takeNumber(value.data);
     if (text.isAt('"')) {
         value.data.type = AttrType::String;
@@ -498,8 +513,13 @@ KvtParser::Statements::Spelling& KvtParser::Statements::newSpelling() {
         return reserved->type != Token::Null;
     }
     if (!text.isAt('(')) return true;
-    value.data.type = mathTypeNamed(value.node);
+    value.data.type = seeGroup(text, value.node);
     return value.data.type != AttrType::Null && text.takeComponents(value.data);
+}
+
+// group = Id "(", the name of a type of values in parentheses
+inline AttrType KvtParser::Statements::seeGroup(Text& text, const String& name) {
+    return text.take('(') ? mathTypeNamed(name) : AttrType::Null;
 }
 
 // === Carrying out ===============================================================================

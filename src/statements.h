@@ -58,6 +58,7 @@ class KvtParser::Statements {
     const Head* headBehindComments(Text& text, Head& other);
     const Head* learnHead(Text& text, const char* from, Head& other);
     const Head* learnTarget(Text& text, const char* from, Head& other);
+    static void learnGroup(Text& text, const char* from, Head& head);
     void learnDeclaration(const char* from, const Head& head);
     void follow(Spelling& spelling, const char* from, unsigned long length);
     Spelling*& blockOf(const String& type);
@@ -71,7 +72,8 @@ class KvtParser::Statements {
     static bool seeDeclared(Text& text, Head& head);
     static bool seeValue(Text& text, const Head& head, Value& value);
     static bool seeOutput(Text& text, Value& value);
-    static bool seeScalar(Text& text, Value& value);
+    static bool seeScalar(Text& text, const Head& head, Value& value);
+    static AttrType seeGroup(Text& text, const String& name);
 
     bool carryOut(const Head& head);
     // Each carries the statement out, or returns false and nothing has been done.
