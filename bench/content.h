@@ -21,13 +21,13 @@ struct Numbers {
 
 struct Content {
     ko::String kvt;
-    std::string json;              // with room behind it for readers that look ahead
+    std::string json;              // with room after it for readers that look ahead
     std::vector<Numbers> numbers;  // in `kvt`
     unsigned long items = 0;       // numbers or statements: what a figure is counted in
     unsigned long nodes = 0;
 };
 
-// Room that `Content::json` has behind its end.
+// Room that `Content::json` has after its end.
 inline constexpr unsigned long jsonPadding = 256;
 
 // Meshes with positions, normals and indices as exporters print them, 6 to 9 significant digits.

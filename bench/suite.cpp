@@ -5,7 +5,7 @@
 #include <iostream>
 #include <map>
 
-#include "bulk.h"
+#include "bulk/bulk.h"
 #include "jsonscene.h"
 #include "kvt.h"
 #include "memory.h"

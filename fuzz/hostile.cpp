@@ -284,7 +284,7 @@ struct Plan {
     }
     Fault fault() const { return {thrown, callsBefore, fromThenOn}; }
     bool isOfRuns() const { return kind == Kind::OwnRuns || kind == Kind::OneBuffer; }
-    // Behind so many characters a source of runs fails.
+    // After so many characters a source of runs fails.
     unsigned long failingCharacter() const {
         if (cuts.empty()) return text.size();
         unsigned long sum = 0;

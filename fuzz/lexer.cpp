@@ -1,5 +1,5 @@
 // The tokens of a text, from a string and in blocks, against those of a source that brings one
-// character at a time: the same, and the lexer at the same place behind each.
+// character at a time: the same, and the lexer at the same place after each.
 #include <ko/kvtparser.h>
 
 #include <cstdint>
@@ -33,7 +33,7 @@ void requireSameToken(const Token& expected, const Token& found) {
             "tokens at different places");
 }
 
-// Goes on behind the character that an invalid token names, and a little past the end.
+// Goes on after the character that an invalid token names, and a little past the end.
 void requireSameTokens(Lexer&& expected, Lexer&& found) {
     requireSamePlace(expected, found);
     for (int ends = 0; ends < 2;) {
@@ -52,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string_view text = kvt::fuzz::textOf(data, size);
     requireSameTokens(Characters::ofString(text), StringLexer(ko::String(text)));
     requireSameTokens(Characters(text), Blocks(text, kvt::fuzz::fingerprint(text)));
-    // With so much behind it that no run ends near its tokens.
+    // With so much after it that no run ends near its tokens.
     const std::string longer = std::string(text) + '\n' + std::string(150, ' ');
     requireSameTokens(Characters(longer), StringLexer(ko::String(longer)));
     return 0;

@@ -240,7 +240,7 @@ int mutateOnly(const std::string& place) {
     throw std::runtime_error("there is no such mutant: " + place);
 }
 
-// The text behind `name` in an argument that begins with it; null in any other.
+// The text after `name` in an argument that begins with it; null in any other.
 const char* valueOf(const char* argument, std::string_view name) {
     return std::string_view(argument).substr(0, name.size()) == name ? argument + name.size()
                                                                      : nullptr;

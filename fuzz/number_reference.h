@@ -15,7 +15,7 @@ std::optional<float> referenceFloat(std::string_view text);
 std::optional<double> referenceDouble(std::string_view text);
 
 // The value in [least, largest], which fit a long or an unsigned long; base 0 is decimal, or
-// hexadecimal behind "0x".
+// hexadecimal after "0x".
 __extension__ using Wide = __int128;
 std::optional<Wide> referenceInteger(std::string_view text, int base, Wide least, Wide largest);
 

@@ -53,7 +53,7 @@ void checkReal(const String& text) {
     require(isSame(expected.value_or(untouched), found), "different reals");
 }
 
-// `number` with so many digits behind the point.
+// `number` with so many digits after the point.
 template <class Real>
 void checkPrinted(Real number, int digits) {
     if (!std::isfinite(number)) return;

@@ -3,7 +3,7 @@
 // The scenes and their messages stay the same, the first read by the plain code for long runs.
 //
 // An input is a row of changes and documents; the byte 0xFF, which ends a document anyway, is
-// behind each.
+// after each.
 #include <ko/kvtparser.h>
 #include <ko/scene.h>
 
@@ -14,7 +14,7 @@
 #include <string>
 #include <string_view>
 
-#include "bulk.h"
+#include "bulk/bulk.h"
 #include "choices.h"
 #include "consistency.h"
 #include "lexers.h"

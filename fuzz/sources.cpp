@@ -9,10 +9,10 @@
 #include <string_view>
 #include <vector>
 
-#include "bulk.h"
+#include "bulk/bulk.h"
 #include "lexers.h"
+#include "reader/statements.h"
 #include "reading.h"
-#include "statements.h"
 #include "target.h"
 
 namespace {

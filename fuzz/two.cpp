@@ -1,5 +1,5 @@
 // Up to four documents into one scene, with removals between them. Bytes 0xFF, which end a document
-// anyway, separate them; the byte behind one says what happens before the next document.
+// anyway, separate them; the byte after one says what happens before the next document.
 #include <ko/scene.h>
 
 #include <cstdint>
@@ -19,7 +19,7 @@ constexpr char separator = '\xFF';
 // More add time, but nothing new.
 constexpr int mostDocuments = 4;
 
-// What the bits of the byte behind a separator ask for.
+// What the bits of the byte after a separator ask for.
 enum Before : unsigned {
     RemoveFirst = 1,
     RemoveSome = 2,

@@ -28,11 +28,11 @@
 #include <utility>
 #include <vector>
 
-#include "bulk.h"
+#include "bulk/bulk.h"
 #include "bulkpaths.h"
 #include "bytes.h"
+#include "foundation/textbuilder.h"
 #include "reading.h"
-#include "textbuilder.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <iterator>
 #include <string>
 
-#include "bulk.h"
+#include "bulk/bulk.h"
 
 namespace kvt::test {
 

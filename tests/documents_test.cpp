@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -21,12 +22,14 @@
 #include <string_view>
 #include <vector>
 
+#include "foundation/messages.h"
 #include "reading.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using ko::File;
+using ko::Message;
 using ko::mirel_sdk::impl::parseKvt;
 using ko::mirel_sdk::impl::Scene;
 using kvt::test::collect;
@@ -217,47 +220,68 @@ TEST(DocumentFiles, HoldOnlyKnownMessages) {
     }
 }
 
-// The texts between double quotes in C++ code; what is escaped in them stays so.
-std::vector<std::string> literalsOf(std::string_view code) {
-    std::vector<std::string> literals;
-    for (std::size_t at = 0; at < code.size(); ++at) {
-        const char opening = code[at];
-        if (code.substr(at, 2) == "//") at = std::min(code.find('\n', at), code.size() - 1);
-        const bool isSeparator = opening == '\'' && at > 0 && isDigit(code[at - 1]);
-        if (isSeparator || (opening != '"' && opening != '\'')) continue;
-        const std::size_t start = ++at;
-        while (code[at] != opening)
-            at += code[at] == '\\' ? 2 : 1;
-        if (opening == '"') literals.emplace_back(code.substr(start, at - start));
-    }
-    return literals;
+// --- Every message of the registry has its document
+
+// What only a program can provoke, which no document can.
+bool isOfPrograms(Message message) {
+    return message == Message::NotCompact || message == Message::WrongAccess ||
+           message == Message::InconsistentBuffer;
 }
 
-// Whether a literal of the reader's is part of a message: words or something to fill in.
-bool isMessage(const std::string& literal) {
-    return literal.find_first_of(" %") != std::string::npos;
+std::vector<Message> messagesOfDocuments() {
+    std::vector<Message> ofDocuments;
+    for (std::uint32_t i = 0; i < ko::messageCount; ++i)
+        if (!isOfPrograms(Message(i))) ofDocuments.push_back(Message(i));
+    return ofDocuments;
 }
 
-// The message as it is spelt in the source, anywhere in a line.
-std::string asFormat(std::string literal) {
-    for (std::size_t at = 0; (at = literal.find("%lu", at)) != std::string::npos;)
-        literal.replace(at, 3, "%d");
-    return "%s" + literal + "%s";
+// As a log shows it, with anything before and after it: a token's message is told inside others.
+std::string shownFormat(const ko::MessageRow& row) {
+    std::string format = row.format;
+    for (std::size_t at = 0; (at = format.find("%lu", at)) != std::string::npos;)
+        format.replace(at, 3, "%d");
+    const std::string frame = row.frame ? row.frame + std::string(" (%d,%d): ") : "";
+    return "%s" + frame + format + "%s";
 }
 
-TEST(DocumentFiles, HoldAllThatTheReaderSays) {
+class RegisteredMessages : public testing::TestWithParam<Message> {};
+
+TEST_P(RegisteredMessages, HaveADocument) {
     const std::vector<std::string> messages = allMessages();
-    const std::string source = contents(fs::path(KVT_SOURCE_DIR) / "src" / "kvtparser.cpp");
-    std::size_t checked = 0;
-    for (const std::string& literal : literalsOf(source)) {
-        if (!isMessage(literal)) continue;
-        ++checked;
-        EXPECT_TRUE(std::any_of(
-            messages.begin(), messages.end(),
-            [format = asFormat(literal)](const auto& message) { return matches(message, format); }))
-            << "no document provokes " << literal;
+    const ko::MessageRow& row = rowOf(GetParam());
+    EXPECT_TRUE(std::any_of(messages.begin(), messages.end(),
+                            [format = shownFormat(row)](const std::string& message) {
+                                return matches(message, format);
+                            }))
+        << "no document provokes " << row.code;
+}
+
+INSTANTIATE_TEST_SUITE_P(, RegisteredMessages, testing::ValuesIn(messagesOfDocuments()),
+                         [](const auto& message) {
+                             std::string name = rowOf(message.param).code;
+                             std::replace(name.begin(), name.end(), '-', '_');
+                             return name;
+                         });
+
+TEST(MessageRegistry, HasACodeForEachThatIsLikeNoOther) {
+    std::set<std::string> codes;
+    for (const ko::MessageRow& row : ko::messages::rows) {
+        const std::string_view code = row.code;
+        EXPECT_TRUE(codes.emplace(code).second) << code;
+        EXPECT_EQ(code.find_first_not_of("abcdefghijklmnopqrstuvwxyz-"), std::string_view::npos)
+            << code;
     }
-    EXPECT_LT(20U, checked);
+    EXPECT_EQ(codes.size(), ko::messageCount);
+}
+
+TEST(MessageRegistry, TakesNoArgumentsButThoseOfTheText) {
+    using ko::messages::fits;
+    EXPECT_TRUE((fits<const char*, unsigned long>("%s at %lu")));
+    EXPECT_TRUE((fits<>("nothing")));
+    EXPECT_FALSE((fits<const char*>("%s at %lu")));
+    EXPECT_FALSE((fits<const char*, unsigned long, char>("%s at %lu")));
+    EXPECT_FALSE((fits<unsigned long, const char*>("%s at %lu")));
+    EXPECT_FALSE((fits<long>("%d")));
 }
 
 }  // namespace

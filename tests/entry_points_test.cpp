@@ -292,7 +292,7 @@ TEST(FurtherDocuments, MeetNodeInputs) {
               r.read("n.x.y = 5;"));
     EXPECT_EQ("error: TYPE ERROR (1,10): cannot assign Array to Node @ n.x.\nfailed\n",
               r.read("n.x[0] = 5;"));
-    // Behind an index there is no such check, and no input either.
+    // After an index there is no such check, and no input either.
     EXPECT_EQ("error: PARSE ERROR (1,15): input 'n.a[0][0].y' not found..\nfailed\n",
               r.read("n.a[0][0].y = 5;"));
 }

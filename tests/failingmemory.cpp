@@ -12,7 +12,7 @@
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker makes these names
 // The linker turns what asks for malloc into what asks for __wrap_malloc, and so on; the names
-// behind that are the system's, or a sanitizer's.
+// after that are the system's, or a sanitizer's.
 extern "C" {
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);

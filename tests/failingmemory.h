@@ -11,7 +11,7 @@ constexpr unsigned long allocationKinds = 5;
 
 enum class Failing { Once, FromThenOn };
 
-// While it lives, memory fails behind the first `left` allocations: one of them, or all.
+// While it lives, memory fails after the first `left` allocations: one of them, or all.
 class FailingMemory {
   public:
     FailingMemory(unsigned long left, Failing failing);

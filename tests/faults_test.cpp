@@ -309,7 +309,7 @@ ssize_t cutOff(void* cookie, const char* bytes, std::size_t count) {
     return static_cast<ssize_t>(count);
 }
 
-// The first statement gives a warning, at which the file loses what is behind `size` bytes.
+// The first statement gives a warning, at which the file loses what is after `size` bytes.
 class ShrinkingFile : public Faults {
   protected:
     kvt::ExitStatus check(std::string document, unsigned long size) {

@@ -1,4 +1,4 @@
-// The format guide: every document in it gives the messages that stand behind it, and every message
+// The format guide: every document in it gives the messages that stand after it, and every message
 // of its tables is given by some document.
 
 #include <ko/kvtparser.h>
@@ -27,7 +27,7 @@ using Lines = std::vector<std::string>;
 
 // --- the guide
 
-// A fenced block: what stands behind its opening fence, the line of that fence, and the text.
+// A fenced block: what stands after its opening fence, the line of that fence, and the text.
 struct Block {
     std::string mark;
     unsigned long line = 0;

@@ -1,5 +1,5 @@
 # What the guides show is tested as it stands there. A fenced block whose first line names a file,
-# as "// first.cpp" and "# ball.kvt" do, is that file; the text block behind it is the output that
+# as "// first.cpp" and "# ball.kvt" do, is that file; the text block after it is the output that
 # the guide promises.
 
 set(guideDir ${CMAKE_CURRENT_BINARY_DIR}/guides)
@@ -11,7 +11,7 @@ function(kvt_update_file file text)
 endfunction()
 
 # Writes the block of `guide` that begins with the line `mark name` to a file `name`, and the text
-# block behind it to `name`.expected.
+# block after it to `name`.expected.
 function(kvt_extract guide mark name)
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${guide})
     file(READ ${PROJECT_SOURCE_DIR}/${guide} text)

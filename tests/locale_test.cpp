@@ -11,7 +11,7 @@
 
 #include <ko/scene.h>
 
-#include "bulk.h"
+#include "bulk/bulk.h"
 #include "bulkpaths.h"
 #include "commalocale.h"
 #include "dump_text.h"

@@ -166,7 +166,7 @@ class Memory : public testing::TestWithParam<Way> {
   protected:
     // Fails the first allocation, then the second, and so on until the document needs no more.
     static void expectEndings(const fs::path& file) {
-        // Behind the text as much as reading its last statement whole needs; the file has none of
+        // After the text as much as reading its last statement whole needs; the file has none of
         // it.
         const std::string padded = kvt::test::contents(file) + std::string(200, ' ');
         const String text{std::string_view(padded)};
@@ -215,7 +215,7 @@ TEST_P(Memory, ThatCannotBeHadLeavesTheSceneAsItWasAndUsable) {
 // --- Single operations
 
 // Whichever allocation fails, an input is there with its text or not at all, and the lexer goes on
-// behind what the scene was given.
+// after what the scene was given.
 TEST(SingleOperations, LeaveNoInputWithoutItsText) {
     const std::string text = "t n: .s = \"abc\"; .i = 7; .j = 8;" + std::string(200, ' ');
     bool hasFailed = true;

@@ -573,7 +573,7 @@ TYPED_TEST(RealTest, OneOfHundredThousandDigitsDecidesATie) {
     const std::string zeros(100'000, '0');
     const TypeParam one = 1;
     const TypeParam next = one + std::numeric_limits<TypeParam>::epsilon();
-    // 1 + half a unit, exactly, with its digits behind the point.
+    // 1 + half a unit, exactly, with its digits after the point.
     Scientific half = exactly((std::uint64_t(1) << this->precision) + 1, -this->precision);
     const std::string text = "1." + half.digits.substr(1);
     this->expectRead(text + zeros, one);

@@ -229,7 +229,7 @@ TEST(Diagnostics, ThatAreThrownAreNotLogged) {
 struct Path {
     std::string_view text;
     const char* taken;  // null where there is no path
-    Token::Type next;   // the token behind it
+    Token::Type next;   // the token after it
 };
 
 constexpr Path paths[] = {

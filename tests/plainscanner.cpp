@@ -133,7 +133,7 @@ PlainScanner::Token PlainScanner::comment() {
     return make(Token::Comment, text);
 }
 
-// A backslash takes a quote or backslash behind it along, whatever else it stands before.
+// A backslash takes a quote or backslash after it along, whatever else it stands before.
 PlainScanner::Token PlainScanner::string() {
     std::string text(1, take());
     while (true) {

@@ -44,7 +44,7 @@ std::string repeated(const std::string& text, int times) {
 
 // --- Comments
 
-// Whatever stands behind them.
+// Whatever stands after them.
 TEST(ManyComments, AreReadOnce) {
     const std::string comments = repeated("#\n", 20 * many);
     for (const char* const behind :

@@ -21,7 +21,7 @@
 #include <string_view>
 #include <vector>
 
-#include "bulk.h"
+#include "bulk/bulk.h"
 #include "bulkpaths.h"
 #include "bytes.h"
 #include "plainscanner.h"
@@ -108,7 +108,7 @@ class BlockFile {
 
 // --- Comparing
 
-// The lexer gives the tokens of the text, up to the end and behind it.
+// The lexer gives the tokens of the text, up to the end and after it.
 void expectTokensOf(std::string_view text, Lexer& lexer) {
     PlainScanner scanner(text);
     for (int ends = 0; ends < 3;) {
@@ -127,12 +127,12 @@ std::string_view withoutMark(std::string_view text) {
     return text.substr(text.substr(0, 3) == "\xEF\xBB\xBF" ? 3 : 0);
 }
 
-// With so much behind it that no run ends near its tokens.
+// With so much after it that no run ends near its tokens.
 std::string farFromTheEnd(std::string_view text) {
     return std::string(text) + "\n" + std::string(150, ' ');
 }
 
-// Every source gives the tokens of the text, as it is and with much behind it.
+// Every source gives the tokens of the text, as it is and with much after it.
 void expectTokens(std::string_view text) {
     const std::string longer = farFromTheEnd(text);
     StringLexer ofLonger{String(longer)};
@@ -322,7 +322,7 @@ TEST_P(ScannerPaths, FollowTheRulesForTokensOfManyBlocks) {
 
 // --- Single characters and whole tokens
 
-// The lexers give the same tokens and stand at the same places, up to the end and behind it.
+// The lexers give the same tokens and stand at the same places, up to the end and after it.
 void expectSameTokens(Lexer& expected, Lexer& found) {
     for (int ends = 0; ends < 3;) {
         const Token token = expected.nextToken();

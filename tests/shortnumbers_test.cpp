@@ -9,9 +9,9 @@
 #include <string>
 #include <string_view>
 
+#include "bulk/charruns.h"
+#include "bulk/shortnumbers.h"
 #include "bytes.h"
-#include "charruns.h"
-#include "shortnumbers.h"
 
 namespace {
 

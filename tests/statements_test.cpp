@@ -20,9 +20,9 @@
 #include <utility>
 
 #include "bytes.h"
+#include "reader/statements.h"
 #include "reading.h"
 #include "single.h"
-#include "statements.h"
 #include "tokens.h"
 
 namespace {
@@ -285,7 +285,7 @@ TEST(Statements, AreReadFromWhereTheLexerStands) {
     }
 }
 
-// Behind a text as much as reading its last statement whole needs, which begins no statement.
+// After a text as much as reading its last statement whole needs, which begins no statement.
 std::string padded(const std::string& text) { return text + std::string(200, ' '); }
 
 void expectSameReading(const std::string& text) {

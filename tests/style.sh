@@ -8,9 +8,10 @@ LC_ALL=C
 export LC_ALL
 
 guides=$(find docs README.md SECURITY.md -name '*.md')
-headers=$(find include src tool tests fuzz -name '*.h')
+headers=$(find include src tool tests fuzz bench -name '*.h')
 sources="$headers
-$(find src tool tests fuzz cmake -name '*.cpp' -o -name '*.cmake' -o -name '*.in' -o -name '*.sh')
+$(find src tool tests fuzz bench -name '*.cpp')
+$(find tests cmake -name '*.cmake' -o -name '*.in' -o -name '*.sh')
 $(find . -name build -prune -o -name CMakeLists.txt -print)
 CMakePresets.json dev .ci/run .clang-format .clang-tidy tests/.clang-tidy"
 failed=0
@@ -43,4 +44,20 @@ refuse() {
         grep -qx '#pragma once' "$header" || complain "$header: no #pragma once"
     done
 }
+
+# Each room of the library uses itself and those below it.
+above=''
+for room in reader scene bulk foundation; do
+    [ -d "src/$room" ] || complain "no src/$room"
+    for higher in $above; do
+        refuse "an include that runs upwards" "^#include \"$higher/" "src/$room"/*
+    done
+    above="$above $room"
+done
+for directory in src/*; do
+    case $directory in
+        src/foundation | src/bulk | src/scene | src/reader) ;;
+        *) complain "$directory: a room that has no storey" ;;
+    esac
+done
 exit $failed

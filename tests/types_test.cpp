@@ -15,6 +15,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "foundation/typetable.h"
+
 namespace {
 
 using ko::componentSize;
@@ -29,8 +31,11 @@ using ko::mirel_sdk::AttrType;
 using ko::mirel_sdk::attrTypeName;
 using ko::mirel_sdk::canConvert;
 using ko::mirel_sdk::isVectorType;
+using ko::mirel_sdk::rowLength;
 using ko::mirel_sdk::scalarBufferTypes;
 using ko::mirel_sdk::scalarTypes;
+using ko::mirel_sdk::Storage;
+using ko::mirel_sdk::storageOf;
 using ko::mirel_sdk::vectorBufferTypes;
 
 constexpr std::uint32_t codesBeyond[] = {60, 61, 100, 255, 256, 65'536, 0x7FFFFFFF, 0xFFFFFFFF};
@@ -148,6 +153,14 @@ TEST(DataTypeTest, ElementsAreLaidOutAsListed) {
     }
 }
 
+TEST(DataTypeTest, NumbersHaveTheCodeOfTheirElementType) {
+    for (const ElementRow& row : elementRows)
+        EXPECT_EQ(std::uint32_t(ko::numberType(row.type)), std::uint32_t(row.component))
+            << row.name;
+    for (const std::uint32_t code : codesBeyond)
+        EXPECT_EQ(ko::numberType(DataType(code)), ko::NumberType::None) << code;
+}
+
 TEST(DataTypeTest, OtherCodesHaveNoLayout) {
     for (const std::uint32_t code : codesBeyond) {
         SCOPED_TRACE(code);
@@ -235,6 +248,48 @@ TEST(AttrTypeTest, ComponentsAreAsListed) {
         EXPECT_EQ(ko::mirel_sdk::componentCount(row.type), row.components) << row.name;
     for (const std::uint32_t code : attrCodesBeyond)
         EXPECT_EQ(ko::mirel_sdk::componentCount(AttrType(code)), 0U) << code;
+}
+
+TEST(AttrTypeTest, ValuesConsistOfWhatTheirTypeSays) {
+    using S = Storage;
+    constexpr S storages[] = {S::None, S::Bool, S::Int,    S::UInt,     S::Real,
+                              S::Text, S::None, S::Buffer, S::Elements, S::Inputs};
+    constexpr AttrType types[] = {A::Null,   A::Bool, A::Int,    A::UInt,  A::Real,
+                                  A::String, A::Node, A::Buffer, A::Array, A::Object};
+    for (unsigned i = 0; i < std::size(types); ++i)
+        EXPECT_EQ(storageOf(types[i]), storages[i]) << attrTypeName(types[i]);
+    for (std::uint32_t code = 0; code < ko::mirel_sdk::attrTypeCount; ++code) {
+        const bool isGroup = ko::mirel_sdk::componentCount(AttrType(code)) > 1;
+        EXPECT_EQ(storageOf(AttrType(code)) == S::Components, isGroup) << code;
+    }
+    for (const std::uint32_t code : codesBeyond)
+        EXPECT_EQ(storageOf(AttrType(code)), S::None) << code;
+}
+
+TEST(AttrTypeTest, OnlyMatricesHaveMoreThanOneRow) {
+    for (std::uint32_t code = 0; code < ko::mirel_sdk::attrTypeCount; ++code) {
+        const auto type = AttrType(code);
+        const unsigned long rows = type == A::Mat3 ? 3 : type == A::Mat4 ? 4 : 1;
+        EXPECT_EQ(rows * rowLength(type), ko::mirel_sdk::componentCount(type)) << code;
+    }
+}
+
+TEST(AttrTypeTest, ARowThatLacksSomethingDoesNotPass) {
+    using ko::mirel_sdk::AttrTypeRow;
+    const auto isRefused = [](const auto& change) {
+        AttrTypeRow row = ko::mirel_sdk::rowOf(A::Vec3);
+        change(row);
+        return !isComplete(row);
+    };
+    EXPECT_FALSE(isRefused([](AttrTypeRow&) {}));
+    EXPECT_TRUE(isRefused([](AttrTypeRow& row) { row.family = ko::mirel_sdk::Family::Alone; }));
+    EXPECT_TRUE(isRefused([](AttrTypeRow& row) { row.storage = Storage::None; }));
+    EXPECT_TRUE(isRefused([](AttrTypeRow& row) { row.components = 0; }));
+    EXPECT_TRUE(isRefused([](AttrTypeRow& row) { row.rowLength = 0; }));
+    EXPECT_TRUE(isRefused([](AttrTypeRow& row) { row.rowLength = 2; }));
+    EXPECT_TRUE(isRefused([](AttrTypeRow& row) { row.defaults = nullptr; }));
+    EXPECT_TRUE(isRefused([](AttrTypeRow& row) { row.keyword = ko::Keyword::No; }));
+    EXPECT_TRUE(isRefused([](AttrTypeRow& row) { row = {}; }));
 }
 
 TEST(AttrTypeTest, VectorsPointsRotationsAndColoursAreVectors) {

@@ -13,8 +13,8 @@
 
 namespace kvt {
 
-using ko::mirel_sdk::AttrType;
 using ko::mirel_sdk::attrTypeName;
+using ko::mirel_sdk::Storage;
 using ko::mirel_sdk::impl::AttrData;
 using ko::mirel_sdk::impl::BufferView;
 using ko::mirel_sdk::impl::Node;
@@ -124,21 +124,20 @@ class InputWriter final : public InputVisitor {
 };
 
 void InputWriter::writeValue(const InputView& input) {
-    switch (input.type()) {
-        case AttrType::Bool: startValue(); return writeBool(out_, input.value().boolean());
-        case AttrType::Int: startValue(); return out_.number(input.value().integer());
-        case AttrType::UInt: startValue(); return out_.number(input.value().uinteger());
-        case AttrType::Real: startValue(); return writeReal(out_, input.value().real(), quote);
-        case AttrType::String: startValue(); return writeJsonString(out_, input.text());
-        case AttrType::Buffer: return writeBuffer(out_, input.buffer());
-        case AttrType::Array:
+    switch (ko::mirel_sdk::storageOf(input.type())) {
+        case Storage::Bool: startValue(); return writeBool(out_, input.value().boolean());
+        case Storage::Int: startValue(); return out_.number(input.value().integer());
+        case Storage::UInt: startValue(); return out_.number(input.value().uinteger());
+        case Storage::Real: startValue(); return writeReal(out_, input.value().real(), quote);
+        case Storage::Components: startValue(); return writeComponents(out_, input.value());
+        case Storage::Text: startValue(); return writeJsonString(out_, input.text());
+        case Storage::Buffer: return writeBuffer(out_, input.buffer());
+        case Storage::Elements:
             out_.write(R"(, "elementType": ")");
             out_.write(attrTypeName(input.arrayType()));
             return out_.write(R"(", "elements": [)");
-        case AttrType::Object: return out_.write(R"(, "inputs": [)");
-        case AttrType::Null:
-        case AttrType::Node: return;
-        default: startValue(); return writeComponents(out_, input.value());
+        case Storage::Inputs: return out_.write(R"(, "inputs": [)");
+        case Storage::None: return;
     }
 }
 

@@ -16,8 +16,8 @@
 
 namespace kvt {
 
-using ko::mirel_sdk::AttrType;
 using ko::mirel_sdk::attrTypeName;
+using ko::mirel_sdk::Storage;
 using ko::mirel_sdk::impl::AttrData;
 using ko::mirel_sdk::impl::BufferView;
 using ko::mirel_sdk::impl::Node;
@@ -85,8 +85,9 @@ Columns measure(Siblings siblings) {
 }
 
 // "(0 0 1)"; the numbers of a matrix row by row.
-void writeComponents(OutputStream& out, const AttrData& value, unsigned long rowLength) {
+void writeComponents(OutputStream& out, const AttrData& value) {
     const unsigned long count = ko::mirel_sdk::componentCount(value.type);
+    const unsigned long rowLength = ko::mirel_sdk::rowLength(value.type);
     for (unsigned long i = 0; i < count; ++i) {
         if (i > 0) out.write(i % rowLength == 0 ? ") " : " ");
         if (i % rowLength == 0) out.write('(');
@@ -136,7 +137,7 @@ class InputWriter final : public InputVisitor {
     void writeType(const InputView& input);
     void writeValue(const InputView& input);
     void writeLinks(const InputView& input);
-    // Moves on to the next column or, behind the last, to the next word.
+    // Moves on to the next column or, after the last, to the next word.
     void advance(unsigned long columnWidth, unsigned long width);
     void startWord();
 
@@ -176,23 +177,24 @@ void InputWriter::writeType(const InputView& input) {
 }
 
 void InputWriter::writeValue(const InputView& input) {
-    const AttrType type = input.type();
-    if (type == AttrType::Null || type == AttrType::Node || type == AttrType::Object) return;
+    const Storage storage = ko::mirel_sdk::storageOf(input.type());
+    if (storage == Storage::None || storage == Storage::Inputs) return;
     startWord();
-    switch (type) {
-        case AttrType::Bool: return writeBool(out_, input.value().boolean());
-        case AttrType::Int: return out_.number(input.value().integer());
-        case AttrType::UInt: return out_.number(input.value().uinteger());
-        case AttrType::Real: return writeReal(out_, input.value().real(), {});
-        case AttrType::String: return writeQuoted(out_, input.text(), longestText);
-        case AttrType::Buffer: return writeBuffer(out_, input.buffer());
-        case AttrType::Mat3: return writeComponents(out_, input.value(), 3);
-        case AttrType::Array:
+    switch (storage) {
+        case Storage::Bool: return writeBool(out_, input.value().boolean());
+        case Storage::Int: return out_.number(input.value().integer());
+        case Storage::UInt: return out_.number(input.value().uinteger());
+        case Storage::Real: return writeReal(out_, input.value().real(), {});
+        case Storage::Components: return writeComponents(out_, input.value());
+        case Storage::Text: return writeQuoted(out_, input.text(), longestText);
+        case Storage::Buffer: return writeBuffer(out_, input.buffer());
+        case Storage::Elements:
             out_.write(attrTypeName(input.arrayType()));
             out_.write('[');
             out_.number(input.childCount());
             return out_.write(']');
-        default: return writeComponents(out_, input.value(), 4);
+        case Storage::None:
+        case Storage::Inputs: return;
     }
 }
 

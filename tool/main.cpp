@@ -27,7 +27,7 @@ struct Options {
     kvt::DumpOptions dump;
 };
 
-// The argument parser takes "[a,b]" for a list and "{}" for nothing. A NUL behind such a file name,
+// The argument parser takes "[a,b]" for a list and "{}" for nothing. A NUL after such a file name,
 // which no argument can hold, keeps it a name.
 constexpr char guard = '\0';
 

@@ -6,7 +6,7 @@
 
 namespace kvt {
 
-using ko::DataType;
+using ko::NumberType;
 using ko::mirel_sdk::impl::BufferView;
 
 namespace {
@@ -43,20 +43,22 @@ void writeBool(OutputStream& out, bool value) { out.write(value ? "true" : "fals
 
 void writeComponent(OutputStream& out, const BufferView& buffer, unsigned long i,
                     std::string_view quote) {
-    switch (ko::componentType(buffer.type)) {
+    switch (ko::numberType(buffer.type)) {
         // A byte: memory that code filled may hold more than the two truth values.
-        case DataType::Bool: return writeBool(out, componentAt<unsigned char>(buffer, i) != 0);
-        case DataType::Char: return out.number(componentAt<signed char>(buffer, i));
-        case DataType::Byte: return out.number(componentAt<unsigned char>(buffer, i));
-        case DataType::Int16: return out.number(componentAt<std::int16_t>(buffer, i));
-        case DataType::Int32: return out.number(componentAt<std::int32_t>(buffer, i));
-        case DataType::Int64: return out.number(componentAt<std::int64_t>(buffer, i));
-        case DataType::UInt16: return out.number(componentAt<std::uint16_t>(buffer, i));
-        case DataType::UInt32: return out.number(componentAt<std::uint32_t>(buffer, i));
-        case DataType::Float: return writeReal(out, componentAt<float>(buffer, i), quote);
-        case DataType::Double: return writeReal(out, componentAt<double>(buffer, i), quote);
+        case NumberType::Bool: return writeBool(out, componentAt<unsigned char>(buffer, i) != 0);
+        case NumberType::Char: return out.number(componentAt<signed char>(buffer, i));
+        case NumberType::Byte: return out.number(componentAt<unsigned char>(buffer, i));
+        case NumberType::Int16: return out.number(componentAt<std::int16_t>(buffer, i));
+        case NumberType::Int32: return out.number(componentAt<std::int32_t>(buffer, i));
+        case NumberType::Int64: return out.number(componentAt<std::int64_t>(buffer, i));
+        case NumberType::UInt16: return out.number(componentAt<std::uint16_t>(buffer, i));
+        case NumberType::UInt32: return out.number(componentAt<std::uint32_t>(buffer, i));
+        case NumberType::Float: return writeReal(out, componentAt<float>(buffer, i), quote);
+        case NumberType::Double: return writeReal(out, componentAt<double>(buffer, i), quote);
         // Addresses and what has no type of its own take eight bytes like this one.
-        default: return out.number(componentAt<std::uint64_t>(buffer, i));
+        case NumberType::None:
+        case NumberType::Ptr:
+        case NumberType::UInt64: return out.number(componentAt<std::uint64_t>(buffer, i));
     }
 }
 

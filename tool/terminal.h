@@ -6,7 +6,7 @@
 
 namespace kvt {
 
-// What to write before a stretch of text to set it off, and behind it to return to plain text. All
+// What to write before a stretch of text to set it off, and after it to return to plain text. All
 // empty without colour.
 struct Palette {
     std::string_view strong;

@@ -49,7 +49,7 @@ const Utf8Form* findForm(unsigned firstByte) {
     return nullptr;
 }
 
-// The code point of a first byte of `form` and the continuation bytes behind it.
+// The code point of a first byte of `form` and the continuation bytes after it.
 unsigned decode(const Utf8Form& form, std::string_view bytes) {
     unsigned codePoint = byteAt(bytes, 0) & ~form.mask & 0xffU;
     for (unsigned long i = 1; i < form.length; ++i)
@@ -79,7 +79,7 @@ bool isSteering(unsigned codePoint) {
     });
 }
 
-// The letter that stands for a control character behind a backslash, or 0.
+// The letter that stands for a control character after a backslash, or 0.
 char escapeLetter(char control) {
     switch (control) {
         case '\n': return 'n';
@@ -237,7 +237,7 @@ void writeVisible(OutputStream& out, std::string_view text) {
 }
 
 unsigned long visibleWidth(std::string_view text, unsigned long limit) noexcept {
-    // Every byte fills a quarter of a column or more, so what stands behind cannot matter.
+    // Every byte fills a quarter of a column or more, so what stands after cannot matter.
     PieceReader pieces(text.substr(0, 4 * limit));
     unsigned long width = 0;
     for (Piece piece; width < limit && pieces.next(piece);)

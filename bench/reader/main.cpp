@@ -15,7 +15,7 @@
 // The switch between the paths of the library is in its own headers. Without one there is but the
 // plain path.
 #if __has_include("bulk.h")
-#include "bulk.h"
+#include "bulk/bulk.h"
 #endif
 
 namespace bench {

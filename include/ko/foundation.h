@@ -341,7 +341,7 @@ class String {
     template <class Fill>
     static String build(unsigned long length, Fill fill);
 
-    // A short text, zeros behind it; or the address of a buffer. The last byte tells which: the
+    // A short text, zeros after it; or the address of a buffer. The last byte tells which: the
     // length of a short text, or `sharedMark`.
     alignas(TextBuffer*) char bytes_[16] = {};
 };

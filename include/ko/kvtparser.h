@@ -20,6 +20,10 @@ namespace ko::chars {
 enum Class : unsigned char;
 }
 
+namespace ko {
+struct Said;
+}
+
 namespace ko::mirel_sdk::impl {
 
 // One lexical token.
@@ -115,7 +119,7 @@ class Lexer {
     // The next character, from the run if there is one.
     signed char one() { return next_ ? step() : consumeOne(); }
     signed char consumeOne();
-    // The lookahead and what is at hand behind it; not at the end of the input.
+    // The lookahead and what is at hand after it; not at the end of the input.
     std::string_view ahead() const;
     // Consumes that many characters of `ahead()`, at least one; no line break among them, or any.
     inline void skipInLine(unsigned long count);
@@ -157,11 +161,10 @@ class Lexer {
     Token string();
     Token stringAcross();
     Token brackets();
-    struct GroupText;
     Token group(Token::Type type);  // Parens or Braces
     static Token kept(Token t);
 
-    const char* next_ = nullptr;  // behind the lookahead; null for a source without runs
+    const char* next_ = nullptr;  // after the lookahead; null for a source without runs
     const char* run_ = nullptr;   // where the run begins that it stands in
     const char* end_ = nullptr;   // and where it ends
     unsigned long runs_ = 0;      // so far
@@ -217,7 +220,7 @@ class KvtParser {
 
         // As just made, but with the memory that its paths have.
         void clear();
-        // The value for messages: at most so many characters and "...", "[]" behind a buffer's
+        // The value for messages: at most so many characters and "...", "[]" after a buffer's
         // type.
         static constexpr unsigned long longestShown = 20;
         String valueString() const;
@@ -241,7 +244,7 @@ class KvtParser {
     // Lookahead. `i` runs from 1 to 3; before `prime` there is none.
     Token::Type la(int i) const { return peek(i).type; }
     Token lt(int i) const { return peek(i); }
-    // Takes the next token. Throws when an `Invalid` one enters the ring behind it.
+    // Takes the next token. Throws when an `Invalid` one enters the ring after it.
     Token consume();
     // Takes the next token into `t` if it has `type`.
     bool match(Token& t, Token::Type type);
@@ -372,6 +375,9 @@ class KvtParser {
     void readComponents(AssignInfo& info);
 
     String framed(const char* kind, const String& detail) const;
+    String shown(const Said& said) const;
+    [[noreturn]] void fail(const Said& said) const;
+    void tell(const Said& said) const;
 
     // An assignment in two steps: its statement is read, then carried out.
     void assign(AssignInfo& info);
@@ -415,7 +421,7 @@ class KvtParser {
     // stood before each.
     Token ring_[ringSize];
     Lexer::Place begins_[ringSize];
-    Lexer::Place reached_;  // behind the last token
+    Lexer::Place reached_;  // after the last token
     unsigned head_ = 0;
     interfaces::IScene* scene_ = nullptr;
     bool isReading_ = false;

@@ -499,11 +499,11 @@ class Input final : public interfaces::IInput {
         OneLink<Node>* reference;
         BothLinks* both;
     };
-    // What the value of a longer type has besides stands right behind the input: the components of
+    // What the value of a longer type has besides stands right after the input: the components of
     // vectors and matrices, and these.
     struct TextSize {
         std::uint64_t length : 56;
-        std::uint64_t room : 8;  // bytes behind this, for a short text and its NUL
+        std::uint64_t room : 8;  // bytes after this, for a short text and its NUL
     };
     static constexpr std::uint64_t longestText = ~std::uint64_t(0) >> 8;
     struct BufferSize {

@@ -78,10 +78,28 @@ enum class DataType : std::uint32_t {
 
 inline constexpr std::uint32_t dataTypeCount = 60;
 
+// What one number of a buffer is; None for the numbers of an unknown type.
+enum class NumberType : std::uint32_t {
+    None,
+    Bool,
+    Char,
+    Byte,
+    Int16,
+    Int32,
+    Int64,
+    UInt16,
+    UInt32,
+    UInt64,
+    Float,
+    Double,
+    Ptr,
+};
+
 // "Vec3f" for DataType::Vec3f; "<unknown>" for a code that is none. The text is constant.
 const char* dataTypeName(DataType type);
 // The scalar type of an element's components: Float for Vec3f. Null for an unknown type.
 DataType componentType(DataType type);
+NumberType numberType(DataType type);
 // Numbers in one element: 3 for Vec3f. 0 for an unknown type.
 unsigned long componentCount(DataType type);
 // Bytes of one component and of one element; 0 for an unknown type.
@@ -118,10 +136,29 @@ enum class AttrType : std::uint32_t {
 
 inline constexpr std::uint32_t attrTypeCount = 19;
 
+// What a value consists of: nothing, one number, several components, a text, the numbers of a
+// buffer, the elements of an array, the inputs of an object.
+enum class Storage : std::uint8_t {
+    None,
+    Bool,
+    Int,
+    UInt,
+    Real,
+    Components,
+    Text,
+    Buffer,
+    Elements,
+    Inputs,
+};
+
 // "Vec3" for AttrType::Vec3; "<unknown>" for a code that is none. The text is constant.
 const char* attrTypeName(AttrType type);
+// What values of the type consist of; None for a code that is none.
+Storage storageOf(AttrType type);
 // Numbers in a value of this type: 3 for Vec3; 0 where a value is not made of numbers.
 unsigned long componentCount(AttrType type);
+// Numbers in one row of a matrix, or all that a value has: 3 for Mat3, 4 for Vec4.
+unsigned long rowLength(AttrType type);
 // Vectors, points, quaternions and colours.
 bool isVectorType(AttrType type);
 

@@ -3,7 +3,7 @@
 
 #include <ko/scene.h>
 
-#include "store.h"
+#include "scene/store.h"
 
 namespace ko::mirel_sdk::impl {
 

@@ -4,8 +4,10 @@
 #include <new>
 #include <stdexcept>
 
-#include <ko/math.h>
 #include <ko/scene.h>
+
+#include "foundation/messages.h"
+#include "foundation/typetable.h"
 
 namespace ko::mirel_sdk::impl {
 
@@ -104,16 +106,7 @@ AttrData AttrData::declareBuffer(DataType elementType) {
     return data;
 }
 
-const double* AttrData::defaultComponents(AttrType type) {
-    static constexpr double zeros[4] = {};
-    switch (type) {
-        case AttrType::Quat: return math::QuatT<double>::identity.c;
-        case AttrType::Rgba: return math::RgbaT<double>::black.c;
-        case AttrType::Mat3: return math::MatT<3, double>::identity.c;
-        case AttrType::Mat4: return math::MatT<4, double>::identity.c;
-        default: return zeros;
-    }
-}
+const double* AttrData::defaultComponents(AttrType type) { return about(type).defaults; }
 
 AttrData AttrData::defaultOf(AttrType type) { return ofComponents(type, defaultComponents(type)); }
 
@@ -129,7 +122,8 @@ BufferView AttrData::buffer() const { return {payload(), value[1], value[2], buf
 AttrData AttrData::clone() const {
     if (!hasPayload() || !payload()) return *this;
     if (type == AttrType::String) return ofText(text());
-    if (!buffer().isConsistent()) throw std::invalid_argument("inconsistent buffer");
+    if (!buffer().isConsistent())
+        throw std::invalid_argument(say<Message::InconsistentBuffer>().text.buf());
     AttrData copy = ofBuffer(bufferType(), value[1]);
     if (copy.payload()) std::memcpy(copy.payload(), payload(), copy.value[2]);
     return copy;

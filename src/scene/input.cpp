@@ -9,18 +9,17 @@
 
 #include <ko/scene.h>
 
-#include "making.h"
-#include "namedlist.h"
-#include "shownname.h"
-#include "store.h"
+#include "foundation/messages.h"
+#include "scene/making.h"
+#include "scene/namedlist.h"
+#include "scene/shownname.h"
+#include "scene/store.h"
 
 namespace ko::mirel_sdk::impl {
 
 // --- Storage ------------------------------------------------------------------------------------
 
 namespace {
-
-bool isMatrix(AttrType type) { return type == AttrType::Mat3 || type == AttrType::Mat4; }
 
 // Places that can be told apart.
 constexpr unsigned long mostInputs = std::numeric_limits<std::uint32_t>::max();
@@ -151,11 +150,17 @@ void Input::freeValue() noexcept {
             delete container;
         }
     };
-    switch (type()) {
-        case AttrType::String: freeText(); break;
-        case AttrType::Buffer: std::free(word().buffer); break;
-        case AttrType::Array: end(elements()); break;
-        default: end(children());
+    switch (about(type()).storage) {
+        case Storage::Text: freeText(); break;
+        case Storage::Buffer: std::free(word().buffer); break;
+        case Storage::Elements: end(elements()); break;
+        case Storage::Inputs: end(children()); break;
+        case Storage::None:
+        case Storage::Bool:
+        case Storage::Int:
+        case Storage::UInt:
+        case Storage::Real:
+        case Storage::Components: break;
     }
 }
 
@@ -382,7 +387,7 @@ void Input::growBy(unsigned long more) {
     Scene& scene = *Pool::of(*this).scene();
     const unsigned long held = scene.elementCount_;
     if (held >= scene.elementLimit_ || more >= scene.elementLimit_ - held) {
-        throw std::runtime_error(String::format("array too large: %s", fullName().buf()).buf());
+        throw std::runtime_error(say<Message::ArrayTooLarge>(fullName().buf()).text.buf());
     }
     std::vector<ElementSlot>& slots = need(word().elements).slots;
     if (more >= mostInputs - slots.size()) throw std::bad_alloc();
@@ -440,19 +445,19 @@ bool Input::assign(const AttrData& data) noexcept {
         freePayload(data);
         return false;
     }
-    switch (type()) {
-        case AttrType::String: assignText(data); return true;
-        case AttrType::Buffer: return assignBuffer(data);
-        case AttrType::Bool:
-        case AttrType::Int:
-        case AttrType::UInt: word().word = data.value[0]; return true;
-        case AttrType::Real: word().real = data.real(); return true;
-        case AttrType::Null:
-        case AttrType::Node:
-        case AttrType::Array:
-        case AttrType::Object: return true;  // their values carry nothing
-        default: copyBehind(behind<char>(), data.value, sizeBehind()); return true;
+    switch (about(type()).storage) {
+        case Storage::Text: assignText(data); return true;
+        case Storage::Buffer: return assignBuffer(data);
+        case Storage::Bool:
+        case Storage::Int:
+        case Storage::UInt: word().word = data.value[0]; return true;
+        case Storage::Real: word().real = data.real(); return true;
+        case Storage::Components: copyBehind(behind<char>(), data.value, sizeBehind()); return true;
+        case Storage::None:
+        case Storage::Elements:
+        case Storage::Inputs: break;  // their values carry nothing
     }
+    return true;
 }
 
 void Input::assignText(const AttrData& data) noexcept {
@@ -503,23 +508,22 @@ bool Input::assignBuffer(const AttrData& data) noexcept {
 AttrData Input::value() const {
     AttrData data;
     data.type = type();
-    switch (type()) {
-        case AttrType::String: data.setPayload(word().text); break;
-        case AttrType::Buffer:
+    switch (about(type()).storage) {
+        case Storage::Text: data.setPayload(word().text); break;
+        case Storage::Buffer:
             data.setPayload(word().buffer);
             data.value[1] = behind<BufferSize>()->count;
             data.value[2] = behind<BufferSize>()->bytes;
             data.setElementType(bufferType());
             break;
-        case AttrType::Array: data.setElementType(arrayType()); break;
-        case AttrType::Bool:
-        case AttrType::Int:
-        case AttrType::UInt: data.value[0] = word().word; break;
-        case AttrType::Real: data.setReal(word().real); break;
-        case AttrType::Null:
-        case AttrType::Node:
-        case AttrType::Object: break;
-        default: std::memcpy(data.value, behind<double>(), sizeBehind());
+        case Storage::Elements: data.setElementType(arrayType()); break;
+        case Storage::Bool:
+        case Storage::Int:
+        case Storage::UInt: data.value[0] = word().word; break;
+        case Storage::Real: data.setReal(word().real); break;
+        case Storage::Components: std::memcpy(data.value, behind<double>(), sizeBehind()); break;
+        case Storage::None:
+        case Storage::Inputs: break;
     }
     return data;
 }
@@ -527,8 +531,7 @@ AttrData Input::value() const {
 void Input::throwMismatch(const char* expected) const {
     const String found = isBuffer() ? String(dataTypeName(bufferType())) + "[]" : typeName();
     throw std::invalid_argument(
-        String::format("expected %s @ %s but found %s", expected, fullName().buf(), found.buf())
-            .buf());
+        say<Message::WrongAccess>(expected, fullName().buf(), found.buf()).text.buf());
 }
 
 void Input::expect(AttrType wanted) const {
@@ -561,7 +564,7 @@ std::string_view Input::asText() const {
 }
 
 const double* Input::asComponents() const {
-    if (!isMatrix(type()) && !isVectorType(type())) throwMismatch("a vector or matrix");
+    if (about(type()).storage != Storage::Components) throwMismatch("a vector or matrix");
     return behind<double>();
 }
 
@@ -585,13 +588,19 @@ BufferView Input::asBuffer() const {
 }
 
 double Input::asNumber() const {
-    switch (type()) {
-        case AttrType::Bool: return asBool() ? 1 : 0;
-        case AttrType::Int: return static_cast<double>(asInt());
-        case AttrType::UInt: return static_cast<double>(asUInt());
-        case AttrType::Real: return asReal();
-        default: throwMismatch("a number");
+    switch (about(type()).storage) {
+        case Storage::Bool: return asBool() ? 1 : 0;
+        case Storage::Int: return static_cast<double>(asInt());
+        case Storage::UInt: return static_cast<double>(asUInt());
+        case Storage::Real: return asReal();
+        case Storage::None:
+        case Storage::Components:
+        case Storage::Text:
+        case Storage::Buffer:
+        case Storage::Elements:
+        case Storage::Inputs: break;
     }
+    throwMismatch("a number");
 }
 
 // --- Connections and node references ------------------------------------------------------------
@@ -715,7 +724,8 @@ void Input::cut() noexcept {
     switch (links_) {
         case OneConnection: Pool::destroy(word_.connection); break;
         case OneReference: Pool::destroy(word_.reference); break;
-        default: Pool::destroy(word_.both);
+        case TwoLinks: Pool::destroy(word_.both); break;
+        case NoLinks: break;
     }
     word_ = value;
     links_ = NoLinks;

@@ -7,8 +7,9 @@
 
 #include <ko/scene.h>
 
-#include "namedlist.h"
-#include "pool.h"
+#include "foundation/typetable.h"
+#include "scene/namedlist.h"
+#include "scene/pool.h"
 
 namespace ko::mirel_sdk::impl {
 
@@ -27,7 +28,7 @@ constexpr std::uint32_t keptElementType(std::uint32_t code) {
 // Of vectors, whatever the type uses of them.
 inline constexpr unsigned long vectorSize = 4 * sizeof(double);
 
-// What stands behind an input is a vector as a rule: of that size a copy is a few moves and no
+// What stands after an input is a vector as a rule: of that size a copy is a few moves and no
 // call.
 inline void copyBehind(void* to, const void* from, unsigned long bytes) {
     if (bytes == vectorSize) {
@@ -37,16 +38,27 @@ inline void copyBehind(void* to, const void* from, unsigned long bytes) {
     }
 }
 
-// What a value of each type has behind its input.
+// What a value of a type has after its input.
+constexpr unsigned long sizeBehindOf(const AttrTypeRow& row) {
+    switch (row.storage) {
+        case Storage::Components: return std::max(vectorSize, row.components * sizeof(double));
+        case Storage::Text: return sizeof(std::uint64_t);
+        case Storage::Buffer: return 2 * sizeof(unsigned long);
+        case Storage::None:
+        case Storage::Bool:
+        case Storage::Int:
+        case Storage::UInt:
+        case Storage::Real:
+        case Storage::Elements:
+        case Storage::Inputs: break;
+    }
+    return 0;
+}
+
 struct SizesBehind {
     constexpr SizesBehind() {
-        for (const AttrType type : {AttrType::Vec2, AttrType::Vec3, AttrType::Vec4, AttrType::Pos2,
-                                    AttrType::Pos3, AttrType::Quat, AttrType::Rgba})
-            of[codeOf(type)] = vectorSize;
-        of[codeOf(AttrType::Mat3)] = 9 * sizeof(double);
-        of[codeOf(AttrType::Mat4)] = 16 * sizeof(double);
-        of[codeOf(AttrType::String)] = sizeof(std::uint64_t);
-        of[codeOf(AttrType::Buffer)] = 2 * sizeof(unsigned long);
+        for (std::uint32_t i = 0; i < attrTypeCount; ++i)
+            of[i] = static_cast<unsigned char>(sizeBehindOf(rowOf(AttrType(i))));
     }
     unsigned char of[noType + 1] = {};
 };

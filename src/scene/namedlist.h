@@ -9,7 +9,7 @@
 #include <ko/ds.h>
 #include <ko/scene.h>
 
-#include "pool.h"
+#include "scene/pool.h"
 
 namespace ko::mirel_sdk::impl {
 

@@ -8,7 +8,7 @@
 #include <ko/ds.h>
 #include <ko/foundation.h>
 
-#include "../memory.h"
+#include "foundation/memory.h"
 
 namespace ko::mirel_sdk::impl {
 
@@ -22,7 +22,7 @@ class NameIndex {
     T* find(const String& name) const { return find(name, name.hash()); }
     // This and the next three are told the hash of the name.
     T* find(const String& name, unsigned long hash) const;
-    // Has memory fetch what `find` looks at first, the place of the name and those behind it; then
+    // Has memory fetch what `find` looks at first, the place of the name and those after it; then
     // the item that most probably stands there.
     void expect(unsigned long hash) const;
     T* likely(unsigned long hash) const;

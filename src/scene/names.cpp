@@ -1,4 +1,4 @@
-#include "names.h"
+#include "scene/names.h"
 
 #include <limits>
 #include <new>

@@ -7,9 +7,10 @@
 
 #include <ko/scene.h>
 
-#include "namedlist.h"
-#include "shownname.h"
-#include "store.h"
+#include "foundation/messages.h"
+#include "scene/namedlist.h"
+#include "scene/shownname.h"
+#include "scene/store.h"
 
 namespace ko::mirel_sdk::impl {
 
@@ -187,7 +188,7 @@ std::unique_ptr<InputDeclaration> declarationOf(const AttrData& defaultValue) {
     declaration->defaultValue = defaultValue;
     const bool isBuffer = defaultValue.type == AttrType::Buffer && defaultValue.payload();
     if (isBuffer && !defaultValue.buffer().isConsistent()) {
-        throw std::invalid_argument("inconsistent buffer");
+        throw std::invalid_argument(say<Message::InconsistentBuffer>().text.buf());
     }
     return declaration;
 }

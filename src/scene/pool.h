@@ -12,12 +12,12 @@
 #include <ko/foundation.h>
 #include <ko/scene.h>
 
-#include "../memory.h"
-#include "names.h"
+#include "foundation/memory.h"
+#include "scene/names.h"
 
 namespace ko::mirel_sdk::impl {
 
-// Makes objects one behind the other, many to a chunk. A chunk goes with the last object in it,
+// Makes objects one after the other, many to a chunk. A chunk goes with the last object in it,
 // since counted references may keep an input beyond its scene; places are not used again before
 // that. An object is told its place, in units of eight bytes, and keeps it in `place_`, from where
 // it finds what its chunk says: its pool, while that is there, and the names of its scene.
@@ -43,7 +43,7 @@ class Pool {
         return makeLonger<T>(0, std::forward<Args>(args)...);
     }
 
-    // Likewise, with so many bytes right behind the object, few enough for a chunk.
+    // Likewise, with so many bytes right after the object, few enough for a chunk.
     template <class T, class... Args>
     [[gnu::always_inline]] T* makeLonger(unsigned long behind, Args&&... args) {
         static_assert(alignof(T) <= placeSize);

@@ -4,7 +4,7 @@
 
 #include <ko/scene.h>
 
-#include "renames.h"
+#include "scene/renames.h"
 
 namespace ko::mirel_sdk::impl {
 

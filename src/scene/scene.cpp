@@ -1,9 +1,11 @@
+// The scene: nodes, inputs, outputs and the links between them, for programs and readers to fill.
+// It knows nothing of documents.
 #include <ko/scene.h>
 
 #include <memory>
 #include <utility>
 
-#include "store.h"
+#include "scene/store.h"
 
 namespace ko::mirel_sdk::impl {
 

@@ -7,8 +7,8 @@
 
 #include <ko/scene.h>
 
-#include "nameindex.h"
-#include "pool.h"
+#include "scene/nameindex.h"
+#include "scene/pool.h"
 
 namespace ko::mirel_sdk::impl {
 

@@ -21,7 +21,7 @@
 #include <thread>
 #include <vector>
 
-#include "textbuilder.h"
+#include "foundation/textbuilder.h"
 
 namespace {
 
@@ -308,7 +308,7 @@ TEST(LargeBuffer, IsReadFromABlockPast4GiB) {
 
 // --- The counters
 
-// The lines before, at and behind the last that is counted.
+// The lines before, at and after the last that is counted.
 TEST(LineCounter, StopsAtItsLimit) {
     for (const unsigned long line : {largestCounter - 1, largestCounter, largestCounter + 1}) {
         Scene scene;
@@ -318,7 +318,7 @@ TEST(LineCounter, StopsAtItsLimit) {
     }
 }
 
-// The statement ends in the column before, at and behind the last that is counted.
+// The statement ends in the column before, at and after the last that is counted.
 TEST(ColumnCounter, StopsAtItsLimit) {
     for (const unsigned long column : {largestCounter - 1, largestCounter, largestCounter + 1}) {
         Scene scene;

@@ -11,7 +11,7 @@
 #include <ko/foundation.h>
 #include <ko/types.h>
 
-#include "bulk.h"
+#include "bulk/bulk.h"
 #include "sweep.h"
 
 namespace kvt::test {

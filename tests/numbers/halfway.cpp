@@ -22,7 +22,7 @@ template <class Real>
 constexpr int highestUnit =
     std::numeric_limits<Real>::max_exponent - std::numeric_limits<Real>::digits;
 
-// With a point behind the first digit, and with one before or behind all digits, where that takes
+// With a point after the first digit, and with one before or after all digits, where that takes
 // no more zeros than a person would write.
 std::string withPointInFront(const Scientific& number) {
     const auto moved = static_cast<int>(number.digits.size()) - 1;
