@@ -15,8 +15,6 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <new>
 #include <set>
 #include <stdexcept>
@@ -24,6 +22,7 @@
 #include <string_view>
 #include <vector>
 
+#include "inputs.h"
 #include "mutants.h"
 #include "reading.h"
 
@@ -34,17 +33,13 @@ namespace {
 
 namespace fs = std::filesystem;
 using kvt::fuzz::Change;
+using kvt::fuzz::Input;
 using kvt::fuzz::Mutants;
 
 constexpr unsigned long largestDocument = 4096;
 constexpr unsigned mostJobs = 64;
 // Seconds of the processor's time for one mutant, which takes less than a millisecond.
 constexpr unsigned hangLimit = 60;
-
-struct Document {
-    std::string name;
-    std::string text;
-};
 
 struct Options {
     unsigned jobs = 1;
@@ -68,32 +63,18 @@ struct Board {
     Worker workers[mostJobs];
 };
 
-std::string contents(const fs::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream) throw std::runtime_error(file.string() + ": cannot be opened");
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-// Documents, and the inputs of the fuzzer, whose names have no extension.
-bool isDocument(const fs::path& file) {
-    return !file.has_extension() || file.extension() == ".kvt";
+// Documents and kept inputs; what else is beside them is not read.
+bool isDocument(const Input& input) {
+    const std::string extension = fs::path(input.name).extension().string();
+    return extension.empty() || extension == ".kvt" || extension.find(".inputs#") == 0;
 }
 
 // Adds those that are not too large and whose text is not among `texts` yet.
 void addDocuments(const fs::path& path, std::set<std::string>& texts,
-                  std::vector<Document>& documents) {
-    std::vector<fs::path> files;
-    if (fs::is_directory(path)) {
-        for (const fs::directory_entry& entry : fs::directory_iterator(path))
-            if (entry.is_regular_file() && isDocument(entry.path())) files.push_back(entry.path());
-    } else {
-        files.push_back(path);
-    }
-    std::sort(files.begin(), files.end());
-    for (const fs::path& file : files) {
-        std::string text = contents(file);
-        if (text.size() > largestDocument || !texts.insert(text).second) continue;
-        documents.push_back({file.string(), std::move(text)});
+                  std::vector<Input>& documents) {
+    for (Input& input : kvt::fuzz::inputsAt(path)) {
+        if (!isDocument(input) || input.bytes.size() > largestDocument) continue;
+        if (texts.insert(input.bytes).second) documents.push_back(std::move(input));
     }
 }
 
@@ -127,14 +108,13 @@ void readMutants(const Mutants& mutants, unsigned long number, unsigned long eve
     setTimeLimit(0);
 }
 
-void work(const std::vector<Document>& documents, unsigned long every, Board& board,
-          Worker& worker) {
+void work(const std::vector<Input>& documents, unsigned long every, Board& board, Worker& worker) {
     for (;;) {
         const unsigned long document = board.nextDocument++;
         if (document >= documents.size()) return;
         worker.document = document;
         // A sample takes other places in each document.
-        readMutants(Mutants(documents[document].text), document, every, worker);
+        readMutants(Mutants(documents[document].bytes), document, every, worker);
         checkLeaks();
     }
 }
@@ -148,7 +128,7 @@ unsigned long doneBy(const Board& board) {
     return done;
 }
 
-void reportFailure(const std::vector<Document>& documents, const Worker& worker, int status) {
+void reportFailure(const std::vector<Input>& documents, const Worker& worker, int status) {
     const std::string place = documents[worker.document].name + ':' +
                               std::string(nameOf(worker.change)) + ':' +
                               std::to_string(worker.index);
@@ -173,10 +153,10 @@ int waitFor(const Worker& worker, const Board& board, unsigned long total) {
     return status;
 }
 
-unsigned long countMutants(const std::vector<Document>& documents) {
+unsigned long countMutants(const std::vector<Input>& documents) {
     unsigned long count = 0;
-    for (const Document& document : documents) {
-        const Mutants mutants(document.text);
+    for (const Input& document : documents) {
+        const Mutants mutants(document.bytes);
         for (const Change change : kvt::fuzz::changes)
             count += mutants.count(change);
     }
@@ -190,7 +170,7 @@ Board& makeBoard() {
     return *new (memory) Board;
 }
 
-void startWorker(const std::vector<Document>& documents, unsigned long every, Board& board,
+void startWorker(const std::vector<Input>& documents, unsigned long every, Board& board,
                  Worker& worker) {
     worker.process = fork();
     if (worker.process < 0) throw std::runtime_error("cannot start a process");
@@ -200,7 +180,7 @@ void startWorker(const std::vector<Document>& documents, unsigned long every, Bo
 }
 
 int mutateAll(const Options& options) {
-    std::vector<Document> documents;
+    std::vector<Input> documents;
     std::set<std::string> texts;
     for (const std::string& path : options.paths)
         addDocuments(path, texts, documents);
@@ -228,7 +208,7 @@ int mutateOnly(const std::string& place) {
         throw std::runtime_error("--only takes DOCUMENT:CHANGE:INDEX");
     const std::string name = place.substr(first + 1, second - first - 1);
     const unsigned long index = std::stoul(place.substr(second + 1));
-    const Mutants mutants(contents(place.substr(0, first)));
+    const Mutants mutants(kvt::fuzz::inputNamed(place.substr(0, first)).bytes);
     for (const Change change : kvt::fuzz::changes) {
         if (nameOf(change) != name || index >= mutants.count(change)) continue;
         const std::string mutant = mutants.make(change, index);

@@ -19,6 +19,7 @@
 #include <string_view>
 #include <utility>
 
+#include "../fuzz/inputs.h"
 #include "bytes.h"
 #include "reader/statements.h"
 #include "reading.h"
@@ -635,9 +636,10 @@ class StatementsOfKeptInputs : public testing::TestWithParam<const char*> {};
 
 TEST_P(StatementsOfKeptInputs, AreReadAlikeWholeAndByTheRules) {
     const std::filesystem::path corpus = std::filesystem::path(KVT_SOURCE_DIR) / "fuzz" / "corpus";
-    for (const auto& input : std::filesystem::directory_iterator(corpus / GetParam()))
-        ASSERT_NO_FATAL_FAILURE(expectSameOutcomesOfBeginnings(kvt::test::contents(input)))
-            << input;
+    const auto inputs = kvt::fuzz::inputsAt(corpus / (std::string(GetParam()) + ".inputs"));
+    ASSERT_FALSE(inputs.empty());
+    for (const kvt::fuzz::Input& input : inputs)
+        ASSERT_NO_FATAL_FAILURE(expectSameOutcomesOfBeginnings(input.bytes)) << input.name;
 }
 
 INSTANTIATE_TEST_SUITE_P(Corpora, StatementsOfKeptInputs,

@@ -100,12 +100,15 @@ constexpr bool dataTypesAreInOrder() {
 static_assert(std::size(dataTypes) == dataTypeCount, "each type has a row");
 static_assert(dataTypesAreInOrder(), "a type's code is its place in the table");
 
+constexpr bool isWhole(const DataTypeRow& row) {
+    const DataTypeRow& component = dataTypes[static_cast<std::uint32_t>(row.component)];
+    return row.components > 0 && component.components == 1 && row.componentSize > 0 &&
+           row.componentSize == component.componentSize;
+}
+
 constexpr bool sizesAgree() {
-    for (const DataTypeRow& row : dataTypes) {
-        const DataTypeRow& component = dataTypes[static_cast<std::uint32_t>(row.component)];
-        if (row.components == 0 || component.components != 1) return false;
-        if (row.componentSize == 0 || row.componentSize != component.componentSize) return false;
-    }
+    for (std::uint32_t i = 0; i < dataTypeCount; ++i)
+        if (!isWhole(dataTypes[i])) return false;
     return true;
 }
 static_assert(sizesAgree(), "an element is made of numbers that have a row of their own");
