@@ -33,13 +33,14 @@ bool parse(const ko::String& text, Scalar& value) {
     }
 }
 
-// The same bits, or both not a number.
+// The same number, zeros with the same sign, or both not a number.
 template <class Scalar>
 bool isSame(Scalar first, Scalar second) {
     if constexpr (std::is_floating_point_v<Scalar>) {
         if (std::isnan(first) && std::isnan(second)) return true;
+        if (std::signbit(first) != std::signbit(second)) return false;
     }
-    return std::memcmp(&first, &second, sizeof first) == 0;
+    return first == second;
 }
 
 template <class Scalar>
