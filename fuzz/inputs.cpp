@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "../tests/reading.h"
@@ -55,7 +56,8 @@ std::vector<Input> inputsAt(const fs::path& path) {
 }
 
 Input inputNamed(const std::string& name) {
-    for (Input& input : inputsAt(name.substr(0, name.rfind('#'))))
+    const std::string file = fs::exists(name) ? name : name.substr(0, name.rfind('#'));
+    for (Input& input : inputsAt(file))
         if (input.name == name) return std::move(input);
     throw std::runtime_error("no input " + name);
 }

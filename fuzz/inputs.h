@@ -24,7 +24,7 @@ Input inputNamed(const std::string& name);
 
 // What a file of many holds: the inputs once each, short ones first.
 std::string pack(std::vector<std::string> inputs);
-// The inputs that `pack` was given. Throws std::runtime_error for any other text.
+// The inputs in what `pack` made. Throws std::runtime_error for a text of another form.
 std::vector<std::string> unpack(std::string_view packed);
 
 }  // namespace kvt::fuzz

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "inputs.h"
@@ -26,6 +27,7 @@ void packFolder(const fs::path& folder, const fs::path& file) {
     std::vector<std::string> inputs;
     for (kvt::fuzz::Input& input : kvt::fuzz::inputsAt(folder))
         inputs.push_back(std::move(input.bytes));
+    if (inputs.empty()) throw std::runtime_error("no inputs in " + folder.string());
     write(file, kvt::fuzz::pack(std::move(inputs)));
 }
 

@@ -11,8 +11,8 @@
 #include <unordered_set>
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker makes these names
-// The linker turns what asks for malloc into what asks for __wrap_malloc, and so on; the names
-// after that are the system's, or a sanitizer's.
+// The linker turns what asks for malloc into what asks for __wrap_malloc, and so on; what asks for
+// __real_malloc gets the system's, or a sanitizer's.
 extern "C" {
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);

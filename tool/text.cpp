@@ -237,7 +237,7 @@ void writeVisible(OutputStream& out, std::string_view text) {
 }
 
 unsigned long visibleWidth(std::string_view text, unsigned long limit) noexcept {
-    // Every byte fills a quarter of a column or more, so what stands after cannot matter.
+    // Every byte fills a quarter of a column or more, so what stands after it cannot matter.
     PieceReader pieces(text.substr(0, 4 * limit));
     unsigned long width = 0;
     for (Piece piece; width < limit && pieces.next(piece);)

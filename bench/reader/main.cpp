@@ -12,10 +12,14 @@
 #include "../kvt.h"
 #include "../pass.h"
 
-// The switch between the paths of the library is in its own headers. Without one there is but the
-// plain path.
-#if __has_include("bulk.h")
+// The switch between the paths of the library is in its own headers, whose place has changed.
+// Without one there is but the plain path.
+#if __has_include("bulk/bulk.h")
 #include "bulk/bulk.h"
+#define HAS_PATHS
+#elif __has_include("bulk.h")
+#include "bulk.h"
+#define HAS_PATHS
 #endif
 
 namespace bench {
@@ -56,7 +60,7 @@ bool readOptions(int argc, char** argv, Options& options) {
 }
 
 void usePlainPath() {
-#if __has_include("bulk.h")
+#ifdef HAS_PATHS
     ko::bulk::usePath(ko::bulk::Path::Plain);
 #endif
 }

@@ -66,7 +66,7 @@ char* map(std::size_t bytes) {
     return static_cast<char*>(memory);
 }
 
-// Of two of them, what stands in front and after goes back.
+// Of two of them, what stands before and after an aligned one goes back.
 char* mapAlignedPage() {
     char* const memory = map(2 * largePage);
     const std::size_t before = -reinterpret_cast<std::uintptr_t>(memory) % largePage;

@@ -1,5 +1,5 @@
-// The foundation: texts, files, the log, numbers, memory and the table of types. It knows nothing
-// of scenes and documents. Here are the texts.
+// The foundation: texts, files, the log, numbers, memory and the table of types. It uses nothing of
+// scenes and documents. Here are the texts.
 #include <algorithm>
 #include <array>
 #include <chrono>

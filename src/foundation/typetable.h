@@ -1,5 +1,5 @@
-// The types of the format: for each one row with all that there is to know of it. A type without a
-// row, and a row that lacks something, do not compile.
+// The types of the format: for each one row with all that there is to know of it. A type of values
+// without a row, and a row that contradicts itself, do not compile.
 #pragma once
 
 #include <cstdint>
@@ -16,6 +16,11 @@ namespace ko {
 constexpr NumberType singleNumber(DataType type) {
     return type <= DataType::Ptr ? static_cast<NumberType>(type) : NumberType::None;
 }
+static_assert(singleNumber(DataType::Null) == NumberType::None);
+static_assert(singleNumber(DataType::Bool) == NumberType::Bool);
+static_assert(singleNumber(DataType::UInt64) == NumberType::UInt64);
+static_assert(singleNumber(DataType::Double) == NumberType::Double);
+static_assert(singleNumber(DataType::Ptr) == NumberType::Ptr);
 
 // Whether documents name the type, in lower case, before the data of a buffer.
 enum class Keyword : bool { No, Yes };
@@ -137,7 +142,11 @@ struct AttrTypeRow {
     Keyword keyword = Keyword::No;     // before a value in parentheses
 };
 
-inline constexpr double zeros[4] = {};
+// A value has room for so many components, and a vector, whatever its type uses of them, this many.
+inline constexpr unsigned long mostComponents = 16;
+inline constexpr unsigned long vectorComponents = 4;
+
+inline constexpr double zeros[mostComponents] = {};
 
 constexpr AttrTypeRow rowOf(AttrType type) {
     using A = AttrType;
@@ -178,14 +187,22 @@ constexpr bool isNumeric(Storage storage) {
            storage == Storage::Real || storage == Storage::Components;
 }
 
+// The counts that the reader of values in parentheses is made for.
+constexpr bool isReadable(unsigned long components) {
+    return (components >= 2 && components <= vectorComponents) || components == 9 ||
+           components == mostComponents;
+}
+
 // What is made of numbers has a family and rows, and what is not has none. Components alone stand
-// in parentheses.
+// in parentheses; those of a matrix fill as many rows as columns.
 constexpr bool isComplete(const AttrTypeRow& row) {
     const bool hasNumbers = isNumeric(row.storage);
     const bool isGroup = row.storage == Storage::Components;
     if (!row.defaults || hasNumbers != (row.family != Family::Alone)) return false;
     if (hasNumbers != (row.components > 0) || hasNumbers != (row.rowLength > 0)) return false;
-    if (hasNumbers && row.components % row.rowLength != 0) return false;
+    const unsigned long rows = row.family == Family::Matrix ? row.rowLength : 1;
+    if (row.components != rows * row.rowLength) return false;
+    if (isGroup && !isReadable(row.components)) return false;
     return isGroup == (row.components > 1) && isGroup == (row.keyword == Keyword::Yes);
 }
 

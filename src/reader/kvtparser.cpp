@@ -15,8 +15,7 @@
 #include <ko/kvtparser.h>
 
 #include <algorithm>
-#include <array>
-#include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -30,7 +29,6 @@
 
 #include "bulk/bulk.h"
 #include "bulk/charclass.h"
-#include "foundation/ascii.h"
 #include "foundation/memory.h"
 #include "foundation/messages.h"
 #include "foundation/textbuilder.h"

@@ -123,7 +123,7 @@ AttrData AttrData::clone() const {
     if (!hasPayload() || !payload()) return *this;
     if (type == AttrType::String) return ofText(text());
     if (!buffer().isConsistent())
-        throw std::invalid_argument(say<Message::InconsistentBuffer>().text.buf());
+        throw std::invalid_argument(rowOf(Message::InconsistentBuffer).format);
     AttrData copy = ofBuffer(bufferType(), value[1]);
     if (copy.payload()) std::memcpy(copy.payload(), payload(), copy.value[2]);
     return copy;

@@ -113,14 +113,15 @@ bool convertToVector(const AttrData& from, AttrData& to) {
     return true;
 }
 
-// The upper-left 3x3 is what both matrices share; a larger one is the identity beyond it.
+// The upper-left part is what both matrices share; a larger one is the identity beyond it.
 bool convertToMatrix(const AttrData& from, AttrData& to) {
-    const unsigned long fromSize = from.type == AttrType::Mat4 ? 4 : 3;
-    const unsigned long toSize = to.type == AttrType::Mat4 ? 4 : 3;
-    if (from.type != AttrType::Mat3 && from.type != AttrType::Mat4) return false;
-    if (toSize == 4) to.setComponent(15, 1);
-    for (unsigned long row = 0; row < 3; ++row)
-        std::copy_n(from.value + row * fromSize, 3, to.value + row * toSize);
+    if (familyOf(from.type) != Family::Matrix) return false;
+    const unsigned long fromSize = rowLength(from.type);
+    const unsigned long toSize = rowLength(to.type);
+    const unsigned long shared = std::min(fromSize, toSize);
+    to = AttrData::defaultOf(to.type);
+    for (unsigned long row = 0; row < shared; ++row)
+        std::copy_n(from.value + row * fromSize, shared, to.value + row * toSize);
     return true;
 }
 

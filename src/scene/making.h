@@ -26,7 +26,7 @@ constexpr std::uint32_t keptElementType(std::uint32_t code) {
 }
 
 // Of vectors, whatever the type uses of them.
-inline constexpr unsigned long vectorSize = 4 * sizeof(double);
+inline constexpr unsigned long vectorSize = vectorComponents * sizeof(double);
 
 // What stands after an input is a vector as a rule: of that size a copy is a few moves and no
 // call.

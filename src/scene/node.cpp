@@ -188,7 +188,7 @@ std::unique_ptr<InputDeclaration> declarationOf(const AttrData& defaultValue) {
     declaration->defaultValue = defaultValue;
     const bool isBuffer = defaultValue.type == AttrType::Buffer && defaultValue.payload();
     if (isBuffer && !defaultValue.buffer().isConsistent()) {
-        throw std::invalid_argument(say<Message::InconsistentBuffer>().text.buf());
+        throw std::invalid_argument(rowOf(Message::InconsistentBuffer).format);
     }
     return declaration;
 }

@@ -1,5 +1,5 @@
 // The scene: nodes, inputs, outputs and the links between them, for programs and readers to fill.
-// It knows nothing of documents.
+// It uses nothing of the reader.
 #include <ko/scene.h>
 
 #include <memory>
