@@ -274,6 +274,20 @@ TEST(AttrTypeTest, OnlyMatricesHaveMoreThanOneRow) {
     }
 }
 
+// The compiler asks the same; here it is asked at run time.
+TEST(AttrTypeTest, RowsAreWholeAndStandInTheTable) {
+    EXPECT_TRUE(ko::dataTypesAreInOrder());
+    EXPECT_TRUE(ko::sizesAgree());
+    EXPECT_TRUE(ko::mirel_sdk::attrTypesAreComplete());
+    const ko::mirel_sdk::AttrTypeTable table;
+    for (std::uint32_t code = 0; code < ko::mirel_sdk::attrTypeCount; ++code) {
+        EXPECT_STREQ(table.rows[code].name, attrTypeName(AttrType(code)));
+        EXPECT_TRUE(isComplete(table.rows[code])) << code;
+    }
+    for (const DataType type : {DataType::Float, DataType::Vec3f, DataType::Obbi})
+        EXPECT_STREQ(ko::rowOf(type).name, dataTypeName(type));
+}
+
 TEST(AttrTypeTest, ARowThatLacksSomethingDoesNotPass) {
     using ko::mirel_sdk::AttrTypeRow;
     const auto isRefused = [](const auto& change) {

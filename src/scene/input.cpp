@@ -154,8 +154,9 @@ void Input::freeValue() noexcept {
         case Storage::Text: freeText(); break;
         case Storage::Buffer: std::free(word().buffer); break;
         case Storage::Elements: end(elements()); break;
-        case Storage::Inputs: end(children()); break;
+        // What may become an object may have been asked for its container side.
         case Storage::None:
+        case Storage::Inputs: end(children()); break;
         case Storage::Bool:
         case Storage::Int:
         case Storage::UInt:
